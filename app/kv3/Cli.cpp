@@ -192,7 +192,8 @@ void printHelp()
     std::size_t width = 4;
     for (const auto& [name, command] : registry())
         width = std::max(width, name.size());
-    std::cout << "  help" << std::string(width - 4 + 2, ' ') << "show this help, or a command's: kv3 help COMMAND\n";
+    std::cout << "  help" << std::string(width - 4 + 2, ' ')
+              << "show this help, or a command's: kv3 help COMMAND\n";
     for (const auto& [name, command] : registry())
         std::cout << "  " << name << std::string(width - name.size() + 2, ' ') << command.summary << '\n';
     std::cout << "\n"
@@ -240,7 +241,8 @@ int runMain(const std::vector<std::string>& argv, std::string_view version)
     return it->second.run(rest);
 }
 
-ProgressBar::ProgressBar(std::string label, bool force) : label_(std::move(label)), active_(force || isatty(2) == 1)
+ProgressBar::ProgressBar(std::string label, bool force)
+    : label_(std::move(label)), active_(force || isatty(2) == 1)
 {
 }
 

@@ -11,8 +11,8 @@ using namespace kv3cli;
 TEST(Args, OptionsFlagsAndPositionalsInAnyOrder)
 {
     Args args;
-    ASSERT_TRUE(args.parse({"in.wav", "--depth", "16", "out.wav", "--json", "--rate=48000"}, {"depth", "rate"},
-                           {"json"}));
+    ASSERT_TRUE(args.parse({"in.wav", "--depth", "16", "out.wav", "--json", "--rate=48000"},
+                           {"depth", "rate"}, {"json"}));
     EXPECT_EQ(args.positional(), (std::vector<std::string>{"in.wav", "out.wav"}));
     EXPECT_EQ(args.value("depth"), "16");
     EXPECT_EQ(args.value("rate"), "48000");
@@ -65,7 +65,12 @@ TEST(Json, NestingCommasAndEscapes)
 {
     JsonWriter json;
     json.beginArray();
-    json.beginObject().key("path").value("a\"b\\c\n\x01").key("frames").value(std::int64_t{44100}).endObject();
+    json.beginObject()
+        .key("path")
+        .value("a\"b\\c\n\x01")
+        .key("frames")
+        .value(std::int64_t{44100})
+        .endObject();
     json.beginObject().key("ok").value(true).key("gain").value(0.5).key("none").null().endObject();
     json.value(std::numeric_limits<double>::infinity());
     json.endArray();
