@@ -1,0 +1,136 @@
+#include "engine/Interleaver.h"
+
+#include <gtest/gtest.h>
+
+#include <vector>
+
+namespace
+{
+
+TEST(Interleaver, InterleaveAndDeinterleaveRoundTrip)
+{
+    std::vector<float> left{0, 1, 2, 3}, right{10, 11, 12, 13};
+    AudioData src;
+    src.channel[0] = left.data();
+    src.channel[1] = right.data();
+    src.channels = 2;
+    src.frames = 4;
+    src.spare = true;
+
+    Interleaver il;
+    ASSERT_TRUE(il.reserve(4, 2));
+    il.interleave(src);
+    EXPECT_TRUE(il.spare());
+    const std::vector<float> stored(il.data(), il.data() + 8);
+    EXPECT_EQ(stored, (std::vector<float>{0, 10, 1, 11, 2, 12, 3, 13}));
+
+    std::vector<float> l2(4, -1.0f), r2(4, -1.0f);
+    AudioData dst;
+    dst.channel[0] = l2.data();
+    dst.channel[1] = r2.data();
+    dst.channels = 2;
+    dst.frames = 4;
+    il.deinterleave(dst);
+    EXPECT_EQ(l2, left);
+    EXPECT_EQ(r2, right);
+}
+
+TEST(Interleaver, ReserveOnlyGrows)
+{
+    Interleaver il;
+    EXPECT_EQ(il.data(), nullptr);
+    ASSERT_TRUE(il.reserve(100, 2));
+    EXPECT_EQ(il.capacity(), 200u);
+    EXPECT_EQ(il.channels(), 2u);
+    const float* store = il.data();
+
+    // Smaller need with another channel count: nothing changes, the old count stays in force.
+    ASSERT_TRUE(il.reserve(50, 1));
+    EXPECT_EQ(il.data(), store);
+    EXPECT_EQ(il.capacity(), 200u);
+    EXPECT_EQ(il.channels(), 2u);
+
+    // A larger need reallocates and takes the new count.
+    ASSERT_TRUE(il.reserve(300, 1));
+    EXPECT_EQ(il.capacity(), 300u);
+    EXPECT_EQ(il.channels(), 1u);
+}
+
+TEST(Interleaver, MissingChannelsAreSkippedOrDropped)
+{
+    Interleaver il;
+    ASSERT_TRUE(il.reserve(3, 2));
+    // Fill the store with a known pattern first.
+    std::vector<float> a{1, 2, 3}, b{4, 5, 6};
+    AudioData full;
+    full.channel[0] = a.data();
+    full.channel[1] = b.data();
+    full.channels = 2;
+    full.frames = 3;
+    il.interleave(full);
+
+    // A mono source leaves the second slot of each frame as it was.
+    std::vector<float> m{7, 8, 9};
+    AudioData mono;
+    mono.channel[0] = m.data();
+    mono.channels = 1;
+    mono.frames = 3;
+    il.interleave(mono);
+    EXPECT_EQ(std::vector<float>(il.data(), il.data() + 6), (std::vector<float>{7, 4, 8, 5, 9, 6}));
+
+    // Deinterleaving into a mono target drops the second store channel.
+    std::vector<float> out(3, 0.0f);
+    AudioData target;
+    target.channel[0] = out.data();
+    target.channels = 1;
+    target.frames = 3;
+    il.deinterleave(target);
+    EXPECT_EQ(out, (std::vector<float>{7, 8, 9}));
+}
+
+TEST(Interleaver, NothingRunsForZeroOrNegativeFramesAndNothingPastCapacity)
+{
+    Interleaver il;
+    ASSERT_TRUE(il.reserve(2, 2));
+    std::vector<float> a{1, 2, 3, 4}, b{5, 6, 7, 8};
+    AudioData src;
+    src.channel[0] = a.data();
+    src.channel[1] = b.data();
+    src.channels = 2;
+    src.frames = 0;
+    il.interleave(src);
+    EXPECT_EQ(std::vector<float>(il.data(), il.data() + 4), (std::vector<float>{0, 0, 0, 0}));
+    src.frames = -3;
+    il.interleave(src);
+    EXPECT_EQ(std::vector<float>(il.data(), il.data() + 4), (std::vector<float>{0, 0, 0, 0}));
+
+    // Four frames into a store of two: only two are written (the sanitizer run catches an overrun).
+    src.frames = 4;
+    il.interleave(src);
+    EXPECT_EQ(std::vector<float>(il.data(), il.data() + 4), (std::vector<float>{1, 5, 2, 6}));
+    std::vector<float> l(4, -1.0f), r(4, -1.0f);
+    AudioData dst;
+    dst.channel[0] = l.data();
+    dst.channel[1] = r.data();
+    dst.channels = 2;
+    dst.frames = 4;
+    il.deinterleave(dst);
+    EXPECT_EQ(l, (std::vector<float>{1, 2, -1, -1}));
+}
+
+TEST(Interleaver, EmptyStoreIsHarmless)
+{
+    Interleaver il;
+    std::vector<float> a{1};
+    AudioData d;
+    d.channel[0] = a.data();
+    d.channels = 1;
+    d.frames = 1;
+    il.interleave(d);
+    il.deinterleave(d);
+    EXPECT_EQ(a[0], 1.0f);
+    EXPECT_TRUE(il.reserve(0, 2));
+    EXPECT_EQ(il.capacity(), 0u);
+}
+
+} // namespace
