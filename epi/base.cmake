@@ -1,0 +1,7 @@
+# Objects, texts, paths, geometry and files.
+list(APPEND EPI_SOURCES
+    ${CMAKE_CURRENT_SOURCE_DIR}/epiObject.cpp
+    ${CMAKE_CURRENT_SOURCE_DIR}/epiText.cpp
+    ${CMAKE_CURRENT_SOURCE_DIR}/epiPath.cpp
+    ${CMAKE_CURRENT_SOURCE_DIR}/epiFile.cpp
+)
