@@ -1,0 +1,426 @@
+#include "engine/AudioAlwaysStereo.h"
+#include "engine/AudioCache.h"
+#include "engine/AudioDebugger.h"
+#include "engine/AudioInputSelector.h"
+#include "engine/AudioMute.h"
+#include "engine/AudioSwitch.h"
+#include "engine/AudioTemporary.h"
+#include "tests/engine/harness/TestNodes.h"
+
+#include <gtest/gtest.h>
+
+#include <vector>
+
+using enginetest::ConstantSource;
+using enginetest::StaircaseSource;
+
+namespace
+{
+
+// A two-channel target over caller-owned vectors.
+struct Target
+{
+    Target(int64_t n, int64_t position, float fill = 99.0f)
+        : left(static_cast<size_t>(n), fill), right(static_cast<size_t>(n), fill)
+    {
+        data.channel[0] = left.data();
+        data.channel[1] = right.data();
+        data.channels = 2;
+        data.frames = n;
+        data.position = position;
+    }
+    std::vector<float> left, right;
+    AudioData data;
+};
+
+AudioData request(int64_t frames, int64_t position)
+{
+    AudioData r;
+    r.frames = frames;
+    r.position = position;
+    r.channels = 2;
+    return r;
+}
+
+TEST(AudioMute, ProvideHandsOverSilentBlockOfBlockSize)
+{
+    AudioMute mute;
+    mute.prepare(48000, 256);
+    AudioData r = request(100, 5000);
+    ASSERT_TRUE(mute.provide(r));
+    EXPECT_EQ(r.frames, 256) << "adopt brings the prepared block size";
+    EXPECT_EQ(r.channels, 2);
+    ASSERT_NE(r.channel[0], nullptr);
+    EXPECT_EQ(r.peak(), 0.0f);
+    EXPECT_EQ(mute.channels(), 2);
+}
+
+TEST(AudioMute, ReadSilencesTarget)
+{
+    AudioMute mute;
+    mute.prepare(44100, 64);
+    Target t(64, 0, 0.7f);
+    EXPECT_TRUE(mute.read(t.data));
+    EXPECT_EQ(t.data.peak(), 0.0f);
+}
+
+TEST(AudioTemporary, StoresAndServesOneBlock)
+{
+    StaircaseSource stairs;
+    Target in(64, 1000);
+    stairs.read(in.data);
+
+    AudioTemporary temp;
+    temp.prepare(44100, 64);
+    ASSERT_TRUE(temp.store(in.data));
+    in.left[0] = -5.0f; // the store is a copy
+
+    AudioData r = request(64, 0);
+    ASSERT_TRUE(temp.provide(r));
+    EXPECT_EQ(r.position, 1000);
+    EXPECT_EQ(r.frames, 64);
+    EXPECT_EQ(r.channel[0][0], 1000.0f);
+    EXPECT_EQ(r.channel[1][63], -1063.0f);
+
+    Target same(64, 1000, 0.0f);
+    EXPECT_TRUE(temp.read(same.data));
+    EXPECT_EQ(same.left[10], 1010.0f);
+
+    Target other(64, 1064, 0.5f);
+    EXPECT_FALSE(temp.read(other.data)) << "another position answers false";
+    EXPECT_EQ(other.left[0], 0.5f) << "and touches nothing";
+}
+
+TEST(AudioTemporary, OversizedBlockIsCutToPreparedSize)
+{
+    StaircaseSource stairs;
+    Target in(128, 0);
+    stairs.read(in.data);
+    AudioTemporary temp;
+    temp.prepare(44100, 64);
+    temp.store(in.data);
+    AudioData r = request(0, 0);
+    temp.provide(r);
+    EXPECT_EQ(r.frames, 64);
+    EXPECT_EQ(r.channel[0][63], 63.0f);
+}
+
+TEST(AudioAlwaysStereo, MonoInputBecomesTwoEqualChannels)
+{
+    StaircaseSource mono(1);
+    AudioAlwaysStereo stereo;
+    stereo.setFirst(&mono);
+    stereo.prepare(44100, 128);
+
+    AudioData r = request(128, 300);
+    ASSERT_TRUE(stereo.provide(r));
+    EXPECT_EQ(r.channels, 2);
+    EXPECT_NE(r.channel[0], r.channel[1]) << "a real second channel, not an alias";
+    for (int64_t i = 0; i < 128; ++i)
+    {
+        EXPECT_EQ(r.channel[0][i], static_cast<float>(300 + i));
+        EXPECT_EQ(r.channel[1][i], static_cast<float>(300 + i));
+    }
+    ASSERT_EQ(mono.requests.size(), 1u);
+    EXPECT_FALSE(mono.requests[0].byReference) << "a mono input is read, not provided";
+
+    Target t(32, 7);
+    ASSERT_TRUE(stereo.read(t.data));
+    EXPECT_EQ(t.left[31], 38.0f);
+    EXPECT_EQ(t.right[31], 38.0f);
+    EXPECT_EQ(stereo.channels(), 2);
+}
+
+TEST(AudioAlwaysStereo, StereoInputPassesThrough)
+{
+    StaircaseSource source(2);
+    AudioAlwaysStereo stereo;
+    stereo.setFirst(&source);
+    stereo.prepare(44100, 64);
+    AudioData r = request(64, 10);
+    ASSERT_TRUE(stereo.provide(r));
+    EXPECT_EQ(r.channel[1][0], -10.0f);
+    EXPECT_TRUE(source.requests.back().byReference);
+
+    Target t(16, 0);
+    ASSERT_TRUE(stereo.read(t.data));
+    EXPECT_EQ(t.right[3], -3.0f);
+}
+
+TEST(AudioAlwaysStereo, FailingInputOrNoInputAnswersFalse)
+{
+    StaircaseSource mono(1);
+    mono.failing = true;
+    AudioAlwaysStereo stereo;
+    stereo.prepare(44100, 64);
+    AudioData r = request(64, 0);
+    EXPECT_FALSE(stereo.provide(r)) << "no input";
+    stereo.setFirst(&mono);
+    EXPECT_FALSE(stereo.provide(r));
+    Target t(64, 0, 0.25f);
+    EXPECT_FALSE(stereo.read(t.data));
+}
+
+TEST(AudioInputSelector, ModesByReferenceCostNoCopy)
+{
+    StaircaseSource source(2);
+    source.prepare(44100, 64);
+    AudioInputSelector selector;
+    selector.setFirst(&source);
+    EXPECT_EQ(selector.mode(), 2) << "both channels by default";
+
+    AudioData both = request(64, 100);
+    ASSERT_TRUE(selector.provide(both));
+    EXPECT_EQ(both.channel[0][0], 100.0f);
+    EXPECT_EQ(both.channel[1][0], -100.0f);
+
+    selector.setMode(0);
+    AudioData left = request(64, 100);
+    ASSERT_TRUE(selector.provide(left));
+    EXPECT_EQ(left.channel[0], left.channel[1]);
+    EXPECT_EQ(left.channel[1][5], 105.0f);
+
+    selector.setMode(1);
+    AudioData right = request(64, 100);
+    ASSERT_TRUE(selector.provide(right));
+    EXPECT_EQ(right.channel[0], right.channel[1]);
+    EXPECT_EQ(right.channel[0][5], -105.0f);
+}
+
+TEST(AudioInputSelector, ModesByCopy)
+{
+    StaircaseSource source(2);
+    AudioInputSelector selector;
+    selector.setFirst(&source);
+    const int32_t modes[] = {0, 1, 2};
+    const float expectLeft[] = {4.0f, -4.0f, 4.0f};
+    const float expectRight[] = {4.0f, -4.0f, -4.0f};
+    for (int m = 0; m < 3; ++m)
+    {
+        selector.setMode(modes[m]);
+        Target t(8, 0);
+        ASSERT_TRUE(selector.read(t.data));
+        EXPECT_EQ(t.left[4], expectLeft[m]) << "mode " << m;
+        EXPECT_EQ(t.right[4], expectRight[m]) << "mode " << m;
+    }
+}
+
+TEST(AudioInputSelector, RightOfMonoSourceGivesMonoOnBothThroughDuplicateMono)
+{
+    StaircaseSource mono(1);
+    mono.prepare(44100, 64);
+    AudioInputSelector selector;
+    selector.setFirst(&mono);
+    selector.setMode(1);
+    AudioData r = request(64, 40);
+    ASSERT_TRUE(selector.provide(r));
+    EXPECT_TRUE(r.duplicateMono);
+    EXPECT_EQ(r.channels, 2);
+    ASSERT_NE(r.channel[0], nullptr);
+    EXPECT_EQ(r.channel[0], r.channel[1]);
+    EXPECT_EQ(r.channel[0][2], 42.0f);
+    EXPECT_EQ(selector.channels(), 1) << "the input's channels";
+}
+
+TEST(AudioInputSelector, FailureAndNoInput)
+{
+    AudioInputSelector selector;
+    AudioData r = request(16, 0);
+    EXPECT_FALSE(selector.provide(r));
+    StaircaseSource source;
+    source.failing = true;
+    selector.setFirst(&source);
+    selector.setMode(0);
+    Target t(16, 0, 0.5f);
+    EXPECT_FALSE(selector.read(t.data));
+    EXPECT_EQ(t.right[0], 0.5f) << "nothing copied after a failed read";
+}
+
+TEST(AudioSwitch, SelectsAndForwards)
+{
+    ConstantSource a(0.25f), b(-0.5f);
+    StaircaseSource mono(1);
+    AudioSwitch sw;
+    EXPECT_TRUE(sw.isFirstSelected());
+    AudioData r = request(32, 0);
+    EXPECT_FALSE(sw.provide(r)) << "no input wired";
+    EXPECT_EQ(sw.channels(), 2);
+
+    sw.setFirst(&a);
+    sw.setSecond(&b);
+    ASSERT_TRUE(sw.provide(r));
+    EXPECT_EQ(r.channel[0][0], 0.25f);
+
+    sw.selectSecond(true);
+    EXPECT_FALSE(sw.isFirstSelected());
+    Target t(32, 0);
+    ASSERT_TRUE(sw.read(t.data));
+    EXPECT_EQ(t.left[31], -0.5f);
+    EXPECT_EQ(a.reads, 0) << "the input not selected is not pulled";
+
+    sw.selectFirst(false);
+    EXPECT_FALSE(sw.isFirstSelected());
+    sw.selectSecond(false);
+    EXPECT_TRUE(sw.isFirstSelected());
+    sw.selectFirst(true);
+    EXPECT_TRUE(sw.isFirstSelected());
+
+    sw.setSecond(&mono);
+    sw.selectSecond(true);
+    EXPECT_EQ(sw.channels(), 1) << "channels of the selected input";
+}
+
+// Counts the reads a switched-off unit gets while it drains.
+struct FeedRig
+{
+    FeedRig(uint32_t rate, uint32_t block) : unit(0.0f), dry(0.0f), blockSize(block)
+    {
+        feed.setFirst(&unit);
+        feed.setSecond(&dry);
+        feed.prepare(rate, block);
+    }
+    bool pull(int64_t position)
+    {
+        AudioData r = request(blockSize, position);
+        return feed.provide(r);
+    }
+    ConstantSource unit;
+    ConstantSource dry;
+    AudioSwitchFeed feed;
+    uint32_t blockSize;
+};
+
+TEST(AudioSwitchFeed, SilentUnitStopsDrainingAfterHalfASecond)
+{
+    for (uint32_t rate : {44100u, 48000u, 96000u})
+    {
+        for (uint32_t block : {64u, 256u, 1024u})
+        {
+            FeedRig rig(rate, block);
+            rig.pull(0); // effect selected: arms the hold
+            EXPECT_EQ(rig.unit.provides, 1);
+            rig.feed.selectSecond(true);
+
+            const int32_t hold = static_cast<int32_t>(rate * 0.5);
+            const int32_t expectedDrainReads = hold / static_cast<int32_t>(block) + 1;
+            for (int i = 0; i < expectedDrainReads + 20; ++i)
+            {
+                ASSERT_TRUE(rig.pull(block * (i + 1)));
+            }
+            EXPECT_EQ(rig.unit.reads, expectedDrainReads) << rate << " Hz, block " << block;
+            EXPECT_FALSE(rig.feed.isDraining());
+            EXPECT_EQ(rig.dry.provides, expectedDrainReads + 20) << "the dry path is what is heard";
+        }
+    }
+}
+
+TEST(AudioSwitchFeed, LoudTailRestartsTheHold)
+{
+    FeedRig rig(48000, 256);
+    rig.pull(0);
+    rig.feed.selectSecond(true);
+    rig.unit.level = 0.06f; // above 0.05: keeps draining
+    for (int i = 0; i < 1000; ++i)
+    {
+        rig.pull(256 * i);
+    }
+    EXPECT_TRUE(rig.feed.isDraining());
+    EXPECT_EQ(rig.unit.reads, 1000);
+
+    rig.unit.level = 0.05f; // not above the threshold: quiet from here
+    const int before = rig.unit.reads;
+    for (int i = 0; i < 200; ++i)
+    {
+        rig.pull(256 * i);
+    }
+    // The last loud block set the hold and took its own frames off it.
+    EXPECT_EQ(rig.unit.reads - before, (24000 - 256) / 256 + 1);
+    EXPECT_FALSE(rig.feed.isDraining());
+}
+
+TEST(AudioSwitchFeed, FreshSwitchOnDryPathDrainsOnce)
+{
+    // Initially draining with no hold: one quiet block ends it.
+    FeedRig rig(44100, 64);
+    rig.feed.selectSecond(true);
+    rig.pull(0);
+    rig.pull(64);
+    EXPECT_EQ(rig.unit.reads, 1);
+    EXPECT_FALSE(rig.feed.isDraining());
+
+    // Selecting the effect again re-arms the drain.
+    rig.feed.selectFirst(true);
+    rig.pull(128);
+    EXPECT_TRUE(rig.feed.isDraining());
+}
+
+TEST(AudioSwitchFeed, FailingUnitCountsAsQuiet)
+{
+    FeedRig rig(44100, 1024);
+    rig.unit.level = 0.9f;
+    rig.unit.failing = true; // its read delivers nothing: its stale buffer must not keep it draining
+    rig.pull(0);
+    rig.feed.selectSecond(true);
+    for (int i = 0; i < 100; ++i)
+    {
+        rig.pull(1024 * i);
+    }
+    EXPECT_EQ(rig.unit.reads, 22050 / 1024 + 1);
+}
+
+TEST(AudioCache, AnswersRepeatsFromItsBuffers)
+{
+    StaircaseSource source;
+    AudioCache cache;
+    cache.setFirst(&source);
+    cache.prepare(44100, 64);
+
+    AudioData r = request(64, 0);
+    EXPECT_FALSE(cache.provide(r));
+
+    Target first(64, 128, 0.0f);
+    ASSERT_TRUE(cache.read(first.data));
+    EXPECT_EQ(first.left[0], 128.0f);
+    EXPECT_EQ(source.requests.size(), 1u);
+
+    Target again(64, 128, 0.0f);
+    ASSERT_TRUE(cache.read(again.data));
+    EXPECT_EQ(again.left[63], 191.0f);
+    EXPECT_EQ(source.requests.size(), 1u) << "served from the cache";
+
+    Target shorter(32, 128, 0.0f);
+    EXPECT_FALSE(cache.read(shorter.data)) << "a held block at that position is longer";
+
+    Target inside(16, 140, 0.0f);
+    EXPECT_FALSE(cache.read(inside.data)) << "an earlier block covers the request";
+
+    // Three new positions push the first out.
+    for (int64_t p : {1000, 2000, 3000})
+    {
+        Target t(64, p, 0.0f);
+        ASSERT_TRUE(cache.read(t.data));
+        EXPECT_EQ(t.left[0], static_cast<float>(p));
+    }
+    Target back(64, 128, 0.0f);
+    ASSERT_TRUE(cache.read(back.data));
+    EXPECT_EQ(source.requests.size(), 5u);
+}
+
+TEST(AudioDebugger, ForwardsEverything)
+{
+    AudioDebugger dbg;
+    AudioData r = request(8, 0);
+    EXPECT_FALSE(dbg.provide(r));
+    StaircaseSource mono(1);
+    dbg.setFirst(&mono);
+    EXPECT_EQ(dbg.channels(), 1);
+    Target t(8, 3);
+    t.data.channels = 1;
+    ASSERT_TRUE(dbg.read(t.data));
+    EXPECT_EQ(t.left[0], 3.0f);
+    mono.prepare(44100, 8);
+    ASSERT_TRUE(dbg.provide(r));
+    EXPECT_EQ(r.channel[0][7], 7.0f);
+}
+
+} // namespace

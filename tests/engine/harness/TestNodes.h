@@ -1,0 +1,87 @@
+#pragma once
+
+#include "engine/AudioSource.h"
+
+#include <cstdint>
+#include <vector>
+
+/**
+ * Small real nodes for driving the graph in tests: a timeline staircase whose every sample tells the
+ * position it was read at, and a record of the requests a node was asked.
+ */
+namespace enginetest
+{
+
+/** One request as a node saw it. */
+struct Request
+{
+    int64_t position = 0;
+    int64_t frames = 0;
+    bool byReference = false; // provide rather than read
+};
+
+/**
+ * A source whose sample at timeline position t is value(t) on channel 0 and -value(t) on channel 1,
+ * where value(t) is t itself, or (t mod modulus) / modulus when a modulus is set (a power of two keeps
+ * that exact and inside full scale). Any offset, seek or loop error shows as a wrong value.
+ */
+class StaircaseSource : public AudioSource
+{
+public:
+    /**
+     * @param channels 1 or 2
+     * @param modulus 0 for the raw position, else a power of two
+     */
+    explicit StaircaseSource(int32_t channels = 2, int64_t modulus = 0);
+    virtual ~StaircaseSource() = default;
+
+    /** The value this source gives channel 0 at timeline position t. */
+    float valueAt(int64_t t) const;
+    /** Decodes a channel-0 sample back to t (mod modulus). */
+    int64_t positionOf(float sample) const;
+
+    bool provide(AudioData& request) override;
+    bool read(AudioData& into) override;
+    int32_t channels() override { return channels_; }
+    void prepare(uint32_t sampleRate, uint32_t blockSize) override;
+
+    /** Answers false from both transfers while set. */
+    bool failing = false;
+    /** Answers false from provide only (read still works) while set. */
+    bool refuseProvide = false;
+    /** Keeps every request in requests while set. */
+    bool logging = true;
+    std::vector<Request> requests;
+    uint32_t preparedRate = 0;
+    uint32_t preparedBlock = 0;
+    int32_t prepareCalls = 0;
+
+private:
+    void fill(AudioData& d) const;
+
+    int32_t channels_;
+    int64_t modulus_;
+    AudioBuffer own_;
+};
+
+/** A source of a constant level on both channels, by reference or by copy. */
+class ConstantSource : public AudioSource
+{
+public:
+    explicit ConstantSource(float level = 0.0f, int64_t maxFrames = 8192);
+    virtual ~ConstantSource() = default;
+
+    bool provide(AudioData& request) override;
+    bool read(AudioData& into) override;
+    void prepare(uint32_t sampleRate, uint32_t blockSize) override;
+
+    float level;
+    bool failing = false;
+    int32_t reads = 0;
+    int32_t provides = 0;
+
+private:
+    AudioBuffer own_;
+};
+
+} // namespace enginetest
