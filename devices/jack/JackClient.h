@@ -1,0 +1,46 @@
+#pragma once
+
+#include <jack/jack.h>
+
+#include <chrono>
+#include <string>
+
+/**
+ * Connections to a JACK server that never block the interface thread for long. A stopped or
+ * hung server makes `jack_client_open` and `jack_client_close` wait without end, so both run on a
+ * helper thread that is given up on after a bounded wait; a given-up open closes its client itself
+ * if it ever returns, and while one is still stuck no further attempt is started.
+ */
+namespace kv3jack
+{
+
+/** The server this process talks to: $JACK_DEFAULT_SERVER, or "default". */
+std::string serverName();
+/** The device name shown for the server: "JACK" for the default server, else the server's name. */
+std::string deviceName();
+
+/** How long the interface thread waits for a server to answer an open, and for a close. */
+inline constexpr std::chrono::milliseconds kOpenWait{1500};
+inline constexpr std::chrono::milliseconds kCloseWait{1000};
+
+/**
+ * Connects to the server without ever starting one.
+ * @param clientName the client's name on the server
+ * @param error set to a readable reason on failure
+ * @returns the client, or null when there is no server, it refused, or it didn't answer in time
+ */
+jack_client_t* openClient(const char* clientName, std::string* error);
+
+/**
+ * Deactivates (when `deactivate`) and closes a client within the bounded wait.
+ * @returns false when the server didn't answer and the close was left to a helper thread
+ */
+bool closeClient(jack_client_t* client, bool deactivate);
+
+/** Deactivates a client within the bounded wait; false when the server didn't answer. */
+bool deactivateClient(jack_client_t* client);
+
+/** Routes libjack's own error and info printing away from the terminal; the callers report. */
+void silenceLibraryMessages();
+
+} // namespace kv3jack

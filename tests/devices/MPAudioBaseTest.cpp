@@ -1,0 +1,341 @@
+#include "tests/devices/ScriptedBackend.h"
+
+#include "devices/MPAudio.h"
+#include "devices/MPAudioBackends.h"
+
+#include <gtest/gtest.h>
+
+namespace
+{
+
+std::vector<float> ramp(std::uint32_t frames, float start, float step)
+{
+    std::vector<float> v(frames);
+    for (std::uint32_t i = 0; i < frames; ++i)
+    {
+        v[i] = start + step * static_cast<float>(i);
+    }
+    return v;
+}
+
+MPAudioConfig configWith(std::uint32_t frames)
+{
+    MPAudioConfig config;
+    config.inputDevice = 0;
+    config.outputDevice = 0;
+    config.bufferSize = frames;
+    return config;
+}
+
+} // namespace
+
+TEST(MPAudioBaseRouting, TwoOutputsOnOneChannelAreSummedThenLimited)
+{
+    ScriptedBackend backend;
+    RecordingClient client;
+    backend.setClient(&client);
+    MPAudioConfig config = configWith(64);
+    config.outputRouting[0] = {true, 1};
+    config.outputRouting[1] = {true, 1};
+    ASSERT_TRUE(backend.open(config));
+    EXPECT_EQ(backend.outputRouteCount(), 1u);
+    EXPECT_EQ(backend.outputRoute(0).extraCount, 1u);
+
+    client.toWrite = {ramp(64, -0.5f, 0.02f), std::vector<float>(64, 0.4f)};
+    auto out = backend.pump({});
+    ASSERT_EQ(out.size(), 2u);
+    for (std::uint32_t i = 0; i < 64; ++i)
+    {
+        const float sum = -0.5f + 0.02f * static_cast<float>(i) + 0.4f;
+        EXPECT_FLOAT_EQ(out[1][i], std::min(sum, 1.0f)) << i;
+    }
+    // The client's own buffers are not the sum: the next block starts from what it writes.
+    EXPECT_NE(backend.outputRoute(0).buffer, nullptr);
+}
+
+TEST(MPAudioBaseRouting, OneInputChannelFansOutToTwoLogicalInputs)
+{
+    ScriptedBackend backend;
+    RecordingClient client;
+    backend.setClient(&client);
+    MPAudioConfig config = configWith(32);
+    config.inputRouting[0] = {true, 3};
+    config.inputRouting[1] = {true, 3};
+    ASSERT_TRUE(backend.open(config));
+    EXPECT_EQ(backend.inputRouteCount(), 1u);
+
+    std::vector<std::vector<float>> hw(4);
+    hw[3] = ramp(32, 0.0f, 1.0f);
+    backend.pump(hw);
+    ASSERT_EQ(client.lastInputCount, 2u);
+    EXPECT_EQ(client.seenInputs[0], hw[3]);
+    EXPECT_EQ(client.seenInputs[1], hw[3]);
+    EXPECT_NE(client.inputPointers[0], client.inputPointers[1]);
+}
+
+TEST(MPAudioBaseRouting, UnsharedRouteUsesTheLogicalBufferItself)
+{
+    ScriptedBackend backend;
+    RecordingClient client;
+    backend.setClient(&client);
+    MPAudioConfig config = configWith(16);
+    config.inputRouting[0] = {true, 0};
+    config.inputRouting[1] = {true, 1};
+    config.outputRouting[0] = {true, 1};
+    ASSERT_TRUE(backend.open(config));
+    backend.pump({ramp(16, 0, 1), ramp(16, 100, 1)});
+    EXPECT_EQ(client.inputPointers[0], backend.inputRoute(0).buffer);
+    EXPECT_EQ(client.inputPointers[1], backend.inputRoute(1).buffer);
+    EXPECT_EQ(client.seenInputs[1][5], 105.0f);
+}
+
+TEST(MPAudioBaseRouting, EveryOutputIsLimitedAlsoWithoutSharing)
+{
+    ScriptedBackend backend;
+    RecordingClient client;
+    backend.setClient(&client);
+    MPAudioConfig config = configWith(8);
+    config.outputRouting[0] = {true, 0};
+    config.outputRouting[1] = {true, 1};
+    ASSERT_TRUE(backend.open(config));
+    client.toWrite = {{2.5f, -3.0f, 0.25f, 1.0f, -1.0f, 1.0001f, -7.0f, 0.0f},
+                      {0.5f, 0.5f, 0.5f, 0.5f, 9.0f, 9.0f, 9.0f, 9.0f}};
+    auto out = backend.pump({});
+    EXPECT_EQ(out[0], (std::vector<float>{1.0f, -1.0f, 0.25f, 1.0f, -1.0f, 1.0f, -1.0f, 0.0f}));
+    EXPECT_EQ(out[1], (std::vector<float>{0.5f, 0.5f, 0.5f, 0.5f, 1.0f, 1.0f, 1.0f, 1.0f}));
+}
+
+TEST(MPAudioBaseRouting, ChannelCountsAreLimitedTo32)
+{
+    ScriptedBackend backend;
+    RecordingClient client;
+    backend.setClient(&client);
+    MPAudioConfig config = configWith(8);
+    config.inputChannels = 40;
+    config.outputChannels = 33;
+    ASSERT_TRUE(backend.open(config));
+    EXPECT_EQ(backend.logicalInputs(), 32u);
+    EXPECT_EQ(backend.logicalOutputs(), 32u);
+    backend.pump({});
+    EXPECT_EQ(client.lastInputCount, 32u);
+    EXPECT_EQ(client.lastOutputCount, 32u);
+}
+
+TEST(MPAudioBaseRouting, AUsedEntryRaisesTheLogicalCount)
+{
+    ScriptedBackend backend;
+    RecordingClient client;
+    backend.setClient(&client);
+    MPAudioConfig config = configWith(8);
+    config.outputRouting[5] = {true, 0};
+    ASSERT_TRUE(backend.open(config));
+    EXPECT_EQ(backend.logicalOutputs(), 6u);
+    client.toWrite.assign(6, std::vector<float>(8, 0.0f));
+    client.toWrite[5] = std::vector<float>(8, 0.75f);
+    auto out = backend.pump({});
+    EXPECT_EQ(client.lastOutputCount, 6u);
+    EXPECT_EQ(out[0], std::vector<float>(8, 0.75f));
+}
+
+TEST(MPAudioBaseRouting, BuffersFollowTheBlockSizeTheBackendChose)
+{
+    ScriptedBackend backend;
+    backend.forceBlockFrames = 256;
+    RecordingClient client;
+    backend.setClient(&client);
+    MPAudioConfig config = configWith(1024);
+    config.outputRouting[0] = {true, 0};
+    ASSERT_TRUE(backend.open(config));
+    EXPECT_EQ(backend.blockSize(), 256u);
+    client.toWrite = {std::vector<float>(256, 0.5f)};
+    auto out = backend.pump({});
+    EXPECT_EQ(client.lastFrames, 256u);
+    EXPECT_EQ(out[0].size(), 256u);
+    EXPECT_EQ(backend.samplePosition(), 256u);
+}
+
+TEST(MPAudioBaseState, OpenStartStopClose)
+{
+    ScriptedBackend backend;
+    EXPECT_FALSE(backend.start()) << "start needs an open device";
+    ASSERT_TRUE(backend.open(configWith(64)));
+    EXPECT_FALSE(backend.open(configWith(64))) << "open while open is refused";
+    EXPECT_EQ(backend.opens, 1);
+    EXPECT_TRUE(backend.start());
+    EXPECT_TRUE(backend.start());
+    EXPECT_EQ(backend.starts, 1);
+    backend.close();
+    EXPECT_EQ(backend.stops, 1) << "close stops first";
+    EXPECT_EQ(backend.closes, 1);
+    EXPECT_FALSE(backend.isOpen());
+    EXPECT_FALSE(backend.isStarted());
+    backend.close();
+    EXPECT_EQ(backend.closes, 1);
+}
+
+TEST(MPAudioBaseState, FailingLowLevelOpenLeavesItClosed)
+{
+    ScriptedBackend backend;
+    backend.failOpen = true;
+    EXPECT_FALSE(backend.open(configWith(64)));
+    EXPECT_FALSE(backend.isOpen());
+    backend.failOpen = false;
+    EXPECT_TRUE(backend.open(configWith(64)));
+}
+
+TEST(MPAudioBaseState, FailingLowLevelStartLeavesItOpenAndClosable)
+{
+    ScriptedBackend backend;
+    backend.failStart = true;
+    ASSERT_TRUE(backend.open(configWith(64)));
+    EXPECT_FALSE(backend.start());
+    EXPECT_TRUE(backend.isOpen());
+    EXPECT_FALSE(backend.isStarted());
+    backend.close();
+    EXPECT_EQ(backend.stops, 0) << "a device that never started isn't stopped";
+    EXPECT_EQ(backend.closes, 1);
+}
+
+TEST(MPAudioBaseDevices, EnumeratesOnceUnlessForced)
+{
+    ScriptedBackend backend;
+    backend.enumerateDevices(false);
+    backend.enumerateDevices(false);
+    int index = 0;
+    EXPECT_TRUE(backend.findDevice("Beta", true, &index));
+    EXPECT_EQ(backend.enumerations, 1);
+    backend.enumerateDevices(true);
+    EXPECT_EQ(backend.enumerations, 2);
+}
+
+TEST(MPAudioBaseDevices, FindDeviceComparesExactly)
+{
+    ScriptedBackend backend;
+    int index = 7;
+    EXPECT_TRUE(backend.findDevice("Beta", false, &index));
+    EXPECT_EQ(index, 1);
+    EXPECT_FALSE(backend.findDevice("beta", false, &index));
+    EXPECT_EQ(index, -1);
+    index = 7;
+    EXPECT_FALSE(backend.findDevice(nullptr, false, &index));
+    EXPECT_EQ(index, -1);
+}
+
+TEST(MPAudioBaseDevices, OpenByNameUsesMinusOneForNullAndMinusTwoForUnknown)
+{
+    ScriptedBackend backend;
+    MPAudioConfig config;
+    ASSERT_TRUE(backend.open(nullptr, "Nowhere", config));
+    EXPECT_EQ(config.inputDevice, -1);
+    EXPECT_EQ(config.outputDevice, -2);
+    backend.close();
+    ASSERT_TRUE(backend.open("Beta", nullptr, 256, 1, -1, 0, 1, 48000));
+    EXPECT_EQ(backend.config().inputDevice, 1);
+    EXPECT_EQ(backend.config().outputDevice, -1);
+    EXPECT_EQ(backend.config().sampleRate, 48000u);
+    EXPECT_TRUE(backend.config().inputRouting[0].used);
+    EXPECT_EQ(backend.config().inputRouting[0].channel, 1u);
+    EXPECT_FALSE(backend.config().inputRouting[1].used);
+    EXPECT_TRUE(backend.config().outputRouting[1].used);
+    EXPECT_EQ(backend.logicalInputs(), 1u);
+    EXPECT_EQ(backend.logicalOutputs(), 2u);
+}
+
+TEST(MPAudioBaseDevices, DefaultQueryAnswersForAnyDevice)
+{
+    ScriptedBackend backend;
+    std::vector<std::uint32_t> sizes{1, 2, 3}, rates{9};
+    std::vector<MPAudioChannelName> names(5);
+    bool fixed = true;
+    std::uint32_t preferred = 9, reserved = 9, latency = 9;
+    ASSERT_TRUE(
+        backend.queryDevice(-1, true, &sizes, &names, &rates, &fixed, &preferred, &reserved, &latency));
+    ASSERT_EQ(sizes.size(), 10u);
+    EXPECT_EQ(sizes.front(), 128u);
+    EXPECT_EQ(sizes.back(), 65536u);
+    ASSERT_EQ(names.size(), 2u);
+    EXPECT_STREQ(names[0].name, "Left");
+    EXPECT_STREQ(names[1].name, "Right");
+    EXPECT_EQ(rates, (std::vector<std::uint32_t>{22050, 44100, 48000, 88200, 96000}));
+    EXPECT_FALSE(fixed);
+    EXPECT_EQ(preferred + reserved + latency, 0u);
+    EXPECT_TRUE(
+        backend.queryDevice(12345, false, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr));
+    int channel = 5;
+    EXPECT_TRUE(backend.findChannel(0, false, "Right", &channel));
+    EXPECT_EQ(channel, 1);
+    EXPECT_FALSE(backend.findChannel(0, false, "right", &channel));
+    EXPECT_EQ(channel, -1);
+}
+
+TEST(MPAudioBaseDiagnostic, SquareWavesWithoutAClient)
+{
+    ScriptedBackend backend;
+    MPAudioConfig config = configWith(1000);
+    config.outputRouting[0] = {true, 0};
+    config.outputRouting[1] = {true, 1};
+    ASSERT_TRUE(backend.open(config));
+    auto first = backend.pump({});
+    for (std::uint32_t i = 0; i < 1000; ++i)
+    {
+        EXPECT_EQ(first[0][i], ((i / 200) % 2 == 0) ? -1.0f : 1.0f) << i;
+        EXPECT_EQ(first[1][i], i < 500 ? (((i / 210) % 2 == 0) ? -1.0f : 1.0f) : 0.0f) << i;
+    }
+    // The phase runs on from the position: frame 1000 is in half-period 5, positive.
+    auto second = backend.pump({});
+    EXPECT_EQ(second[0][0], 1.0f);
+    EXPECT_EQ(second[0][199], 1.0f);
+    EXPECT_EQ(second[0][200], -1.0f);
+    EXPECT_EQ(second[1][0], -1.0f) << "frame 1000 is in half-period 4 of 210";
+    EXPECT_EQ(second[1][50], 1.0f);
+}
+
+TEST(MPAudioBaseNotify, PassesToTheClient)
+{
+    ScriptedBackend backend;
+    EXPECT_EQ(backend.notify(1), 0) << "no client";
+    RecordingClient client;
+    backend.setClient(&client);
+    EXPECT_EQ(backend.notify(1), 0);
+    EXPECT_EQ(client.notifications, 1);
+    EXPECT_EQ(client.lastCode, 1);
+}
+
+TEST(MPAudioDriverTable, SelectsByNameIgnoringCaseAndKeepsOnUnknown)
+{
+    MPAudio audio;
+    const bool alsaBuilt = newAlsaBackend() != nullptr;
+    const bool jackBuilt = newJackBackend() != nullptr;
+    EXPECT_EQ(audio.selectDriver("asio"), jackBuilt);
+    EXPECT_EQ(audio.backendIndex(), jackBuilt ? 1 : -1);
+    const int before = audio.backendIndex();
+    EXPECT_FALSE(audio.selectDriver("CoreAudio"));
+    EXPECT_FALSE(audio.selectDriver(static_cast<const char*>(nullptr)));
+    EXPECT_EQ(audio.backendIndex(), before) << "an unknown name keeps the backend";
+    EXPECT_EQ(audio.selectDriver("DIRECTX"), alsaBuilt);
+    EXPECT_EQ(audio.backendIndex(), alsaBuilt ? 0 : -1);
+    EXPECT_EQ(audio.selectDriver("Jack"), jackBuilt);
+    EXPECT_FALSE(audio.selectDriver(2));
+    EXPECT_EQ(audio.backendIndex(), -1);
+    EXPECT_EQ(audio.backend(), nullptr);
+    EXPECT_STREQ(MPAudio::driverName(0), "ALSA");
+    EXPECT_STREQ(MPAudio::driverName(1), "JACK");
+    EXPECT_EQ(MPAudio::driverName(2), nullptr);
+}
+
+TEST(MPAudioDriverTable, WithoutABackendEverythingAnswersEmpty)
+{
+    MPAudio audio;
+    EXPECT_FALSE(audio.open(MPAudioConfig{}));
+    EXPECT_FALSE(audio.start());
+    EXPECT_FALSE(audio.isOpen());
+    EXPECT_EQ(audio.blockSize(), 0u);
+    EXPECT_EQ(audio.samplePosition(), 0u);
+    EXPECT_TRUE(audio.outputDevices().empty());
+    EXPECT_TRUE(audio.inputDevices().empty());
+    EXPECT_FALSE(audio.queryDevice(0, true, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr));
+    int index = 3;
+    EXPECT_FALSE(audio.findDevice("x", true, &index));
+    audio.stop();
+    audio.close();
+}
