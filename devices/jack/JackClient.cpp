@@ -46,13 +46,18 @@ bool runBounded(const std::shared_ptr<BoundedCall>& call, std::chrono::milliseco
                 std::lock_guard<std::mutex> lock(call->mutex);
                 call->finished = true;
                 abandoned = call->abandoned;
+                // Counted off before the waiter wakes, so that its next attempt isn't refused.
+                if (!abandoned)
+                {
+                    stuckCalls.fetch_sub(1, std::memory_order_relaxed);
+                }
             }
             call->done.notify_all();
             if (abandoned)
             {
                 cleanup(*call);
+                stuckCalls.fetch_sub(1, std::memory_order_relaxed);
             }
-            stuckCalls.fetch_sub(1, std::memory_order_relaxed);
         });
     helper.detach();
     std::unique_lock<std::mutex> lock(call->mutex);

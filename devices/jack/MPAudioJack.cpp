@@ -12,7 +12,11 @@ namespace kv3jack
 /** What the server's threads may touch. The block path runs only while `muted` is false. */
 struct CallbackState
 {
-    MPAudioJack* backend = nullptr;
+    /** Null once the backend has given this state up; acquire/release so that a callback that
+        sees the pointer sees the backend built. */
+    std::atomic<MPAudioJack*> backend{nullptr};
+    /** The backend's ports, kept here so that a muted callback can write silence without it. */
+    std::vector<jack_port_t*> outputPorts;
     /** Set by stop, reset or an unexpected format; read at the head of each callback.
         Release on set and acquire on read, so that a callback seeing false also sees the buffers. */
     std::atomic<bool> muted{true};
@@ -36,11 +40,28 @@ constexpr const char* kClientName = "Korvalind 3";
 constexpr std::chrono::milliseconds kSilenceLimit{1000};
 constexpr std::chrono::milliseconds kWatchdogPeriod{50};
 
+void requestReset(kv3jack::CallbackState* state)
+{
+    if (MPAudioJack* backend = state->backend.load(std::memory_order_acquire))
+    {
+        backend->requestReset();
+    }
+}
+
 int processThunk(jack_nframes_t frames, void* arg)
 {
     auto* state = static_cast<kv3jack::CallbackState*>(arg);
     state->callbacks.fetch_add(1, std::memory_order_relaxed);
-    state->backend->jackProcess(frames);
+    MPAudioJack* backend = state->backend.load(std::memory_order_acquire);
+    if (backend && !state->muted.load(std::memory_order_acquire) && frames == state->frames)
+    {
+        backend->jackProcess(frames);
+        return 0;
+    }
+    for (jack_port_t* port : state->outputPorts)
+    {
+        std::memset(jack_port_get_buffer(port, frames), 0, frames * sizeof(float));
+    }
     return 0;
 }
 
@@ -49,7 +70,7 @@ int bufferSizeThunk(jack_nframes_t frames, void* arg)
     auto* state = static_cast<kv3jack::CallbackState*>(arg);
     if (frames != state->frames)
     {
-        state->backend->requestReset();
+        requestReset(state);
     }
     return 0;
 }
@@ -59,7 +80,7 @@ int sampleRateThunk(jack_nframes_t rate, void* arg)
     auto* state = static_cast<kv3jack::CallbackState*>(arg);
     if (rate != state->sampleRate)
     {
-        state->backend->requestReset();
+        requestReset(state);
     }
     return 0;
 }
@@ -72,7 +93,7 @@ int xrunThunk(void* arg)
 
 void shutdownThunk(jack_status_t, const char*, void* arg)
 {
-    static_cast<kv3jack::CallbackState*>(arg)->backend->requestReset();
+    requestReset(static_cast<kv3jack::CallbackState*>(arg));
 }
 
 } // namespace
@@ -113,7 +134,7 @@ bool MPAudioJack::ensureClient()
     }
     lastError_.clear();
     state_ = new kv3jack::CallbackState;
-    state_->backend = this;
+    state_->backend.store(this, std::memory_order_release);
     return true;
 }
 
@@ -128,8 +149,12 @@ void MPAudioJack::dropClient()
     {
         delete state_;
     }
-    // Otherwise the server never answered: its threads may still hold `state_`, which stays muted
-    // and is deliberately left behind.
+    else
+    {
+        // The server never answered: its threads may still call with `state_`, which is cut off
+        // from this object and deliberately left behind.
+        state_->backend.store(nullptr, std::memory_order_release);
+    }
     client_ = nullptr;
     state_ = nullptr;
     inputPorts_.clear();
@@ -304,6 +329,7 @@ bool MPAudioJack::LoLevelOpen()
         registerPorts(inputRoutes_, input >= 0 ? inputRouteCount_ : 0, true, capture.size(), inputPorts_) &&
         registerPorts(outputRoutes_, output >= 0 ? outputRouteCount_ : 0, false, playback.size(),
                       outputPorts_);
+    state_->outputPorts = outputPorts_;
     if (!ok || jack_set_process_callback(client_, processThunk, state_) != 0 ||
         jack_set_buffer_size_callback(client_, bufferSizeThunk, state_) != 0 ||
         jack_set_sample_rate_callback(client_, sampleRateThunk, state_) != 0 ||
@@ -418,14 +444,6 @@ void MPAudioJack::requestReset()
 
 void MPAudioJack::jackProcess(jack_nframes_t frames)
 {
-    if (state_->muted.load(std::memory_order_acquire) || frames != blockFrames_)
-    {
-        for (jack_port_t* port : outputPorts_)
-        {
-            std::memset(jack_port_get_buffer(port, frames), 0, frames * sizeof(float));
-        }
-        return;
-    }
     for (std::size_t r = 0; r < inputPorts_.size(); ++r)
     {
         const auto* in = static_cast<const float*>(jack_port_get_buffer(inputPorts_[r], frames));

@@ -1,0 +1,139 @@
+#pragma once
+
+#include <jack/jack.h>
+
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <fcntl.h>
+#include <string>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+/**
+ * A real JACK server with the dummy driver, private to one test: a unique name, the process's
+ * JACK_DEFAULT_SERVER pointed at it, and always stopped by the destructor. The server is also
+ * killed by the kernel if the test process dies first, so a crashed test leaves no server behind.
+ * It runs without realtime scheduling, so its periods jitter and may occasionally be missed.
+ */
+class JackTestServer
+{
+public:
+    explicit JackTestServer(unsigned rate = 48000, unsigned period = 256) : rate_(rate), period_(period)
+    {
+        static int counter = 0;
+        name_ = "kv3test_" + std::to_string(getpid()) + "_" + std::to_string(++counter);
+        setenv("JACK_DEFAULT_SERVER", name_.c_str(), 1);
+        setenv("JACK_NO_AUDIO_RESERVATION", "1", 1);
+    }
+    ~JackTestServer() { stop(); }
+
+    JackTestServer(const JackTestServer&) = delete;
+    JackTestServer& operator=(const JackTestServer&) = delete;
+
+    const std::string& name() const { return name_; }
+    pid_t pid() const { return pid_; }
+
+    /** Starts the server and waits until it accepts clients (at most ten seconds). */
+    bool start()
+    {
+        stop();
+        const pid_t parent = getpid();
+        pid_ = fork();
+        if (pid_ == 0)
+        {
+            // SIGTERM, not SIGKILL: a killed server leaves its entry in JACK's server registry,
+            // which holds only eight, and a full registry refuses every later server.
+            prctl(PR_SET_PDEATHSIG, SIGTERM);
+            if (getppid() != parent)
+            {
+                _exit(1);
+            }
+            const int devnull = open("/dev/null", O_WRONLY);
+            dup2(devnull, 1);
+            dup2(devnull, 2);
+            const std::string rate = std::to_string(rate_);
+            const std::string period = std::to_string(period_);
+            execlp("jackd", "jackd", "-r", "-t", "2000", "-n", name_.c_str(), "-d", "dummy", "-r",
+                   rate.c_str(), "-p", period.c_str(), static_cast<char*>(nullptr));
+            _exit(127);
+        }
+        if (pid_ < 0)
+        {
+            pid_ = 0;
+            return false;
+        }
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+        while (std::chrono::steady_clock::now() < deadline)
+        {
+            jack_status_t status;
+            jack_client_t* probe = jack_client_open(
+                "kv3 probe", jack_options_t(JackNoStartServer | JackServerName), &status, name_.c_str());
+            if (probe)
+            {
+                jack_client_close(probe);
+                return true;
+            }
+            int wstatus = 0;
+            if (waitpid(pid_, &wstatus, WNOHANG) == pid_)
+            {
+                pid_ = 0;
+                return false;
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        }
+        return false;
+    }
+
+    /** Ends the server at once, without waiting for its clients. SIGTERM and not SIGKILL, for
+        the reason given in start(). */
+    void kill() { signalAndReap(SIGTERM); }
+
+    /**
+     * Stops the server: SIGTERM, then SIGKILL after `grace`. A server that was frozen with a client
+     * on it waits up to 20 seconds for that client before it exits, hence the longer grace then.
+     */
+    void stop(std::chrono::seconds grace = std::chrono::seconds(5))
+    {
+        if (pid_ <= 0)
+        {
+            return;
+        }
+        ::kill(pid_, SIGCONT);
+        ::kill(pid_, SIGTERM);
+        const auto deadline = std::chrono::steady_clock::now() + grace;
+        while (std::chrono::steady_clock::now() < deadline)
+        {
+            if (waitpid(pid_, nullptr, WNOHANG) == pid_)
+            {
+                pid_ = 0;
+                return;
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
+        signalAndReap(SIGKILL);
+    }
+
+    /** Freezes the server so that it accepts connections but never answers them. */
+    void freeze() { ::kill(pid_, SIGSTOP); }
+    void thaw() { ::kill(pid_, SIGCONT); }
+
+private:
+    void signalAndReap(int sig)
+    {
+        if (pid_ > 0)
+        {
+            ::kill(pid_, SIGCONT);
+            ::kill(pid_, sig);
+            waitpid(pid_, nullptr, 0);
+            pid_ = 0;
+        }
+    }
+
+    unsigned rate_;
+    unsigned period_;
+    std::string name_;
+    pid_t pid_ = 0;
+};

@@ -1,0 +1,406 @@
+#include "tests/devices/JackTestServer.h"
+#include "tests/devices/ScriptedBackend.h"
+
+#include "devices/MPAudio.h"
+#include "devices/jack/MPAudioJack.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <cmath>
+#include <thread>
+
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+
+namespace
+{
+
+/** A client of the backend that copies logical input 0 to output 0 at half gain and counts. */
+class PassThroughClient : public RecordingClient
+{
+public:
+    /** Relaxed: counters read by the test thread only to wait and compare. */
+    std::atomic<int> blocks{0};
+    std::atomic<std::uint32_t> frames{0};
+    std::atomic<int> resets{0};
+    std::atomic<std::int64_t> firstResetUs{-1};
+
+    void process(const float* const* inputs, std::uint32_t inputCount, float* const* outputs,
+                 std::uint32_t outputCount, std::uint32_t n) override
+    {
+        for (std::uint32_t i = 0; i < n && inputCount > 0 && outputCount > 0; ++i)
+        {
+            outputs[0][i] = 0.5f * inputs[0][i];
+        }
+        frames.store(n, std::memory_order_relaxed);
+        blocks.fetch_add(1, std::memory_order_relaxed);
+    }
+    int notify(int code) override
+    {
+        if (code == 1 && resets.fetch_add(1, std::memory_order_relaxed) == 0)
+        {
+            firstResetUs.store(
+                std::chrono::duration_cast<std::chrono::microseconds>(Clock::now().time_since_epoch())
+                    .count(),
+                std::memory_order_relaxed);
+        }
+        return code - 1;
+    }
+};
+
+/**
+ * Another program on the server: it plays a frame-counter signal into the backend's first input
+ * and records what comes back from the backend's first output.
+ */
+class SignalClient
+{
+public:
+    static constexpr std::size_t kCapacity = 48000 * 4;
+
+    SignalClient() : received_(kCapacity, 0.0f)
+    {
+        jack_status_t status;
+        client_ = jack_client_open("kv3 signal", JackNoStartServer, &status);
+        if (!client_)
+        {
+            return;
+        }
+        out_ = jack_port_register(client_, "out", JACK_DEFAULT_AUDIO_TYPE, JackPortIsOutput, 0);
+        in_ = jack_port_register(client_, "in", JACK_DEFAULT_AUDIO_TYPE, JackPortIsInput, 0);
+        jack_set_process_callback(client_, processThunk, this);
+        jack_activate(client_);
+    }
+    ~SignalClient()
+    {
+        if (client_)
+        {
+            jack_deactivate(client_);
+            jack_client_close(client_);
+        }
+    }
+    bool ok() const { return client_ && out_ && in_; }
+    bool connectTo(const char* backendIn, const char* backendOut)
+    {
+        return jack_connect(client_, jack_port_name(out_), backendIn) == 0 &&
+               jack_connect(client_, backendOut, jack_port_name(in_)) == 0;
+    }
+    /** The value played at a frame: a ramp that repeats every 4096 frames, never louder than 0.5. */
+    static float played(std::size_t frame) { return static_cast<float>(frame % 4096) / 8192.0f; }
+    std::size_t receivedFrames() const { return written_.load(std::memory_order_acquire); }
+    const std::vector<float>& received() const { return received_; }
+    jack_client_t* handle() const { return client_; }
+
+private:
+    static int processThunk(jack_nframes_t n, void* arg)
+    {
+        auto* self = static_cast<SignalClient*>(arg);
+        auto* out = static_cast<float*>(jack_port_get_buffer(self->out_, n));
+        const auto* in = static_cast<const float*>(jack_port_get_buffer(self->in_, n));
+        std::size_t w = self->written_.load(std::memory_order_relaxed);
+        for (jack_nframes_t i = 0; i < n; ++i)
+        {
+            out[i] = played(self->frame_ + i);
+            if (w < kCapacity)
+            {
+                self->received_[w++] = in[i];
+            }
+        }
+        self->frame_ += n;
+        // Release: the samples above are visible to a reader that sees the new count.
+        self->written_.store(w, std::memory_order_release);
+        return 0;
+    }
+
+    jack_client_t* client_ = nullptr;
+    jack_port_t* out_ = nullptr;
+    jack_port_t* in_ = nullptr;
+    std::size_t frame_ = 0;
+    std::vector<float> received_;
+    std::atomic<std::size_t> written_{0};
+};
+
+MPAudioConfig stereoConfig(std::uint32_t rate = 48000, std::uint32_t frames = 1024)
+{
+    MPAudioConfig config;
+    config.inputDevice = 0;
+    config.outputDevice = 0;
+    config.sampleRate = rate;
+    config.bufferSize = frames;
+    config.inputChannels = 2;
+    config.outputChannels = 2;
+    config.inputRouting[0] = {true, 0};
+    config.inputRouting[1] = {true, 1};
+    config.outputRouting[0] = {true, 0};
+    config.outputRouting[1] = {true, 1};
+    return config;
+}
+
+template <typename Pred> bool waitFor(Pred pred, std::chrono::milliseconds limit)
+{
+    const auto deadline = Clock::now() + limit;
+    while (Clock::now() < deadline)
+    {
+        if (pred())
+        {
+            return true;
+        }
+        std::this_thread::sleep_for(5ms);
+    }
+    return pred();
+}
+
+} // namespace
+
+TEST(MPAudioJack, ListsTheServerAndItsPhysicalPorts)
+{
+    JackTestServer server(48000, 256);
+    ASSERT_TRUE(server.start());
+    MPAudioJack jack;
+    jack.enumerateDevices(false);
+    ASSERT_EQ(jack.inputDevices().size(), 1u);
+    ASSERT_EQ(jack.outputDevices().size(), 1u);
+    EXPECT_STREQ(jack.inputDevices()[0].name, server.name().c_str());
+    EXPECT_EQ(jack.inputDevices()[0].channels, 2u);
+    EXPECT_EQ(jack.outputDevices()[0].channels, 2u);
+    EXPECT_EQ(jack.outputDevices()[0].minRate, 48000u);
+
+    std::vector<std::uint32_t> sizes, rates;
+    std::vector<MPAudioChannelName> names;
+    bool fixed = false;
+    std::uint32_t preferred = 0;
+    ASSERT_TRUE(jack.queryDevice(0, true, &sizes, &names, &rates, &fixed, &preferred, nullptr, nullptr));
+    EXPECT_EQ(sizes, std::vector<std::uint32_t>{256});
+    EXPECT_EQ(rates, std::vector<std::uint32_t>{48000});
+    EXPECT_TRUE(fixed);
+    EXPECT_EQ(preferred, 256u);
+    ASSERT_EQ(names.size(), 2u);
+    EXPECT_STREQ(names[0].name, "system:capture_1");
+    EXPECT_STREQ(names[1].name, "system:capture_2");
+    ASSERT_TRUE(jack.queryDevice(0, false, nullptr, &names, nullptr, nullptr, nullptr, nullptr, nullptr));
+    EXPECT_STREQ(names[1].name, "system:playback_2");
+    int channel = -5;
+    EXPECT_TRUE(jack.findChannel(0, false, "system:playback_2", &channel));
+    EXPECT_EQ(channel, 1);
+    EXPECT_FALSE(jack.queryDevice(1, false, nullptr, &names, nullptr, nullptr, nullptr, nullptr, nullptr));
+    EXPECT_TRUE(names.empty());
+}
+
+TEST(MPAudioJack, WithoutAServerTheDeviceIsListedButRefuses)
+{
+    JackTestServer server; // named, never started
+    MPAudioJack jack;
+    const auto t0 = Clock::now();
+    jack.enumerateDevices(false);
+    ASSERT_EQ(jack.outputDevices().size(), 1u);
+    EXPECT_EQ(jack.outputDevices()[0].channels, 0u);
+    std::vector<std::uint32_t> rates{1};
+    EXPECT_FALSE(jack.queryDevice(0, false, nullptr, nullptr, &rates, nullptr, nullptr, nullptr, nullptr));
+    EXPECT_TRUE(rates.empty());
+    EXPECT_FALSE(jack.open(stereoConfig()));
+    EXPECT_NE(jack.lastError().find("no JACK server"), std::string::npos) << jack.lastError();
+    EXPECT_LT(Clock::now() - t0, 3s);
+}
+
+TEST(MPAudioJack, BlocksArriveAtTheServersPeriod)
+{
+    JackTestServer server(48000, 256);
+    ASSERT_TRUE(server.start());
+    MPAudioJack jack;
+    PassThroughClient client;
+    jack.setClient(&client);
+    ASSERT_TRUE(jack.open(stereoConfig(48000, 1024))) << jack.lastError();
+    EXPECT_EQ(jack.blockSize(), 256u) << "the server's size wins over the configuration's";
+    ASSERT_TRUE(jack.start());
+    ASSERT_TRUE(waitFor([&] { return client.blocks.load() > 0; }, 2s));
+    const int before = client.blocks.load();
+    const auto t0 = Clock::now();
+    std::this_thread::sleep_for(1s);
+    const int blocks = client.blocks.load() - before;
+    const double seconds = std::chrono::duration<double>(Clock::now() - t0).count();
+    jack.stop();
+    // 187.5 periods a second; without realtime scheduling the dummy driver jitters, so only the order
+    // of magnitude is checked, never the absence of a missed period.
+    EXPECT_GT(blocks, 120 * seconds);
+    EXPECT_LT(blocks, 260 * seconds);
+    EXPECT_EQ(client.frames.load(), 256u);
+    EXPECT_EQ(jack.samplePosition() % 256, 0u);
+    EXPECT_GE(jack.samplePosition(), static_cast<std::uint32_t>(blocks) * 256u);
+
+    // After stop the server no longer enters the block path.
+    const int stopped = client.blocks.load();
+    std::this_thread::sleep_for(100ms);
+    EXPECT_EQ(client.blocks.load(), stopped);
+    EXPECT_TRUE(jack.start()) << "a stopped device starts again";
+    EXPECT_TRUE(waitFor([&] { return client.blocks.load() > stopped + 5; }, 2s));
+    jack.close();
+    EXPECT_FALSE(jack.isOpen());
+}
+
+TEST(MPAudioJack, RefusesARateTheServerDoesNotRun)
+{
+    JackTestServer server(48000, 256);
+    ASSERT_TRUE(server.start());
+    MPAudioJack jack;
+    EXPECT_FALSE(jack.open(stereoConfig(44100)));
+    EXPECT_NE(jack.lastError().find("48000"), std::string::npos) << jack.lastError();
+    MPAudioConfig config = stereoConfig();
+    config.outputRouting[1] = {true, 7};
+    EXPECT_FALSE(jack.open(config)) << "the server has no playback channel 8";
+    EXPECT_FALSE(jack.isOpen());
+    EXPECT_TRUE(jack.open(stereoConfig())) << jack.lastError();
+}
+
+TEST(MPAudioJack, AnotherClientsAudioComesBackThroughTheRouting)
+{
+    JackTestServer server(48000, 256);
+    ASSERT_TRUE(server.start());
+    MPAudioJack jack;
+    PassThroughClient client;
+    jack.setClient(&client);
+    MPAudioConfig config = stereoConfig();
+    // Logical output 0 goes to hardware channel 1 as well as output 1 there: the pass-through is
+    // summed with the silent second output and so arrives unchanged on out_2.
+    config.outputRouting[0] = {true, 1};
+    ASSERT_TRUE(jack.open(config)) << jack.lastError();
+    ASSERT_TRUE(jack.start());
+    SignalClient signal;
+    ASSERT_TRUE(signal.ok());
+    ASSERT_TRUE(signal.connectTo("Korvalind 3:in_1", "Korvalind 3:out_2"));
+    ASSERT_TRUE(waitFor([&] { return signal.receivedFrames() >= 48000; }, 5s));
+    jack.stop();
+
+    // Find the delay on a stretch well after the connections settled, then check every frame.
+    const std::vector<float>& got = signal.received();
+    const std::size_t from = 24000;
+    std::size_t delay = 0;
+    bool found = false;
+    for (; delay < 8192; ++delay)
+    {
+        if (std::fabs(got[from] - 0.5f * SignalClient::played(from - delay)) < 1e-6f &&
+            std::fabs(got[from + 1] - 0.5f * SignalClient::played(from + 1 - delay)) < 1e-6f &&
+            std::fabs(got[from + 2000] - 0.5f * SignalClient::played(from + 2000 - delay)) < 1e-6f)
+        {
+            found = true;
+            break;
+        }
+    }
+    ASSERT_TRUE(found) << "the signal never came back at half gain";
+    EXPECT_EQ(delay % 256, 0u) << "the delay is whole periods";
+    int wrong = 0;
+    for (std::size_t i = from; i < from + 16000; ++i)
+    {
+        wrong += std::fabs(got[i] - 0.5f * SignalClient::played(i - delay)) > 1e-6f;
+    }
+    // A missed period of the unscheduled dummy driver can shift a stretch; most frames must match.
+    EXPECT_LT(wrong, 1024);
+}
+
+TEST(MPAudioJack, AKilledServerReachesNotifyAndARestartedOneOpensAgain)
+{
+    JackTestServer server(48000, 256);
+    ASSERT_TRUE(server.start());
+    MPAudioJack jack;
+    PassThroughClient client;
+    jack.setClient(&client);
+    ASSERT_TRUE(jack.open(stereoConfig()));
+    ASSERT_TRUE(jack.start());
+    ASSERT_TRUE(waitFor([&] { return client.blocks.load() > 10; }, 2s));
+
+    const auto killedAt = Clock::now();
+    server.kill();
+    ASSERT_TRUE(waitFor([&] { return client.resets.load() > 0; }, 3s));
+    const auto firstReset = Clock::time_point(std::chrono::microseconds(client.firstResetUs.load()));
+    EXPECT_LT(firstReset - killedAt, 1200ms);
+    std::this_thread::sleep_for(1500ms);
+    EXPECT_EQ(client.resets.load(), 1) << "one reset request per start";
+
+    const auto closeStart = Clock::now();
+    jack.close();
+    EXPECT_LT(Clock::now() - closeStart, 3s);
+
+    ASSERT_TRUE(server.start());
+    PassThroughClient again;
+    jack.setClient(&again);
+    ASSERT_TRUE(jack.open(stereoConfig())) << jack.lastError();
+    ASSERT_TRUE(jack.start());
+    EXPECT_TRUE(waitFor([&] { return again.blocks.load() > 10; }, 3s));
+    jack.close();
+}
+
+TEST(MPAudioJack, ABufferSizeChangeAsksForAReset)
+{
+    JackTestServer server(48000, 256);
+    ASSERT_TRUE(server.start());
+    MPAudioJack jack;
+    PassThroughClient client;
+    jack.setClient(&client);
+    ASSERT_TRUE(jack.open(stereoConfig()));
+    ASSERT_TRUE(jack.start());
+    ASSERT_TRUE(waitFor([&] { return client.blocks.load() > 5; }, 2s));
+    SignalClient other;
+    ASSERT_TRUE(other.ok());
+    ASSERT_EQ(jack_set_buffer_size(other.handle(), 512), 0);
+    EXPECT_TRUE(waitFor([&] { return client.resets.load() == 1; }, 2s));
+    const int blocks = client.blocks.load();
+    std::this_thread::sleep_for(100ms);
+    EXPECT_EQ(client.blocks.load(), blocks) << "a device waiting for its reset runs no blocks";
+    jack.close();
+}
+
+TEST(MPAudioJack, AServerThatNeverAnswersDoesNotHang)
+{
+    JackTestServer server(48000, 256);
+    ASSERT_TRUE(server.start());
+    server.freeze();
+    auto t0 = Clock::now();
+    {
+        MPAudioJack jack;
+        jack.enumerateDevices(false);
+        EXPECT_FALSE(jack.open(stereoConfig()));
+        EXPECT_NE(jack.lastError().find("does not answer"), std::string::npos) << jack.lastError();
+        EXPECT_FALSE(jack.open(stereoConfig())) << "while the first attempt is stuck, the next fails at once";
+    }
+    EXPECT_LT(Clock::now() - t0, 4s);
+    server.thaw();
+    server.stop(std::chrono::seconds(30));
+}
+
+TEST(MPAudioJack, StoppingWhenTheServerHangsMidRunReturns)
+{
+    JackTestServer server(48000, 256);
+    ASSERT_TRUE(server.start());
+    PassThroughClient client;
+    auto t0 = Clock::now();
+    {
+        MPAudioJack jack;
+        jack.setClient(&client);
+        ASSERT_TRUE(jack.open(stereoConfig()));
+        ASSERT_TRUE(jack.start());
+        ASSERT_TRUE(waitFor([&] { return client.blocks.load() > 5; }, 2s));
+        server.freeze();
+        EXPECT_TRUE(waitFor([&] { return client.resets.load() == 1; }, 2s)) << "a silent server is noticed";
+        t0 = Clock::now();
+        jack.close();
+    }
+    EXPECT_LT(Clock::now() - t0, 4s);
+    server.thaw();
+    server.stop(std::chrono::seconds(30));
+}
+
+TEST(MPAudioJack, ThroughTheDriverTable)
+{
+    JackTestServer server(48000, 256);
+    ASSERT_TRUE(server.start());
+    MPAudio audio;
+    ASSERT_TRUE(audio.selectDriver("ASIO"));
+    int index = -1;
+    EXPECT_TRUE(audio.findDevice(server.name().c_str(), false, &index));
+    EXPECT_EQ(index, 0);
+    ASSERT_TRUE(audio.open(server.name().c_str(), server.name().c_str(), 64, 0, 1, 0, 1, 48000));
+    EXPECT_EQ(audio.blockSize(), 256u);
+    ASSERT_TRUE(audio.start());
+    EXPECT_TRUE(waitFor([&] { return audio.samplePosition() >= 256 * 10; }, 2s));
+    audio.close();
+}
