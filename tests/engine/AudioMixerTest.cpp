@@ -1,0 +1,271 @@
+#include "engine/AudioMixer.h"
+#include "tests/engine/harness/TestTrack.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <vector>
+
+using enginetest::TestTrack;
+
+namespace
+{
+
+struct Output
+{
+    explicit Output(int64_t n, int64_t position = 0)
+        : left(static_cast<size_t>(n)), right(static_cast<size_t>(n))
+    {
+        data.channel[0] = left.data();
+        data.channel[1] = right.data();
+        data.channels = 2;
+        data.frames = n;
+        data.position = position;
+    }
+    std::vector<float> left, right;
+    AudioData data;
+};
+
+// Five playing tracks, each with its own level, so that every strip's share of the sum is known.
+struct MixerRig
+{
+    MixerRig()
+    {
+        for (int i = 0; i < AudioMixer::kInputs; ++i)
+        {
+            tracks[i].prepare(44100, 256);
+            tracks[i].setPlaying(true);
+            mixer.setSource(i, &tracks[i]);
+        }
+        mixer.prepare(44100, 256);
+    }
+    // Mixes one block at a position where the staircase is 1/32768 * (1 + index offset), and returns
+    // channel 0 of the first frame divided by the staircase value: the sum of the gains of the strips
+    // that play.
+    void setLevels(const std::vector<float>& levels)
+    {
+        for (size_t i = 0; i < levels.size(); ++i)
+        {
+            tracks[i].setLevel(levels[i]);
+        }
+    }
+    float mixFirstSample()
+    {
+        Output out(16, 16384); // value 0.5 at position 16384
+        mixer.read(out.data);
+        return out.left[0];
+    }
+    TestTrack tracks[AudioMixer::kInputs];
+    AudioMixer mixer;
+};
+
+TEST(AudioMixer, SumsEveryStripAndClamps)
+{
+    MixerRig rig;
+    rig.setLevels({0.1f, 0.2f, 0.3f, 0.4f, 0.5f});
+    // Each strip contributes 0.5 * level; the sum is 0.75.
+    EXPECT_FLOAT_EQ(rig.mixFirstSample(), 0.75f);
+    rig.setLevels({1.0f, 1.0f, 1.0f, 1.0f, 1.0f});
+    Output out(256, 16000);
+    rig.mixer.read(out.data);
+    for (size_t i = 0; i < out.left.size(); ++i)
+    {
+        ASSERT_LE(out.left[i], 1.0f);
+        ASSERT_GE(out.right[i], -1.0f);
+    }
+    EXPECT_EQ(out.left[0], 1.0f) << "five strips of about 0.49 clamp at full scale";
+    EXPECT_EQ(out.right[0], -1.0f);
+}
+
+TEST(AudioMixer, ReadAddsToWhatTheCallerLeft)
+{
+    MixerRig rig;
+    rig.setLevels({0.25f, 0.0f, 0.0f, 0.0f, 0.0f});
+    Output out(4, 16384);
+    for (float& v : out.left)
+    {
+        v = 0.125f;
+    }
+    rig.mixer.read(out.data);
+    EXPECT_FLOAT_EQ(out.left[0], 0.125f + 0.125f);
+}
+
+TEST(AudioMixer, NullSourceIsSkippedAndProvideIsRefused)
+{
+    AudioMixer mixer;
+    TestTrack track;
+    track.setPlaying(true);
+    mixer.setSource(2, &track);
+    mixer.setSource(7, &track); // ignored
+    Output out(8, 100);
+    EXPECT_TRUE(mixer.read(out.data));
+    EXPECT_FLOAT_EQ(out.left[3], TestTrack::valueAt(103));
+    EXPECT_EQ(track.provides.load(), 1);
+    AudioData r;
+    EXPECT_FALSE(mixer.provide(r));
+    EXPECT_EQ(mixer.channels(), 2);
+}
+
+TEST(AudioMixer, MuteAndSoloRule)
+{
+    MixerRig rig;
+    rig.setLevels({1.0f / 64, 2.0f / 64, 4.0f / 64, 8.0f / 64, 16.0f / 64});
+    rig.mixer.strip(4).setSoloExempt(true);
+    // Each strip's share in units of 0.5/64, so the sum tells which strips played.
+    auto played = [&] { return static_cast<int>(std::lround(rig.mixFirstSample() * 128.0f)); };
+    EXPECT_EQ(played(), 31);
+
+    rig.mixer.input(1).setMute(true);
+    EXPECT_EQ(played(), 31 - 2);
+    EXPECT_EQ(rig.tracks[1].provides.load(), 2) << "a muted source is asked all the same";
+
+    // Solo strip 2: only it and the exempt metronome play.
+    rig.mixer.setSolo(2, true);
+    for (int i = 0; i < AudioMixer::kInputs; ++i)
+    {
+        EXPECT_TRUE(rig.mixer.strip(i).isSoloActive()) << i;
+    }
+    EXPECT_EQ(played(), 4 + 16);
+
+    // A muted, soloed, non-exempt strip plays; muting does not count under solo.
+    rig.mixer.setSolo(1, true);
+    EXPECT_EQ(played(), 2 + 4 + 16);
+
+    // The exempt strip still obeys its mute.
+    rig.mixer.input(4).setMute(true);
+    EXPECT_EQ(played(), 2 + 4);
+
+    // Unsolo one of two: the other keeps playing and solo stays active on all.
+    rig.mixer.setSolo(2, false);
+    EXPECT_EQ(played(), 2);
+    for (int i = 0; i < AudioMixer::kInputs; ++i)
+    {
+        EXPECT_TRUE(rig.mixer.strip(i).isSoloActive()) << i;
+    }
+
+    // Last solo off: back to the mute rule.
+    rig.mixer.setSolo(1, false);
+    for (int i = 0; i < AudioMixer::kInputs; ++i)
+    {
+        EXPECT_FALSE(rig.mixer.strip(i).isSoloActive()) << i;
+    }
+    EXPECT_EQ(played(), 1 + 4 + 8);
+}
+
+TEST(AudioMixer, LinearPanLawAndGains)
+{
+    AudioMixer mixer;
+    TestTrack track;
+    track.setPlaying(true);
+    mixer.setSource(0, &track);
+    struct Case
+    {
+        float pan, left, right;
+    };
+    // Staircase at 16384 gives 0.5 on the left and -0.5 on the right.
+    for (const Case& c : {Case{0.0f, 0.5f, -0.5f}, Case{-1.0f, 1.0f, 0.0f}, Case{1.0f, 0.0f, -1.0f},
+                          Case{-0.5f, 0.75f, -0.25f}, Case{0.25f, 0.375f, -0.625f}})
+    {
+        mixer.input(0).setPan(c.pan);
+        Output out(4, 16384);
+        mixer.read(out.data);
+        EXPECT_FLOAT_EQ(out.left[0], c.left) << "pan " << c.pan;
+        EXPECT_FLOAT_EQ(out.right[0], c.right) << "pan " << c.pan;
+    }
+
+    mixer.input(0).setPan(0.0f);
+    mixer.input(0).setVolume(-6.0f);
+    mixer.setMaster(-6.0f);
+    EXPECT_FLOAT_EQ(mixer.strip(0).gain(), std::pow(10.0f, -0.3f));
+    EXPECT_FLOAT_EQ(mixer.masterGain(), std::pow(10.0f, -0.3f));
+    Output out(4, 16384);
+    mixer.read(out.data);
+    EXPECT_NEAR(out.left[0], 0.5f * std::pow(10.0f, -0.6f), 1e-6f);
+    EXPECT_FLOAT_EQ(mixer.master(), -6.0f);
+    EXPECT_FLOAT_EQ(mixer.input(0).volume(), -6.0f);
+}
+
+TEST(AudioMixer, LivePassFeedsArmedTracksAndDoesNotClamp)
+{
+    AudioMixer mixer;
+    TestTrack armed, playing;
+    armed.setArmed(true);
+    playing.setPlaying(true);
+    mixer.setSource(0, &armed);
+    mixer.setSource(1, &playing);
+
+    Output in(8, 0), out(8, 16384);
+    for (float& v : in.left)
+    {
+        v = 0.75f;
+    }
+    mixer.input(0).setVolume(6.0f); // about 2x: the live pass leaves the sum unclamped
+    mixer.mixLive(in.data, out.data);
+    EXPECT_NEAR(out.left[0], 0.75f * std::pow(10.0f, 0.3f), 1e-6f);
+    EXPECT_GT(out.left[0], 1.0f);
+    EXPECT_EQ(armed.liveCalls.load(), 1);
+    EXPECT_EQ(playing.liveCalls.load(), 1) << "every track is asked; only armed ones answer";
+    EXPECT_EQ(playing.provides.load(), 0);
+
+    mixer.read(out.data); // the armed track answers false here; the sum is clamped
+    EXPECT_EQ(out.left[0], 1.0f);
+    EXPECT_EQ(armed.provides.load(), 1);
+}
+
+TEST(AudioMixer, ValueTexts)
+{
+    AudioMixer mixer;
+    MixerInputControls& strip = mixer.input(0);
+    EXPECT_EQ(std::string(strip.volumeText()), "+0.0dB");
+    strip.setVolume(-6.0f);
+    EXPECT_EQ(std::string(strip.volumeText()), "-6.0dB");
+    strip.setVolume(12.34f);
+    EXPECT_EQ(std::string(strip.volumeText()), "+12.3dB");
+
+    EXPECT_EQ(std::string(strip.panText()), "center");
+    strip.setPan(-0.5f);
+    EXPECT_EQ(std::string(strip.panText()), "L2.5dB");
+    strip.setPan(1.0f);
+    EXPECT_EQ(std::string(strip.panText()), "R5.0dB");
+    strip.setPan(-1.0f);
+    EXPECT_EQ(std::string(strip.panText()), "L5.0dB");
+    strip.setPan(0.3f);
+    EXPECT_EQ(std::string(strip.panText()), "R1.5dB");
+
+    EXPECT_EQ(std::string(mixer.masterText()), "+0.0dB");
+    mixer.setMaster(-60.0f);
+    EXPECT_EQ(std::string(mixer.masterText()), "-60.0dB");
+}
+
+TEST(AudioMixer, ShortDeliveryIsMixedOverWhatWasDelivered)
+{
+    // A source that hands over fewer frames than asked must not be read past its end.
+    class Short : public TrackSource
+    {
+    public:
+        bool provide(AudioData& r) override
+        {
+            r.channel[0] = r.channel[1] = samples;
+            r.channels = 2;
+            r.frames = 2;
+            return true;
+        }
+        bool read(AudioData&) override { return false; }
+        void prepare(uint32_t, uint32_t) override {}
+        bool processInput(AudioData&, AudioData&) override { return false; }
+        void setPlaying(bool) override {}
+        int64_t length() override { return 0; }
+        int64_t offset() override { return 0; }
+        void setOffset(int64_t) override {}
+        void setSpeedRatio(float) override {}
+        float samples[2] = {0.25f, 0.5f};
+    } shortSource;
+    AudioMixer mixer;
+    mixer.setSource(0, &shortSource);
+    Output out(8, 0);
+    mixer.read(out.data);
+    EXPECT_EQ(out.left[1], 0.5f);
+    EXPECT_EQ(out.left[2], 0.0f);
+}
+
+} // namespace

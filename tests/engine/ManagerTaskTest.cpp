@@ -1,0 +1,216 @@
+#include "engine/Manager.h"
+#include "tests/engine/harness/EngineHarness.h"
+#include "tests/engine/harness/TestTrack.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <string>
+#include <thread>
+#include <vector>
+
+using enginetest::EngineHarness;
+using enginetest::RecordingDelegate;
+using enginetest::TestTrack;
+
+namespace
+{
+
+// A job of a given number of slices that may fail at one of them; it notes what was done to it.
+class ScriptedJob : public Exporter
+{
+public:
+    struct Log
+    {
+        int renders = 0;
+        int cancels = 0;
+        int destroyed = 0;
+    };
+
+    ScriptedJob(Log& log, int slices, int failAt = -1) : log_(log), slices_(slices), failAt_(failAt) {}
+    ~ScriptedJob() override { ++log_.destroyed; }
+
+    bool render(float& progress, bool& finished) override
+    {
+        ++log_.renders;
+        if (log_.renders == failAt_)
+        {
+            return false;
+        }
+        progress = static_cast<float>(log_.renders) / static_cast<float>(slices_);
+        finished = log_.renders >= slices_;
+        return true;
+    }
+    void cancel() override { ++log_.cancels; }
+
+private:
+    Log& log_;
+    int slices_;
+    int failAt_;
+};
+
+std::vector<std::string> strings(const std::vector<const char*>& order)
+{
+    return {order.begin(), order.end()};
+}
+
+TEST(ManagerTask, JobRunsSliceBySliceThroughPoll)
+{
+    RecordingDelegate delegate;
+    Manager m;
+    m.setDelegate(&delegate);
+    ScriptedJob::Log log;
+    int suspendsWhenMade = -1;
+    m.startTask(
+        [&]
+        {
+            suspendsWhenMade = delegate.suspends;
+            return std::make_unique<ScriptedJob>(log, 4);
+        },
+        epiText("Rendering session"), epiText("Rendering session..."));
+    EXPECT_EQ(suspendsWhenMade, 1) << "the job is set up with the device already suspended";
+    EXPECT_TRUE(m.hasTask());
+    ASSERT_EQ(delegate.titles.size(), 1u);
+    EXPECT_EQ(std::string(delegate.titles[0]), "Rendering session");
+    EXPECT_EQ(std::string(delegate.messages[0]), "Rendering session...");
+
+    for (int i = 0; i < 3; ++i)
+    {
+        m.poll();
+    }
+    EXPECT_TRUE(m.hasTask());
+    EXPECT_EQ(delegate.finished, 0);
+    m.poll();
+    EXPECT_FALSE(m.hasTask());
+    EXPECT_EQ(log.destroyed, 1);
+    EXPECT_EQ(delegate.progress, (std::vector<float>{0.25f, 0.5f, 0.75f, 1.0f}));
+    EXPECT_EQ(strings(delegate.order),
+              (std::vector<std::string>{"suspend", "title", "message", "progress", "progress", "progress",
+                                        "progress", "finished", "resume"}));
+    m.poll();
+    EXPECT_EQ(log.renders, 4) << "nothing to pump once finished";
+}
+
+TEST(ManagerTask, FailedJobReportsUnknownErrorOnce)
+{
+    RecordingDelegate delegate;
+    Manager m;
+    m.setDelegate(&delegate);
+    ScriptedJob::Log log;
+    m.startTask([&] { return std::make_unique<ScriptedJob>(log, 10, 2); }, epiText("Freezing track"),
+                epiText("Freezing track..."));
+    m.poll();
+    m.poll();
+    m.poll();
+    ASSERT_EQ(delegate.failures.size(), 1u);
+    EXPECT_EQ(std::string(delegate.failures[0]), "Unknown error");
+    EXPECT_EQ(delegate.resumes, 1);
+    EXPECT_EQ(log.destroyed, 1);
+    EXPECT_EQ(log.cancels, 0);
+    EXPECT_FALSE(m.hasTask());
+}
+
+TEST(ManagerTask, CancelAndReplaceAndDestroy)
+{
+    RecordingDelegate delegate;
+    ScriptedJob::Log first, second, third;
+    {
+        Manager m;
+        m.setDelegate(&delegate);
+        m.cancelTask(); // nothing running: nothing happens
+        EXPECT_EQ(delegate.resumes, 0);
+
+        m.startTask([&] { return std::make_unique<ScriptedJob>(first, 10); }, epiText("a"), epiText("b"));
+        m.poll();
+        m.cancelTask();
+        EXPECT_EQ(first.cancels, 1);
+        EXPECT_EQ(first.destroyed, 1);
+        EXPECT_EQ(delegate.resumes, 1);
+        EXPECT_FALSE(m.hasTask());
+
+        m.startTask([&] { return std::make_unique<ScriptedJob>(second, 10); }, epiText("a"), epiText("b"));
+        m.startTask([&] { return std::make_unique<ScriptedJob>(third, 10); }, epiText("a"), epiText("b"));
+        EXPECT_EQ(second.cancels, 1) << "a new job replaces a running one";
+        EXPECT_EQ(second.destroyed, 1);
+
+        m.startTask([] { return std::unique_ptr<Exporter>(); }, epiText("a"), epiText("b"));
+        EXPECT_EQ(third.cancels, 1);
+        EXPECT_FALSE(m.hasTask()) << "nothing made: device resumed at once";
+        EXPECT_EQ(delegate.suspends, delegate.resumes);
+
+        m.startTask([&] { return std::make_unique<ScriptedJob>(first, 10); }, epiText("a"), epiText("b"));
+    }
+    EXPECT_EQ(first.cancels, 2) << "the destructor abandons a running job";
+    EXPECT_EQ(first.destroyed, 2);
+}
+
+TEST(ManagerPoll, PluginChangeAndBeatsReachTheDelegate)
+{
+    RecordingDelegate delegate;
+    Manager m;
+    m.pluginChanged();
+    m.beat(); // no delegate yet: nothing to tell
+    m.setDelegate(&delegate);
+    m.poll();
+    EXPECT_EQ(delegate.pluginChanges, 1);
+    m.poll();
+    EXPECT_EQ(delegate.pluginChanges, 1);
+    m.beat();
+    m.beat();
+    EXPECT_EQ(delegate.beats.load(), 2);
+}
+
+TEST(ManagerPoll, WithoutDelegateNothingBreaks)
+{
+    Manager m;
+    EngineHarness harness(m, 44100, 64);
+    m.setAutoRecord(true);
+    harness.fillInput = [](AudioData& in, int64_t) { in.channel[0][0] = 1.0f; };
+    harness.runBlock(64);
+    m.pluginChanged();
+    ScriptedJob::Log log;
+    m.startTask([&] { return std::make_unique<ScriptedJob>(log, 1); }, epiText("a"), epiText("b"));
+    m.poll();
+    EXPECT_TRUE(m.isPlaying()) << "auto-record still starts the transport";
+    EXPECT_FALSE(m.hasTask());
+}
+
+TEST(ManagerWait, ReturnsAfterThreeBlocksWhileTheDeviceRuns)
+{
+    Manager m;
+    EngineHarness harness(m, 48000, 256);
+    harness.recordOutput = false;
+    std::atomic<bool> run{true};
+    // The device's thread: a block every millisecond or so, as a small buffer would give.
+    std::thread device(
+        [&]
+        {
+            while (run.load(std::memory_order_relaxed))
+            {
+                harness.runBlock(256);
+                std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            }
+        });
+    const uint32_t before = m.blockCount();
+    const auto t0 = std::chrono::steady_clock::now();
+    m.waitForBlocks();
+    const auto waited = std::chrono::steady_clock::now() - t0;
+    const uint32_t after = m.blockCount();
+    run.store(false);
+    device.join();
+    EXPECT_GE(after - before, 3u);
+    EXPECT_LT(waited, std::chrono::milliseconds(900));
+}
+
+TEST(ManagerWait, StoppedDeviceReleasesTheWaitWithinTwoSeconds)
+{
+    Manager m;
+    const auto t0 = std::chrono::steady_clock::now();
+    m.waitForBlocks();
+    const auto waited = std::chrono::steady_clock::now() - t0;
+    EXPECT_GE(waited, std::chrono::milliseconds(990));
+    EXPECT_LE(waited, std::chrono::milliseconds(2100));
+}
+
+} // namespace

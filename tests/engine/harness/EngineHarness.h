@@ -1,0 +1,136 @@
+#pragma once
+
+#include "engine/AudioData.h"
+#include "engine/Manager.h"
+#include "engine/ManagerDelegate.h"
+#include "engine/MidiEvent.h"
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <vector>
+
+namespace enginetest
+{
+
+/** What one block looked like from the device's side. */
+struct BlockRecord
+{
+    /** Position the Manager stamped on the output. */
+    int64_t position = 0;
+    int64_t frames = 0;
+    /** Index of the block's first frame in the device's own count. */
+    int64_t deviceFrame = 0;
+};
+
+/**
+ * Drives Manager::processBlock offline exactly as the device's callback does: two device buffers of
+ * two channels, wrapped each block in two AudioData over the first frames of them, a MidiEventBlock,
+ * any block size up to the largest given. It fills the input from a generator and keeps the output.
+ */
+class EngineHarness
+{
+public:
+    /**
+     * @param manager the engine under test
+     * @param sampleRate, maxBlock the device format; the Manager is told it with setFormat unless
+     *        tellFormat is false
+     */
+    EngineHarness(Manager& manager, uint32_t sampleRate, uint32_t maxBlock, bool tellFormat = true);
+
+    /**
+     * Fills the device input of one block; deviceFrame counts frames since the harness began. The
+     * default leaves silence.
+     */
+    std::function<void(AudioData& input, int64_t deviceFrame)> fillInput;
+
+    /** One block of frames (at most maxBlock). */
+    BlockRecord runBlock(int64_t frames);
+    /** Blocks of blockSize until total frames have run; the last one may be shorter. */
+    void run(int64_t total, int64_t blockSize);
+    /** Blocks of the given sizes in order. */
+    void runSequence(const std::vector<int64_t>& sizes);
+
+    /** Block sizes of 1 to maxBlock frames, drawn from seed, that add up to total. */
+    static std::vector<int64_t> randomBlocks(uint32_t seed, int64_t total, int64_t maxBlock);
+
+    /** Writes the staircase (deviceFrame mod 32768) / 32768 on channel 0 and its negative on channel 1. */
+    static void staircaseInput(AudioData& input, int64_t deviceFrame);
+
+    /** The MIDI the next block carries; emptied after each block, as the device does. */
+    MidiEventBlock& midi() { return midi_; }
+
+    /** Keeps every output frame in left and right while set. */
+    bool recordOutput = true;
+    std::vector<float> left;
+    std::vector<float> right;
+    std::vector<BlockRecord> blocks;
+
+    uint32_t sampleRate() const { return sampleRate_; }
+    uint32_t maxBlock() const { return maxBlock_; }
+    int64_t deviceFrames() const { return deviceFrames_; }
+    /** The device input as the last block left it (after the Manager's gain). */
+    const AudioBuffer& input() const { return in_; }
+
+private:
+    Manager& manager_;
+    uint32_t sampleRate_;
+    uint32_t maxBlock_;
+    AudioBuffer in_;
+    AudioBuffer out_;
+    MidiEventBlock midi_;
+    int64_t deviceFrames_ = 0;
+};
+
+/** A delegate that counts what the Manager reports. */
+class RecordingDelegate : public ManagerDelegate
+{
+public:
+    void taskTitle(const epiText& title) override
+    {
+        titles.push_back(title);
+        order.push_back("title");
+    }
+    void taskMessage(const epiText& message) override
+    {
+        messages.push_back(message);
+        order.push_back("message");
+    }
+    void taskProgress(float fraction) override
+    {
+        progress.push_back(fraction);
+        order.push_back("progress");
+    }
+    void taskFinished() override
+    {
+        ++finished;
+        order.push_back("finished");
+    }
+    void taskFailed(const epiText& message) override
+    {
+        failures.push_back(message);
+        order.push_back("failed");
+    }
+    void audioSuspend() override
+    {
+        ++suspends;
+        order.push_back("suspend");
+    }
+    void audioResume() override
+    {
+        ++resumes;
+        order.push_back("resume");
+    }
+    void endReached() override { ++ends; }
+    void autoRecordStarted() override { ++autoRecords; }
+    void pluginChanged() override { ++pluginChanges; }
+    void metronomeBeat() override { beats.fetch_add(1, std::memory_order_relaxed); }
+
+    std::vector<epiText> titles, messages, failures;
+    std::vector<float> progress;
+    std::vector<const char*> order;
+    int finished = 0, suspends = 0, resumes = 0, ends = 0, autoRecords = 0, pluginChanges = 0;
+    std::atomic<int> beats{0};
+};
+
+} // namespace enginetest
