@@ -1,0 +1,319 @@
+#include "epi/epiResourcePack.h"
+#include "tests/epi/AtomsBytes.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <unistd.h>
+
+namespace
+{
+
+namespace fs = std::filesystem;
+using atomsbytes::Builder;
+using Entries = std::vector<std::pair<std::string, std::string>>;
+
+constexpr uint32_t kVersion = epiResourcePack::kTagVersion;
+constexpr uint32_t kCount = epiResourcePack::kTagCount;
+constexpr uint32_t kName = epiResourcePack::kTagName;
+constexpr uint32_t kSize = epiResourcePack::kTagSize;
+constexpr uint32_t kData = epiResourcePack::kTagData;
+constexpr uint32_t kEnd = epiResourcePack::kTagEnd;
+
+struct PackShape
+{
+    bool bigEndian = false;
+    uint32_t version = 1;
+    int extraCount = 0; // a count that promises more (or fewer) entries than there are
+    bool endAtom = true;
+};
+
+std::string packBytes(const Entries& entries, const PackShape& shape = {})
+{
+    Builder b(shape.bigEndian);
+    b.head().u32(kVersion, shape.version).u32(kCount, uint32_t(int(entries.size()) + shape.extraCount));
+    for (const auto& [name, data] : entries)
+        b.atom(kName, name).u32(kSize, uint32_t(data.size())).atom(kData, data);
+    if (shape.endAtom)
+        b.u32(kEnd, 0);
+    return b.bytes();
+}
+
+const Entries kSample = {
+    {"/aux/click.raw", std::string("\0\1\2\3\xFF\xFE", 6)},
+    {"/layouts/mainPanel.xml", "<content><x>1</x></content>"},
+    {"/empty.txt", ""},
+    {"/a name with blanks", "blanks"},
+};
+
+void expectSample(epiResourcePack& pack)
+{
+    ASSERT_EQ(pack.count(), int32_t(kSample.size()));
+    for (int32_t i = 0; i < pack.count(); ++i)
+    {
+        epiText name;
+        ASSERT_TRUE(pack.nameAt(i, &name));
+        EXPECT_EQ(name, kSample[size_t(i)].first);
+        epiText bytes("stale");
+        ASSERT_TRUE(pack.loadText(name.cstr(), bytes)) << name;
+        EXPECT_EQ(std::string(bytes), kSample[size_t(i)].second) << name;
+        EXPECT_EQ(pack.elemAt(i)->entrySize(), kSample[size_t(i)].second.size());
+    }
+    epiText name;
+    EXPECT_FALSE(pack.nameAt(pack.count(), &name));
+    EXPECT_FALSE(pack.nameAt(-1, &name));
+}
+
+TEST(ResourcePack, ReadsFromMemoryAndFromDisk)
+{
+    const std::string bytes = packBytes(kSample);
+    epiResourcePack memory;
+    ASSERT_TRUE(memory.openMemory(bytes.data(), uint32_t(bytes.size())));
+    expectSample(memory);
+
+    const fs::path file = fs::temp_directory_path() / ("kv3-pack-" + std::to_string(::getpid()) + ".pack");
+    {
+        std::ofstream out(file, std::ios::binary);
+        out << bytes;
+    }
+    epiResourcePack disk;
+    ASSERT_TRUE(disk.openFile(epiPath(file.string())));
+    expectSample(disk);
+    // The offsets are positions in the file: the bytes stand there.
+    const epiResourcePack::fileElem* elem = nullptr;
+    ASSERT_TRUE(disk.find("/layouts/mainPanel.xml", &elem));
+    EXPECT_EQ(bytes.substr(elem->offset(), elem->entrySize()), kSample[1].second);
+    disk.close();
+    EXPECT_EQ(disk.count(), 0);
+    EXPECT_EQ(disk.atoms(), nullptr);
+    fs::remove(file);
+
+    epiResourcePack missing;
+    EXPECT_FALSE(missing.openFile(epiPath(file.string())));
+    EXPECT_EQ(missing.count(), 0);
+}
+
+TEST(ResourcePack, BigEndianPacksRead)
+{
+    PackShape shape;
+    shape.bigEndian = true;
+    const std::string bytes = packBytes(kSample, shape);
+    epiResourcePack pack;
+    ASSERT_TRUE(pack.openMemory(bytes.data(), uint32_t(bytes.size())));
+    EXPECT_TRUE(pack.atoms()->swapped());
+    expectSample(pack);
+}
+
+TEST(ResourcePack, FindNeedsExactNamesAndAddsTheLeadingSlash)
+{
+    const std::string bytes = packBytes(kSample);
+    epiResourcePack pack;
+    ASSERT_TRUE(pack.openMemory(bytes.data(), uint32_t(bytes.size())));
+    const epiResourcePack::fileElem* a = nullptr;
+    const epiResourcePack::fileElem* b = nullptr;
+    ASSERT_TRUE(pack.find("layouts/mainPanel.xml", &a));
+    ASSERT_TRUE(pack.find("/layouts/mainPanel.xml", &b));
+    EXPECT_EQ(a, b);
+    EXPECT_TRUE(pack.find(epiText("layouts/mainPanel.xml"), nullptr));
+    EXPECT_FALSE(pack.find("/layouts/mainpanel.xml", &a));
+    EXPECT_EQ(a, nullptr);
+    EXPECT_FALSE(pack.exists("/Layouts/mainPanel.xml"));
+    EXPECT_FALSE(pack.exists("/layouts/"));
+    EXPECT_FALSE(pack.exists("mainPanel.xml"));
+    EXPECT_FALSE(pack.exists(""));
+    EXPECT_FALSE(pack.exists(nullptr));
+    EXPECT_TRUE(pack.exists("/empty.txt"));
+    epiText dest("stale");
+    EXPECT_FALSE(pack.loadText("/nothing", dest));
+    EXPECT_TRUE(dest.isEmpty());
+}
+
+TEST(ResourcePack, DuplicateNamesFindTheFirstAndOrderDoesNotMatter)
+{
+    const Entries entries = {{"/z", "last name first"}, {"/b", "one"}, {"/b", "two"}, {"/A", "upper"}};
+    const std::string bytes = packBytes(entries);
+    epiResourcePack pack;
+    ASSERT_TRUE(pack.openMemory(bytes.data(), uint32_t(bytes.size())));
+    epiText t;
+    ASSERT_TRUE(pack.loadText("b", t));
+    EXPECT_EQ(t, "one");
+    ASSERT_TRUE(pack.loadText("z", t));
+    EXPECT_EQ(t, "last name first");
+    ASSERT_TRUE(pack.loadText("A", t));
+    EXPECT_FALSE(pack.exists("a"));
+}
+
+TEST(ResourcePack, VersionCountAndEndAtom)
+{
+    PackShape v2;
+    v2.version = 2;
+    std::string bytes = packBytes(kSample, v2);
+    epiResourcePack pack;
+    EXPECT_FALSE(pack.openMemory(bytes.data(), uint32_t(bytes.size())));
+    EXPECT_EQ(pack.count(), 0);
+    EXPECT_EQ(pack.atoms(), nullptr);
+
+    // A count that promises more entries than exist: a damaged pack, left without entries.
+    PackShape more;
+    more.extraCount = 1;
+    bytes = packBytes(kSample, more);
+    EXPECT_FALSE(pack.openMemory(bytes.data(), uint32_t(bytes.size())));
+    EXPECT_EQ(pack.count(), 0);
+    EXPECT_FALSE(pack.exists("/empty.txt"));
+    more.extraCount = 1000000000;
+    bytes = packBytes(kSample, more);
+    EXPECT_FALSE(pack.openMemory(bytes.data(), uint32_t(bytes.size())));
+
+    // The end atom is not read back: without it the pack opens as usual; a count that promises
+    // fewer entries reads those.
+    PackShape noEnd;
+    noEnd.endAtom = false;
+    bytes = packBytes(kSample, noEnd);
+    ASSERT_TRUE(pack.openMemory(bytes.data(), uint32_t(bytes.size())));
+    expectSample(pack);
+    PackShape fewer;
+    fewer.extraCount = -2;
+    bytes = packBytes(kSample, fewer);
+    ASSERT_TRUE(pack.openMemory(bytes.data(), uint32_t(bytes.size())));
+    EXPECT_EQ(pack.count(), 2);
+
+    // An empty pack opens and finds nothing.
+    bytes = packBytes({});
+    ASSERT_TRUE(pack.openMemory(bytes.data(), uint32_t(bytes.size())));
+    EXPECT_EQ(pack.count(), 0);
+    EXPECT_FALSE(pack.exists("/anything"));
+    EXPECT_NE(pack.atoms(), nullptr);
+
+    // No version atom, no count atom.
+    bytes = Builder(false).head().u32(kCount, 0).bytes();
+    EXPECT_FALSE(pack.openMemory(bytes.data(), uint32_t(bytes.size())));
+    bytes = Builder(false).head().u32(kVersion, 1).bytes();
+    EXPECT_FALSE(pack.openMemory(bytes.data(), uint32_t(bytes.size())));
+    EXPECT_FALSE(pack.openMemory(nullptr, 0));
+    EXPECT_FALSE(pack.parse());
+}
+
+TEST(ResourcePack, TheDataHeaderDecidesTheSize)
+{
+    Builder b(false);
+    b.head().u32(kVersion, 1).u32(kCount, 1).atom(kName, "/f").u32(kSize, 999).atom(kData, "four");
+    const std::string bytes = b.bytes();
+    epiResourcePack pack;
+    ASSERT_TRUE(pack.openMemory(bytes.data(), uint32_t(bytes.size())));
+    epiText t;
+    ASSERT_TRUE(pack.loadText("/f", t));
+    EXPECT_EQ(t, "four");
+}
+
+TEST(ResourcePack, MissingOrDamagedEntryAtomsFailTheWholePack)
+{
+    const std::string good = packBytes(kSample);
+    // Each of the three atoms of an entry removed in turn, and a data body that runs past the end.
+    std::vector<std::string> damaged;
+    for (const uint32_t drop : {kName, kSize, kData})
+    {
+        Builder b(false);
+        b.head().u32(kVersion, 1).u32(kCount, 1);
+        if (drop != kName)
+            b.atom(kName, "/x");
+        if (drop != kSize)
+            b.u32(kSize, 3);
+        if (drop != kData)
+            b.atom(kData, "abc");
+        damaged.push_back(b.u32(kEnd, 0).bytes());
+    }
+    damaged.push_back(Builder(false)
+                          .head()
+                          .u32(kVersion, 1)
+                          .u32(kCount, 1)
+                          .atom(kName, "/x")
+                          .u32(kSize, 3)
+                          .atomSized(kData, 300, "abc")
+                          .bytes());
+    for (const std::string& bytes : damaged)
+    {
+        epiResourcePack pack;
+        EXPECT_FALSE(pack.openMemory(bytes.data(), uint32_t(bytes.size())));
+        EXPECT_EQ(pack.count(), 0);
+    }
+}
+
+TEST(ResourcePack, EveryCutOfAPackFailsUntilTheLastDataIsWhole)
+{
+    PackShape shape;
+    const std::string bytes = packBytes(kSample, shape);
+    const size_t needed = bytes.size() - 16; // the end atom is not needed
+    epiResourcePack pack;
+    for (size_t n = 0; n < bytes.size(); ++n)
+    {
+        // A copy of exactly n bytes, so that a read past them is a read out of bounds.
+        std::vector<char> cut(bytes.begin(), bytes.begin() + std::ptrdiff_t(n));
+        const bool ok = pack.openMemory(cut.data(), uint32_t(n));
+        EXPECT_EQ(ok, n >= needed) << n;
+        if (ok)
+            expectSample(pack);
+        pack.close();
+    }
+}
+
+TEST(ResourcePack, EveryByteFlipEndsInAnAnswer)
+{
+    // Any one damaged byte: the pack either fails whole or opens with entries whose bytes lie in
+    // the file. The check is that nothing reads outside it (run under the sanitizers).
+    const std::string bytes = packBytes(kSample);
+    for (size_t i = 0; i < bytes.size(); ++i)
+    {
+        for (const uint8_t flip : {0x01, 0x80, 0xFF})
+        {
+            std::vector<char> copy(bytes.begin(), bytes.end());
+            copy[i] = char(uint8_t(copy[i]) ^ flip);
+            epiResourcePack pack;
+            if (!pack.openMemory(copy.data(), uint32_t(copy.size())))
+            {
+                EXPECT_EQ(pack.count(), 0);
+                continue;
+            }
+            for (int32_t e = 0; e < pack.count(); ++e)
+            {
+                const epiResourcePack::fileElem* elem = pack.elemAt(e);
+                ASSERT_LE(uint64_t(elem->offset()) + elem->entrySize(), copy.size());
+                const epiResourcePack::fileElem* found = nullptr;
+                epiText t;
+                if (pack.find(elem->cstr(), &found))
+                {
+                    ASSERT_TRUE(pack.loadText(elem->cstr(), t));
+                    EXPECT_EQ(std::string(t), std::string(copy.data() + found->offset(), found->entrySize()));
+                }
+            }
+        }
+    }
+}
+
+TEST(ResourcePack, ParseOverALentAtomsFile)
+{
+    std::string bytes = packBytes(kSample);
+    epiRamFile ram;
+    ram.setBuffer(bytes.data(), uint32_t(bytes.size()));
+    epiAtomsFile atoms;
+    ASSERT_TRUE(atoms.attach(&ram, true));
+    {
+        epiResourcePack pack;
+        ASSERT_TRUE(pack.parse(&atoms));
+        EXPECT_EQ(pack.atoms(), &atoms);
+        expectSample(pack);
+    }
+    // The pack closed the lent atoms file but didn't delete it: it can be attached again.
+    EXPECT_FALSE(ram.isOpen());
+    ram.setBuffer(bytes.data(), uint32_t(bytes.size()));
+    ASSERT_TRUE(atoms.attach(&ram, true));
+    epiResourcePack again;
+    ASSERT_TRUE(again.parse(&atoms));
+    EXPECT_EQ(again.count(), int32_t(kSample.size()));
+}
+
+} // namespace

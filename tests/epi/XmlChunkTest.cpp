@@ -1,0 +1,292 @@
+#include "epi/epiXmlChunk.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+namespace
+{
+
+std::string str(const epiXmlChunk& chunk)
+{
+    return std::string(chunk.rawText());
+}
+
+// The tag records that nextTag() finds, one after the other, as "kind:name".
+std::vector<std::string> tagsOf(const std::string& text)
+{
+    std::vector<std::string> found;
+    epiXmlChunk view(text.data(), text.data() + text.size());
+    epiXmlChunk tag;
+    while (view.nextTag(tag))
+    {
+        found.push_back(std::to_string(tag.tagKind()) + ":" + std::string(tag.begin(), tag.end()));
+        view.setBytes(tag.tagEnd() + 1, view.end());
+    }
+    return found;
+}
+
+TEST(XmlChunkTags, KindsNamesAndTheBytesThatEndAName)
+{
+    EXPECT_EQ(tagsOf("<a>x</a><b/><c d=\"1\"/><e f>"),
+              (std::vector<std::string>{"1:a", "2:a", "3:b", "3:c", "1:e"}));
+    // Only a blank ends a name early: a tab, a line end and all behind them are part of it.
+    EXPECT_EQ(tagsOf("<a\tb=\"1\">"), (std::vector<std::string>{"1:a\tb=\"1\""}));
+    EXPECT_EQ(tagsOf("<a\nb/>"), (std::vector<std::string>{"3:a\nb"}));
+    EXPECT_EQ(tagsOf("<x />"), (std::vector<std::string>{"3:x"}));
+    EXPECT_EQ(tagsOf("<>"), (std::vector<std::string>{"1:"}));
+}
+
+TEST(XmlChunkTags, HeadsCommentsAndDeclarationsAreNotConstructs)
+{
+    // "<?" and "<!" are stepped over, so the head disappears but a tag inside a comment is found,
+    // and a '>' in a comment is plain text.
+    EXPECT_EQ(tagsOf("<?xml version=\"1.0\"?><r/>"), (std::vector<std::string>{"3:r"}));
+    EXPECT_EQ(tagsOf("<!DOCTYPE r><r/>"), (std::vector<std::string>{"3:r"}));
+    EXPECT_EQ(tagsOf("<!-- <item>1</item> -->"), (std::vector<std::string>{"1:item", "2:item"}));
+}
+
+TEST(XmlChunkTags, IncompleteAndInvalidTagsEndTheScan)
+{
+    EXPECT_TRUE(tagsOf("").empty());
+    EXPECT_TRUE(tagsOf("plain text").empty());
+    EXPECT_TRUE(tagsOf("text<").empty());                           // '<' as the last byte
+    EXPECT_TRUE(tagsOf("<a b=\"1\"").empty());                      // no '>' at all
+    EXPECT_TRUE(tagsOf("<a <b <c").empty());                        // nor for a later '<'
+    EXPECT_EQ(tagsOf("<a <b>"), (std::vector<std::string>{"1:a"})); // the '>' is a's
+    // "</a/>" is not valid, and nothing behind it is read.
+    EXPECT_EQ(tagsOf("<a></a/><b/>"), (std::vector<std::string>{"1:a"}));
+    EXPECT_TRUE(tagsOf("</>").empty());
+    epiXmlChunk unset;
+    epiXmlChunk tag;
+    EXPECT_TRUE(unset.isEmpty());
+    EXPECT_FALSE(unset.nextTag(tag));
+    EXPECT_EQ(tag.tagKind(), epiXmlChunk::kNoTag);
+}
+
+TEST(XmlChunkChild, SelfClosedAndEmptyElementsAreFoundAndEmpty)
+{
+    for (const epiText& doc : {epiText("<x/>"), epiText("<x></x>"), epiText("<x />")})
+    {
+        const epiXmlChunk root(doc);
+        epiXmlChunk content;
+        EXPECT_TRUE(root.findElementChars("x", &content, nullptr)) << doc;
+        EXPECT_TRUE(content.isEmpty()) << doc;
+        EXPECT_TRUE(root.child("x").text().isEmpty()) << doc;
+        EXPECT_TRUE(root.child("x").isEmpty()) << doc;
+    }
+}
+
+TEST(XmlChunkChild, ContentInsideAndAttributes)
+{
+    const epiText doc("<r><a b=\"1\">t</a></r>");
+    const epiXmlChunk root(doc);
+    epiXmlChunk content;
+    epiXmlChunk inside;
+    ASSERT_TRUE(root.child("r").findElementChars("a", &content, &inside));
+    EXPECT_EQ(str(content), "t");
+    EXPECT_EQ(str(inside), "a b=\"1\"");
+    // Zero copy: the chunk points into the document's own bytes.
+    EXPECT_EQ(content.begin(), doc.data() + doc.find('t'));
+    // A self-closed hit: inside is the name, content an empty range at its end.
+    const epiText self("<c k=\"v\"/>");
+    ASSERT_TRUE(epiXmlChunk(self).findElementChars("c", &content, &inside));
+    EXPECT_EQ(str(inside), "c");
+    EXPECT_EQ(content.begin(), inside.end());
+    EXPECT_TRUE(content.isEmpty());
+}
+
+TEST(XmlChunkChild, NamesAreExactAndClosingTagsMatchTheName)
+{
+    const epiText doc("<r><Item>1</Item><item>2</item></r>");
+    const epiXmlChunk r = epiXmlChunk(doc).child("r");
+    EXPECT_EQ(r.child("item").text(), "2");
+    EXPECT_EQ(r.child("Item").text(), "1");
+    EXPECT_FALSE(r.findElementChars("ITEM", nullptr, nullptr));
+    EXPECT_FALSE(r.findElementChars("ite", nullptr, nullptr));
+
+    // A closing tag of another case does not close: the search fails.
+    const epiText wrongCase("<item>1</Item>");
+    EXPECT_FALSE(epiXmlChunk(wrongCase).findElementChars("item", nullptr, nullptr));
+    // The closing name is what stands in the opening tag up to its first blank.
+    const epiText blank("<a x=\"1\">t</a >");
+    EXPECT_EQ(epiXmlChunk(blank).child("a").text(), "t");
+    // With a tab the name runs to the '>', so "</a>" does not close it and "a" is not its name.
+    const epiText tab("<a\tb=\"1\">t</a>");
+    EXPECT_FALSE(epiXmlChunk(tab).findElementChars("a", nullptr, nullptr));
+    EXPECT_FALSE(epiXmlChunk(tab).findElementChars("a\tb=\"1\"", nullptr, nullptr));
+    const epiText tabClosed("<a\tb=\"1\">t</a\tb=\"1\">");
+    EXPECT_EQ(epiXmlChunk(tabClosed).child("a\tb=\"1\"").text(), "t");
+}
+
+TEST(XmlChunkChild, SameNamesNestAndOthersDoNot)
+{
+    const epiText doc("<a><a>x</a></a>");
+    EXPECT_EQ(str(epiXmlChunk(doc).child("a")), "<a>x</a>");
+    EXPECT_EQ(str(epiXmlChunk(doc).child("a").child("a")), "x");
+    // Only the name being closed is counted; a self-closed one of the same name doesn't nest.
+    const epiText mixed("<a><b><a/></b>y</a>");
+    EXPECT_EQ(str(epiXmlChunk(mixed).child("a")), "<b><a/></b>y");
+    // Badly nested other names don't matter to the outer element.
+    const epiText crossed("<a><b></a></b>");
+    EXPECT_EQ(str(epiXmlChunk(crossed).child("a")), "<b>");
+}
+
+TEST(XmlChunkChild, CommentedOutElementsStillCount)
+{
+    const epiText doc("<list><!-- <item>old</item> --><item>new</item></list>");
+    EXPECT_EQ(epiXmlChunk(doc).child("list").child("item").text(), "old");
+}
+
+TEST(XmlChunkChild, TheCloseSearchLooksIntoAttributeText)
+{
+    // findClose goes on one byte behind a tag's name, so a "</list>" inside an attribute of a
+    // child closes the list early.
+    const epiText doc("<list><a x=\"</list>\">1</a></list>");
+    EXPECT_EQ(str(epiXmlChunk(doc).child("list")), "<a x=\"");
+}
+
+TEST(XmlChunkChild, MissingOrUnclosedElementsGiveEmptyChunksAtTheStart)
+{
+    const epiText doc("<r><a>1</a><b>unclosed</r>");
+    const epiXmlChunk r = epiXmlChunk(doc).child("r");
+    ASSERT_FALSE(r.isEmpty());
+    epiXmlChunk content;
+    epiXmlChunk inside;
+    EXPECT_FALSE(r.findElementChars("b", &content, &inside));
+    EXPECT_TRUE(content.isEmpty());
+    EXPECT_EQ(content.begin(), r.begin());
+    EXPECT_EQ(inside.begin(), r.begin());
+    // An unclosed sibling before the wanted one blocks it: the search can't step over it.
+    EXPECT_FALSE(r.findElementChars("c", nullptr, nullptr));
+    EXPECT_TRUE(r.child("zz").isEmpty());
+    EXPECT_TRUE(epiXmlChunk().child("a").isEmpty());
+    // A stray closing tag at the level searched is passed over.
+    const epiText stray("</x><a>1</a>");
+    EXPECT_EQ(epiXmlChunk(stray).child("a").text(), "1");
+    // A null name finds the first child of any name.
+    EXPECT_EQ(epiXmlChunk(stray).child(nullptr).text(), "1");
+}
+
+TEST(XmlChunkText, LinesFoldIntoOneAndNothingIsDecoded)
+{
+    auto textOf = [](const std::string& s)
+    { return std::string(epiXmlChunk(s.data(), s.data() + s.size()).text()); };
+    EXPECT_EQ(textOf("\r\n\t\t4\r\n\t"), "4");
+    EXPECT_EQ(textOf("  one\r\n    two\r\n  three  "), "one two three");
+    EXPECT_EQ(textOf("a\nb"), "a\nb");    // a lone LF stays
+    EXPECT_EQ(textOf("a\r\r\rb"), "a b"); // the CRs behind the first are indentation
+    EXPECT_EQ(textOf("a\t"), "a\t");      // only blanks are cut at the end
+    EXPECT_EQ(textOf("a  b"), "a  b");    // blanks inside stay
+    EXPECT_EQ(textOf("&amp;&lt;"), "&amp;&lt;");
+    EXPECT_EQ(textOf(" \t\r\n "), "");
+    EXPECT_EQ(textOf(""), "");
+
+    const epiText doc("<v>\r\n\tx\r\n</v>");
+    const epiXmlChunk v = epiXmlChunk(doc).child("v");
+    EXPECT_EQ(std::string(v.rawText()), "\r\n\tx\r\n");
+    epiText dest("old contents");
+    v.textInto(dest);
+    EXPECT_EQ(dest, "x");
+}
+
+TEST(XmlChunkEnumerator, StepsThroughChildrenOfOneName)
+{
+    const epiText doc("<content><list>\r\n"
+                      "  <item>1</item>\r\n"
+                      "  <item><sub>2</sub></item>\r\n"
+                      "  <item/>\r\n"
+                      "  <item>4</item>\r\n"
+                      "</list></content>");
+    const epiXmlChunk list = epiXmlChunk(doc).child("content").child("list");
+    epiXmlChunkEnumerator items(list);
+    items.setName("item");
+    std::vector<std::string> seen;
+    epiXmlChunk item;
+    while (items.next(&item, nullptr))
+        seen.push_back(str(item));
+    EXPECT_EQ(seen, (std::vector<std::string>{"1", "<sub>2</sub>", "", "4"}));
+    EXPECT_EQ(items.filter().index(), 4);
+    EXPECT_FALSE(items.next(&item, nullptr));
+    EXPECT_TRUE(item.isEmpty());
+
+    // setName() starts again from the first; a null name takes every child.
+    items.setName(nullptr);
+    int any = 0;
+    while (items.next(nullptr, nullptr))
+        ++any;
+    EXPECT_EQ(any, 4);
+    items.setName("other");
+    EXPECT_FALSE(items.next(&item, nullptr));
+}
+
+TEST(XmlChunkEnumerator, PassingCountsChildrenOfEveryName)
+{
+    // The counter passes children whatever their names; when it runs out at a child of another
+    // name the search goes on by name, so a mixed list gives "2" twice.
+    const epiText doc("<item>1</item><other/><item>2</item>");
+    epiXmlChunkEnumerator items{epiXmlChunk(doc)};
+    items.setName("item");
+    std::vector<std::string> seen;
+    epiXmlChunk item;
+    while (items.next(&item, nullptr))
+        seen.push_back(str(item));
+    EXPECT_EQ(seen, (std::vector<std::string>{"1", "2", "2"}));
+}
+
+TEST(XmlChunkSearch, IndexPassesChildrenFirst)
+{
+    const epiText doc("<a>1</a><b>2</b><c/><b>4</b>");
+    const epiXmlChunk root(doc);
+    epiXmlChunk filter;
+    epiXmlChunk content;
+    epiXmlChunk inside;
+
+    filter.setIndex(1); // any name, pass one child
+    ASSERT_TRUE(root.findElement(&filter, &content, &inside));
+    EXPECT_EQ(str(inside), "b");
+    EXPECT_EQ(str(content), "2");
+    filter.setIndex(2);
+    ASSERT_TRUE(root.findElement(&filter, &content, &inside));
+    EXPECT_EQ(str(inside), "c");
+    filter.setIndex(4);
+    EXPECT_FALSE(root.findElement(&filter, &content, &inside));
+
+    const char* name = "b";
+    filter.setBytes(name, name + 1);
+    filter.setIndex(0); // 'a' isn't b: the limit falls to -1 and the first b is found
+    ASSERT_TRUE(root.findElement(&filter, &content, nullptr));
+    EXPECT_EQ(str(content), "2");
+    filter.setIndex(2); // passes a and b, then c is not b: on by name to the second b
+    ASSERT_TRUE(root.findElement(&filter, &content, nullptr));
+    EXPECT_EQ(str(content), "4");
+    filter.setIndex(-1);
+    ASSERT_TRUE(root.findElement(&filter, &content, nullptr));
+    EXPECT_EQ(str(content), "2");
+    ASSERT_TRUE(root.findElement(nullptr, &content, &inside));
+    EXPECT_EQ(str(inside), "a");
+}
+
+TEST(XmlChunkSearch, DeepNestingAndLongListsEndInTime)
+{
+    // A thousand unclosed openings and a thousand items: every question ends.
+    std::string deep;
+    for (int i = 0; i < 1000; ++i)
+        deep += "<a>";
+    const epiXmlChunk d(deep.data(), deep.data() + deep.size());
+    EXPECT_FALSE(d.findElementChars("a", nullptr, nullptr));
+
+    std::string list;
+    for (int i = 0; i < 1000; ++i)
+        list += "<i>" + std::to_string(i) + "</i>";
+    epiXmlChunkEnumerator items(epiXmlChunk(list.data(), list.data() + list.size()));
+    items.setName("i");
+    epiXmlChunk item;
+    int n = 0;
+    while (items.next(&item, nullptr))
+        ASSERT_EQ(std::string(item.text()), std::to_string(n++));
+    EXPECT_EQ(n, 1000);
+}
+
+} // namespace
