@@ -23,8 +23,10 @@ bool epiFile::open(const epiPath& path, int32_t flags, int32_t, int32_t)
         mode = O_RDWR;
         if ((flags & kMustExist) == 0)
             mode |= O_CREAT;
+        // "Deleted first" is an emptying at open: a file that may not be written stays as it is,
+        // where unlinking it would have needed only the folder's permission.
         if ((flags & kDeleteFirst) != 0)
-            ::unlink(native.cstr());
+            mode |= O_TRUNC;
     }
     int fd;
     do

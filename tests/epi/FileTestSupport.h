@@ -1,0 +1,64 @@
+#pragma once
+
+#include "tests/epi/TempFolder.h"
+
+#include <gtest/gtest.h>
+
+#include <dirent.h>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <unistd.h>
+
+namespace epitest
+{
+
+inline std::string readAll(const std::string& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+inline void writeAll(const std::string& path, const std::string& bytes)
+{
+    std::ofstream(path, std::ios::binary) << bytes;
+}
+
+inline int openDescriptors()
+{
+    int count = 0;
+    if (DIR* dir = ::opendir("/proc/self/fd"))
+    {
+        while (::readdir(dir) != nullptr)
+            ++count;
+        ::closedir(dir);
+    }
+    return count;
+}
+
+// Permissions don't bind the superuser: read-only cases are skipped when tests run as root.
+inline bool permissionsApply()
+{
+    return ::geteuid() != 0;
+}
+
+class FileTest : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        ASSERT_FALSE(tmp_.path().empty());
+        descriptorsBefore_ = openDescriptors();
+    }
+    void TearDown() override
+    {
+        // Every test closes what it opens: no handle may leak.
+        EXPECT_EQ(openDescriptors(), descriptorsBefore_);
+    }
+    std::string at(const std::string& name) const { return tmp_.path() + name; }
+
+    TempFolder tmp_;
+    int descriptorsBefore_ = 0;
+};
+
+} // namespace epitest

@@ -1,0 +1,445 @@
+#include "epi/epiObject.h"
+#include "epi/epiRect.h"
+
+#include <gtest/gtest.h>
+
+#include <utility>
+#include <vector>
+
+namespace
+{
+
+// Counts dispose() calls instead of deleting, so that the count rules can be watched.
+class Watched : public epiObject
+{
+public:
+    void dispose() override { ++disposed; }
+    int disposed = 0;
+};
+
+// Stands in for the application at the top of the chain: records what the hooks receive.
+class FakeApplication : public epiApplicationObject
+{
+public:
+    epiObject* newObject(uint32_t family, uint32_t kind, uint32_t name) override
+    {
+        made.push_back({family, kind, name});
+        return &product;
+    }
+    int32_t addTimer(epiApplicationObject* object, double period, bool once, bool exact) override
+    {
+        timers.push_back(object);
+        lastPeriod = period;
+        lastOnce = once;
+        lastExact = exact;
+        object->setTimerActive(true);
+        return 1;
+    }
+    void removeTimer(epiApplicationObject* object) override
+    {
+        removed.push_back(object);
+        object->setTimerActive(false);
+    }
+    void disposeChild(epiApplicationObject* object) override { disposedChildren.push_back(object); }
+    void postCommand(epiApplicationObject* target, intptr_t a, intptr_t b, intptr_t c) override
+    {
+        commands.push_back({target, a, b, c});
+    }
+
+    struct Made
+    {
+        uint32_t family, kind, name;
+    };
+    struct Command
+    {
+        epiApplicationObject* target;
+        intptr_t a, b, c;
+    };
+    epiObject product;
+    std::vector<Made> made;
+    std::vector<epiApplicationObject*> timers, removed, disposedChildren;
+    std::vector<Command> commands;
+    double lastPeriod = 0;
+    bool lastOnce = false, lastExact = false;
+};
+
+class Ticker : public epiApplicationObject
+{
+public:
+    void onTimer() override { ++ticks; }
+    void onEvent(uint32_t code, epiApplicationObject* sender, intptr_t data) override
+    {
+        events.push_back({code, sender, data});
+        countDuringEvent = refCount();
+        if (unsubscribeFrom != nullptr)
+            unsubscribeFrom->unsubscribe(code, this);
+    }
+    struct Event
+    {
+        uint32_t code;
+        epiApplicationObject* sender;
+        intptr_t data;
+    };
+    int ticks = 0;
+    std::vector<Event> events;
+    int32_t countDuringEvent = 0;
+    epiApplicationObject* unsubscribeFrom = nullptr;
+};
+
+class Tracked : public epiObject
+{
+public:
+    explicit Tracked(bool* alive) : alive_(alive) { *alive_ = true; }
+    ~Tracked() override { *alive_ = false; }
+
+private:
+    bool* alive_;
+};
+
+} // namespace
+
+TEST(ObjectCount, UncountedObjectsIgnoreRetainAndRelease)
+{
+    Watched o;
+    EXPECT_EQ(o.kind(), 0x62616F62u);
+    EXPECT_EQ(o.refCount(), epiObject::kNotCounted);
+    EXPECT_EQ(o.retain(), epiObject::kNotCounted);
+    EXPECT_EQ(o.release(), epiObject::kNotCounted);
+    EXPECT_EQ(o.refCount(), epiObject::kNotCounted);
+    EXPECT_EQ(o.disposed, 0);
+}
+
+TEST(ObjectCount, TheStepToZeroDisposesOnce)
+{
+    Watched o;
+    o.startRefCount();
+    EXPECT_EQ(o.refCount(), 1);
+    o.startRefCount();
+    EXPECT_EQ(o.refCount(), 1);
+    EXPECT_EQ(o.retain(), 2);
+    EXPECT_EQ(o.release(), 1);
+    EXPECT_EQ(o.disposed, 0);
+    EXPECT_EQ(o.release(), 0);
+    EXPECT_EQ(o.disposed, 1);
+    // A further release goes negative and must not dispose a second time.
+    EXPECT_EQ(o.release(), -1);
+    EXPECT_EQ(o.disposed, 1);
+}
+
+TEST(ObjectCount, DefaultDisposeDeletes)
+{
+    bool alive = false;
+    auto* o = new Tracked(&alive);
+    o->startRefCount();
+    o->retain();
+    o->release();
+    EXPECT_TRUE(alive);
+    o->release();
+    EXPECT_FALSE(alive);
+}
+
+TEST(ObjectCount, FactoryOfTheRootMakesNothing)
+{
+    epiObject o;
+    EXPECT_EQ(o.newObject(epiCode("GrUi"), epiCode("iWin"), 0), nullptr);
+}
+
+TEST(ApplicationObject, FactoryCallsClimbTheChain)
+{
+    FakeApplication app;
+    app.setOwner(&app);
+    epiApplicationObject middle;
+    middle.setOwner(&app);
+    epiApplicationObject leaf;
+    leaf.inheritOwner(&middle);
+    EXPECT_EQ(leaf.owner(), &app);
+    leaf.setOwner(&middle);
+
+    EXPECT_EQ(leaf.kind(), epiCode("oApp"));
+    EXPECT_EQ(leaf.newObject(epiCode("GrUi"), epiCode("iBbt"), epiCode("play")), &app.product);
+    ASSERT_EQ(app.made.size(), 1u);
+    EXPECT_EQ(app.made[0].family, epiCode("GrUi"));
+    EXPECT_EQ(app.made[0].kind, epiCode("iBbt"));
+    EXPECT_EQ(app.made[0].name, epiCode("play"));
+
+    // An object that owns itself, or has no owner, answers null instead of looping.
+    epiApplicationObject selfOwned;
+    selfOwned.setOwner(&selfOwned);
+    EXPECT_EQ(selfOwned.newObject(1, 2, 3), nullptr);
+    epiApplicationObject orphan;
+    EXPECT_EQ(orphan.newObject(1, 2, 3), nullptr);
+    EXPECT_EQ(orphan.inheritOwner(nullptr), nullptr);
+}
+
+TEST(ApplicationObject, DisposeGoesThroughTheApplication)
+{
+    FakeApplication app;
+    app.setOwner(&app);
+    epiApplicationObject middle;
+    middle.setOwner(&app);
+    auto* leaf = new epiApplicationObject;
+    leaf->setOwner(&middle);
+    leaf->startRefCount();
+    leaf->release();
+    ASSERT_EQ(app.disposedChildren.size(), 1u);
+    EXPECT_EQ(app.disposedChildren[0], leaf);
+    delete leaf;
+
+    // Without an owner dispose() does nothing at all: the object stays alive for its maker.
+    epiApplicationObject orphan;
+    orphan.startRefCount();
+    orphan.release();
+    EXPECT_EQ(orphan.refCount(), 0);
+}
+
+TEST(ApplicationObject, TimersRunThroughTheOwner)
+{
+    FakeApplication app;
+    app.setOwner(&app);
+    Ticker ticker;
+    EXPECT_EQ(ticker.startTimer(0.5, false, true), 0);
+    EXPECT_FALSE(ticker.timerActive());
+
+    ticker.setOwner(&app);
+    EXPECT_EQ(ticker.startTimer(1.0 / 30.0, true, false), 1);
+    ASSERT_EQ(app.timers.size(), 1u);
+    EXPECT_EQ(app.timers[0], &ticker);
+    EXPECT_DOUBLE_EQ(app.lastPeriod, 1.0 / 30.0);
+    EXPECT_TRUE(app.lastOnce);
+    EXPECT_FALSE(app.lastExact);
+    EXPECT_TRUE(ticker.timerActive());
+
+    ticker.timerTick();
+    ticker.timerTick();
+    EXPECT_EQ(ticker.ticks, 2);
+
+    ticker.stop();
+    ASSERT_EQ(app.removed.size(), 1u);
+    EXPECT_FALSE(ticker.timerActive());
+    // With no timer running, stop() leaves the application alone.
+    ticker.stop();
+    EXPECT_EQ(app.removed.size(), 1u);
+    ticker.removeTimerNow();
+    EXPECT_EQ(app.removed.size(), 2u);
+    EXPECT_TRUE(ticker.start());
+}
+
+TEST(ApplicationObject, CommandsArePassedUpUnchanged)
+{
+    FakeApplication app;
+    app.setOwner(&app);
+    epiApplicationObject middle;
+    middle.setOwner(&app);
+    epiApplicationObject leaf;
+    leaf.setOwner(&middle);
+    leaf.postCommand(&middle, epiCode("Play"), -2, 3);
+    ASSERT_EQ(app.commands.size(), 1u);
+    EXPECT_EQ(app.commands[0].target, &middle);
+    EXPECT_EQ(app.commands[0].a, intptr_t(epiCode("Play")));
+    EXPECT_EQ(app.commands[0].b, -2);
+    EXPECT_EQ(app.commands[0].c, 3);
+    EXPECT_EQ(leaf.query(1, 2, 3), 0);
+    epiApplicationObject orphan;
+    orphan.postCommand(&leaf, 1, 2, 3);
+    EXPECT_EQ(app.commands.size(), 1u);
+}
+
+TEST(ApplicationObject, ListenersAreToldByCode)
+{
+    epiApplicationObject button;
+    Ticker panel;
+    Ticker other;
+    EXPECT_EQ(button.listeners(), nullptr);
+    button.subscribe(epiCode("iHit"), &panel, 7);
+    button.subscribe(epiCode("boCh"), &other, 0);
+    ASSERT_NE(button.listeners(), nullptr);
+    EXPECT_EQ(button.notifyListeners(epiCode("iHit"), 42), 1);
+    ASSERT_EQ(panel.events.size(), 1u);
+    EXPECT_EQ(panel.events[0].code, epiCode("iHit"));
+    EXPECT_EQ(panel.events[0].sender, &button);
+    EXPECT_EQ(panel.events[0].data, 42);
+    EXPECT_TRUE(other.events.empty());
+    EXPECT_EQ(button.notifyListeners(epiCode("upda"), 0), 0);
+    EXPECT_EQ(button.notifyListeners(0, 0), 0);
+}
+
+TEST(ApplicationObject, DeliveryHoldsACountedSubscriber)
+{
+    epiApplicationObject button;
+    Ticker panel;
+    panel.startRefCount();
+    button.subscribe(epiCode("iHit"), &panel, 0);
+    button.notifyListeners(epiCode("iHit"), 0);
+    EXPECT_EQ(panel.countDuringEvent, 2);
+    EXPECT_EQ(panel.refCount(), 1);
+}
+
+TEST(ApplicationObject, UnsubscribeFreesSlotsAndDropsAnEmptyList)
+{
+    epiApplicationObject button;
+    Ticker a, b, c;
+    button.subscribe(epiCode("iHit"), &a, 1);
+    button.subscribe(epiCode("iHit"), &b, 2);
+    button.unsubscribe(epiCode("iHit"), &a);
+    ASSERT_NE(button.listeners(), nullptr);
+    ASSERT_EQ(button.listeners()->size(), 2u);
+    EXPECT_EQ((*button.listeners())[0].code, 0u);
+    // The freed slot is the one that the next subscription takes.
+    button.subscribe(epiCode("kedo"), &c, 3);
+    EXPECT_EQ(button.listeners()->size(), 2u);
+    EXPECT_EQ((*button.listeners())[0].subscriber, &c);
+    // Unsubscribing what isn't there changes nothing.
+    button.unsubscribe(epiCode("iHit"), &c);
+    EXPECT_EQ(button.notifyListeners(epiCode("kedo"), 0), 1);
+    button.unsubscribe(epiCode("kedo"), &c);
+    button.unsubscribe(epiCode("iHit"), &b);
+    EXPECT_EQ(button.listeners(), nullptr);
+}
+
+TEST(ApplicationObject, SubscriberMayLeaveDuringDelivery)
+{
+    epiApplicationObject button;
+    Ticker a, b;
+    a.unsubscribeFrom = &button;
+    b.unsubscribeFrom = &button;
+    button.subscribe(epiCode("iHit"), &a, 0);
+    button.subscribe(epiCode("iHit"), &b, 0);
+    // Both leave from inside onEvent; the last one takes the list with it.
+    EXPECT_EQ(button.notifyListeners(epiCode("iHit"), 0), 2);
+    EXPECT_EQ(button.listeners(), nullptr);
+    EXPECT_EQ(a.events.size(), 1u);
+    EXPECT_EQ(b.events.size(), 1u);
+}
+
+TEST(ObjectsList, DoesNotOwnWhatItHolds)
+{
+    bool alive = false;
+    Tracked element(&alive);
+    {
+        epiObjectsList list;
+        list.append(&element);
+        list.append(nullptr);
+        EXPECT_EQ(list.count(), 2);
+        EXPECT_EQ(list.at(0), &element);
+        EXPECT_EQ(list.at(1), nullptr);
+        EXPECT_EQ(list.at(2), nullptr);
+        EXPECT_EQ(list.at(-1), nullptr);
+    }
+    EXPECT_TRUE(alive);
+}
+
+// Geometry.
+
+TEST(Rect, SizesAndMoves)
+{
+    epiRect r(10, 20, 110, 70);
+    EXPECT_EQ(r.width(), 100);
+    EXPECT_EQ(r.height(), 50);
+    EXPECT_DOUBLE_EQ(r.widthF(), 100.0);
+    EXPECT_FLOAT_EQ(r.aspect(), 2.0f);
+    EXPECT_EQ(r.size(), epiPoint(100, 50));
+    r.moveTo(-5, 5);
+    EXPECT_TRUE(r.equals(-5, 5, 95, 55));
+    r.offset(5, -5);
+    EXPECT_TRUE(r.equals(0, 0, 100, 50));
+    r.setSize(10, 4);
+    EXPECT_TRUE(r.equals(0, 0, 10, 4));
+    r.inset(1);
+    EXPECT_TRUE(r.equals(1, 1, 9, 3));
+    r.inset(-1, -2);
+    EXPECT_TRUE(r.equals(0, -1, 10, 5));
+    r.inset(1, 2, 3, 4);
+    EXPECT_TRUE(r.equals(1, 1, 7, 1));
+    r.set(7, 8, 17, 28);
+    r.moveToOrigin();
+    EXPECT_TRUE(r.equals(0, 0, 10, 20));
+    int32_t v[4];
+    r.get(v);
+    epiRect copy;
+    copy.set(v);
+    EXPECT_EQ(copy, r);
+    r.clear();
+    EXPECT_TRUE(r.equals(0, 0, 0, 0));
+}
+
+TEST(Rect, CentresUseIntegerDivision)
+{
+    const epiRect r(1, 2, 4, 9);
+    EXPECT_EQ(r.centerX(), 2);
+    EXPECT_EQ(r.centerY(), 5);
+    const epiRect negative(-5, -5, 0, 0);
+    EXPECT_EQ(negative.centerX(), -3);
+    EXPECT_EQ(r.corner(0), epiPoint(1, 2));
+    EXPECT_EQ(r.corner(2), epiPoint(4, 9));
+    EXPECT_EQ(r.corner(5), epiPoint(4, 5));
+    EXPECT_EQ(r.corner(8), epiPoint(2, 5));
+}
+
+TEST(Rect, EmptyAndValid)
+{
+    EXPECT_TRUE(epiRect().isEmpty());
+    // Empty means no width and no height; a vertical line is not empty.
+    EXPECT_FALSE(epiRect(0, 0, 0, 10).isEmpty());
+    EXPECT_TRUE(epiRect(0, 0, 0, 10).isValid());
+    EXPECT_FALSE(epiRect(5, 0, 4, 10).isValid());
+}
+
+TEST(Rect, TouchingEdgesDoNotIntersect)
+{
+    const epiRect a(0, 0, 10, 10);
+    EXPECT_FALSE(a.intersects(epiRect(10, 0, 20, 10)));
+    EXPECT_FALSE(a.intersects(epiRect(0, 10, 10, 20)));
+    EXPECT_TRUE(a.intersects(epiRect(9, 9, 20, 20)));
+    EXPECT_FALSE(a.intersects(epiRect(5, 5, 1, 1)));
+    epiRect b = a;
+    EXPECT_TRUE(b.intersect(epiRect(5, -5, 15, 5)));
+    EXPECT_TRUE(b.equals(5, 0, 10, 5));
+    EXPECT_FALSE(b.intersect(epiRect(50, 50, 60, 60)));
+    EXPECT_TRUE(b.equals(0, 0, 0, 0));
+}
+
+TEST(Rect, PointsCountAllFourSides)
+{
+    const epiRect r(0, 0, 10, 10);
+    EXPECT_TRUE(r.containsPoint(epiPoint(10, 10)));
+    EXPECT_TRUE(r.containsPoint(int16_t(0), int16_t(0)));
+    EXPECT_FALSE(r.containsPoint(int16_t(11), int16_t(5)));
+    EXPECT_FALSE(r.containsPoint(epiPoint(5, -1)));
+    EXPECT_TRUE(r.containsRect(epiRect(0, 0, 10, 10)));
+    EXPECT_FALSE(r.containsRect(epiRect(1, 1, 11, 5)));
+}
+
+TEST(Rect, Union)
+{
+    epiRect r;
+    r.unite(epiRect(5, 5, 10, 10));
+    EXPECT_TRUE(r.equals(5, 5, 10, 10));
+    r.unite(epiRect(0, 8, 6, 20));
+    EXPECT_TRUE(r.equals(0, 5, 10, 20));
+    r.unite(epiRect());
+    EXPECT_TRUE(r.equals(0, 5, 10, 20));
+}
+
+TEST(Rect, ClipPairKeepsSourceAndDestAligned)
+{
+    const epiRect clip(0, 0, 100, 100);
+    epiRect source(0, 0, 50, 40);
+    epiRect dest(-10, 80, 40, 120);
+    EXPECT_TRUE(clip.clipPair(source, dest));
+    EXPECT_TRUE(dest.equals(0, 80, 40, 100));
+    EXPECT_TRUE(source.equals(10, 0, 50, 20));
+    EXPECT_EQ(source.width(), dest.width());
+    EXPECT_EQ(source.height(), dest.height());
+
+    epiRect srcOut, dstOut;
+    const epiRect srcIn(0, 0, 30, 30);
+    const epiRect dstIn(90, 90, 120, 120);
+    EXPECT_TRUE(clip.clipPair(srcIn, dstIn, srcOut, dstOut));
+    EXPECT_TRUE(dstOut.equals(90, 90, 100, 100));
+    EXPECT_TRUE(srcOut.equals(0, 0, 10, 10));
+    EXPECT_TRUE(srcIn.equals(0, 0, 30, 30));
+
+    epiRect outside(0, 0, 10, 10);
+    epiRect far(200, 200, 210, 210);
+    EXPECT_FALSE(clip.clipPair(outside, far));
+}
