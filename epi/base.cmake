@@ -5,6 +5,8 @@ list(APPEND EPI_SOURCES
     ${CMAKE_CURRENT_SOURCE_DIR}/epiPath.cpp
     ${CMAKE_CURRENT_SOURCE_DIR}/epiRect.cpp
     ${CMAKE_CURRENT_SOURCE_DIR}/epiFile.cpp
+    ${CMAKE_CURRENT_SOURCE_DIR}/epiFileDump.cpp
+    ${CMAKE_CURRENT_SOURCE_DIR}/epiFileDumpAtoms.cpp
     ${CMAKE_CURRENT_SOURCE_DIR}/epiFolder.cpp
     ${CMAKE_CURRENT_SOURCE_DIR}/epiTextFile.cpp
 )

@@ -128,6 +128,18 @@ epiPath& epiPath::operator=(const epiText& text)
     return *this;
 }
 
+epiPath& epiPath::operator=(const std::string& bytes)
+{
+    std::string::assign(bytes);
+    return *this;
+}
+
+epiPath& epiPath::operator=(std::string_view bytes)
+{
+    std::string::assign(bytes);
+    return *this;
+}
+
 void epiPath::toNative(char* dest, const epiPath* base) const
 {
     // Linux paths are already in the portable notation: only the base is applied.

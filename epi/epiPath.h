@@ -35,6 +35,8 @@ public:
     epiPath& operator=(epiPath&& other) noexcept = default;
     epiPath& operator=(const char* chars);
     epiPath& operator=(const epiText& text);
+    epiPath& operator=(const std::string& bytes);
+    epiPath& operator=(std::string_view bytes);
 
     /**
      * The system's form of the path into `dest` (kNativeCapacity bytes): at most 2048 bytes and a

@@ -113,6 +113,10 @@ TEST(PathNames, FolderAndLastComponent)
     const epiText other("other.aif");
     q.replaceLast(&other);
     EXPECT_EQ(q, "/sounds/other.aif");
+    q = std::string("/from/a/string");
+    EXPECT_EQ(q.lastComponent(), "string");
+    q = std::string_view("/view/x.y");
+    EXPECT_EQ(q.baseName(), "x");
 }
 
 TEST(PathNames, ExtensionAndBaseName)

@@ -1,0 +1,196 @@
+#include "epi/epiAtomsFile.h"
+#include "epi/epiFile.h"
+#include "epi/epiFileDump.h"
+
+#include "tests/epi/FileTestSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+#include <sys/stat.h>
+
+using namespace epitest;
+
+TEST_F(FileTest, DumpSavesAndLoadsFiles)
+{
+    const epiPath path(at("state.bin"));
+    epiFileDump dump;
+    EXPECT_EQ(dump.size(), 0u);
+    EXPECT_EQ(dump.data(), nullptr);
+    const uint8_t bytes[] = {0, 1, 2, 0xFF, 0, 7};
+    ASSERT_TRUE(dump.copyBytes(bytes, sizeof bytes));
+    EXPECT_TRUE(dump.owned());
+    EXPECT_NE(dump.data(), bytes);
+    ASSERT_TRUE(dump.saveFile(path, nullptr, 0));
+    EXPECT_EQ(readAll(at("state.bin")), std::string(reinterpret_cast<const char*>(bytes), sizeof bytes));
+
+    epiFileDump loaded;
+    ASSERT_TRUE(loaded.loadFile(path));
+    EXPECT_EQ(loaded.size(), sizeof bytes);
+    EXPECT_FALSE(loaded.differs(dump));
+
+    // Saving other bytes over a longer file leaves exactly those bytes.
+    ASSERT_TRUE(dump.saveFile(path, "xy", 2));
+    EXPECT_EQ(readAll(at("state.bin")), "xy");
+    ASSERT_TRUE(loaded.loadFile(path));
+    EXPECT_EQ(loaded.size(), 2u);
+    EXPECT_TRUE(loaded.differs(dump));
+}
+
+TEST_F(FileTest, DumpLoadFailuresLeaveItEmpty)
+{
+    epiFileDump dump;
+    ASSERT_TRUE(dump.copyBytes("abc", 3));
+    EXPECT_FALSE(dump.loadFile(epiPath(at("missing"))));
+    EXPECT_EQ(dump.size(), 0u);
+    EXPECT_EQ(dump.data(), nullptr);
+    EXPECT_FALSE(dump.loadFile(epiPath(tmp_.path())));
+
+    writeAll(at("empty"), "");
+    EXPECT_TRUE(dump.loadFile(epiPath(at("empty"))));
+    EXPECT_EQ(dump.size(), 0u);
+}
+
+TEST(FileDump, MemoryOperations)
+{
+    epiFileDump a;
+    EXPECT_FALSE(a.copyBytes(nullptr, 4));
+    ASSERT_TRUE(a.allocate(8, true));
+    EXPECT_EQ(a.size(), 8u);
+    for (uint32_t i = 0; i < 8; ++i)
+        EXPECT_EQ(a.data()[i], 0);
+    ASSERT_TRUE(a.writeAt(2, "hi", 2));
+    char out[2];
+    ASSERT_TRUE(a.readAt(2, out, 2));
+    EXPECT_EQ(std::memcmp(out, "hi", 2), 0);
+    // Outside the block nothing moves.
+    EXPECT_FALSE(a.writeAt(7, "hi", 2));
+    EXPECT_FALSE(a.readAt(9, out, 0));
+    EXPECT_FALSE(a.readAt(UINT32_MAX, out, 2));
+
+    epiFileDump b;
+    EXPECT_TRUE(b.differs(a));
+    ASSERT_TRUE(b.copyFrom(a));
+    EXPECT_FALSE(b.differs(a));
+    b.data()[0] = 1;
+    EXPECT_TRUE(b.differs(a));
+
+    // A lent block is never freed here.
+    char lent[3] = {'l', 'e', 'n'};
+    b.attach(lent, 3, false);
+    EXPECT_EQ(b.data(), reinterpret_cast<uint8_t*>(lent));
+    EXPECT_FALSE(b.owned());
+    b.free();
+    EXPECT_EQ(b.size(), 0u);
+    EXPECT_EQ(lent[0], 'l');
+
+    // Copying from a dump's own bytes must not read freed memory.
+    ASSERT_TRUE(a.copyBytes(a.data() + 2, 2));
+    EXPECT_EQ(a.size(), 2u);
+    EXPECT_EQ(std::memcmp(a.data(), "hi", 2), 0);
+
+    epiFileDump e1, e2;
+    EXPECT_FALSE(e1.differs(e2));
+}
+
+TEST_F(FileTest, DumpDoesNotOverwriteReadOnlyFiles)
+{
+    if (!permissionsApply())
+        GTEST_SKIP() << "running as root: permissions don't apply";
+    writeAll(at("ro.txt"), "locked");
+    ASSERT_EQ(::chmod(at("ro.txt").c_str(), 0444), 0);
+    epiFileDump dump;
+    EXPECT_FALSE(dump.saveFile(epiPath(at("ro.txt")), "zz", 2));
+    EXPECT_EQ(readAll(at("ro.txt")), "locked");
+    ASSERT_TRUE(dump.loadFile(epiPath(at("ro.txt"))));
+    EXPECT_EQ(dump.size(), 6u);
+}
+
+// Dumps inside atoms files.
+
+namespace
+{
+
+std::string le32(uint32_t v)
+{
+    return std::string{char(v & 0xFF), char((v >> 8) & 0xFF), char((v >> 16) & 0xFF), char(v >> 24)};
+}
+
+std::string be32(uint32_t v)
+{
+    return std::string{char(v >> 24), char((v >> 16) & 0xFF), char((v >> 8) & 0xFF), char(v & 0xFF)};
+}
+
+} // namespace
+
+TEST(FileDumpAtoms, SavesSizeThenDataAndReadsThemBack)
+{
+    epiRamFile ram;
+    ASSERT_TRUE(ram.createBuffer());
+    epiFileDump dump;
+    const uint8_t state[] = {9, 0, 8, 0xFE, 7};
+    ASSERT_TRUE(dump.copyBytes(state, sizeof state));
+    {
+        epiAtomsFile atoms;
+        ASSERT_TRUE(atoms.attach(&ram, false));
+        ASSERT_TRUE(dump.saveAtoms(&atoms));
+    }
+    void* data = nullptr;
+    uint32_t written = 0;
+    ASSERT_TRUE(ram.getBuffer(&data, &written));
+    const std::string expected = "smta" + le32(0) + le32(1) + "ezis" + le32(4) + le32(0) + le32(5) + "atad" +
+                                 le32(5) + le32(0) + std::string(reinterpret_cast<const char*>(state), 5);
+    ASSERT_EQ(written, expected.size());
+    EXPECT_EQ(std::string(static_cast<const char*>(data), written), expected);
+
+    ASSERT_TRUE(ram.seek(0, 0));
+    epiAtomsFile reader;
+    ASSERT_TRUE(reader.attach(&ram, true));
+    epiFileDump loaded;
+    ASSERT_TRUE(loaded.loadAtoms(&reader));
+    EXPECT_TRUE(loaded.owned());
+    EXPECT_FALSE(loaded.differs(dump));
+    ram.freeBuffer();
+}
+
+TEST(FileDumpAtoms, ReadsABigEndianFile)
+{
+    std::string bytes = "atms" + be32(0) + be32(1) + "size" + be32(4) + be32(0) + be32(3) + "data" + be32(3) +
+                        be32(0) + "abc";
+    epiRamFile ram;
+    ASSERT_TRUE(ram.setBuffer(bytes.data(), uint32_t(bytes.size())));
+    epiAtomsFile reader;
+    ASSERT_TRUE(reader.attach(&ram, true));
+    EXPECT_TRUE(reader.swapped());
+    epiFileDump dump;
+    ASSERT_TRUE(dump.loadAtoms(&reader));
+    ASSERT_EQ(dump.size(), 3u);
+    EXPECT_EQ(std::memcmp(dump.data(), "abc", 3), 0);
+}
+
+TEST(FileDumpAtoms, DamagedAtomsLoadNothing)
+{
+    // 'size' promises more than the 'data' atom holds.
+    std::string bytes = "smta" + le32(0) + le32(1) + "ezis" + le32(4) + le32(0) + le32(0x7FFFFFF0) + "atad" +
+                        le32(2) + le32(0) + "xy";
+    epiRamFile ram;
+    ASSERT_TRUE(ram.setBuffer(bytes.data(), uint32_t(bytes.size())));
+    epiAtomsFile reader;
+    ASSERT_TRUE(reader.attach(&ram, true));
+    epiFileDump dump;
+    ASSERT_TRUE(dump.copyBytes("old", 3));
+    EXPECT_FALSE(dump.loadAtoms(&reader));
+    EXPECT_EQ(dump.size(), 0u);
+    EXPECT_EQ(dump.data(), nullptr);
+
+    // No 'size' atom where one is expected.
+    std::string other = "smta" + le32(0) + le32(1) + "atad" + le32(2) + le32(0) + "xy";
+    epiRamFile ram2;
+    ASSERT_TRUE(ram2.setBuffer(other.data(), uint32_t(other.size())));
+    epiAtomsFile reader2;
+    ASSERT_TRUE(reader2.attach(&ram2, true));
+    EXPECT_FALSE(dump.loadAtoms(&reader2));
+    EXPECT_FALSE(dump.loadAtoms(nullptr));
+    EXPECT_FALSE(dump.saveAtoms(nullptr));
+}
