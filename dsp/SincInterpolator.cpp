@@ -1,0 +1,310 @@
+#include "dsp/SincInterpolator.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <numbers>
+
+#include <xmmintrin.h>
+
+namespace dsp
+{
+
+namespace
+{
+
+int64_t floorDiv(int64_t a, int64_t b)
+{
+    const int64_t q = a / b;
+    return (a % b != 0 && ((a < 0) != (b < 0))) ? q - 1 : q;
+}
+
+// Beyond this many phases the banks would take tens of megabytes: such a ratio (two rates with a
+// small common divisor, 44100 to 44101 say) is refused instead.
+constexpr uint32_t maxPhases = 4096;
+
+// Extended Euclid, recursive, larger number first: returns gcd(a, b) and fills x, y with
+// a x + b y = gcd. Only the divisor is used here.
+int64_t extendedEuclid(int64_t a, int64_t b, int64_t& x, int64_t& y)
+{
+    if (b == 0)
+    {
+        x = 1;
+        y = 0;
+        return a;
+    }
+    int64_t x1 = 0, y1 = 0;
+    const int64_t g = extendedEuclid(b, a % b, x1, y1);
+    x = y1;
+    y = x1 - (a / b) * y1;
+    return g;
+}
+
+// ring[0..floats) += entry * x, four at a time on aligned data.
+inline void addScaled(float* ring, const float* entry, int32_t floats, __m128 x)
+{
+    for (int32_t j = 0; j < floats; j += 4)
+        _mm_store_ps(ring + j, _mm_add_ps(_mm_load_ps(ring + j), _mm_mul_ps(_mm_load_ps(entry + j), x)));
+}
+
+} // namespace
+
+uint32_t SincInterpolator::greatestCommonDivisor(uint32_t a, uint32_t b)
+{
+    int64_t x = 0, y = 0;
+    return static_cast<uint32_t>(extendedEuclid(std::max(a, b), std::min(a, b), x, y));
+}
+
+void SincInterpolator::setSource(RandomAccessPCM* source)
+{
+    source_ = source;
+    inRate_ = source != nullptr ? source->rate() : 0.0f;
+}
+
+bool SincInterpolator::setOutputRate(float rate)
+{
+    outRate_ = rate;
+    if (source_ != nullptr)
+        inRate_ = source_->rate();
+    if (!design())
+        return false;
+    seek(0);
+    return true;
+}
+
+float SincInterpolator::tap(int64_t t) const
+{
+    const int64_t a = t < 0 ? -t : t;
+    return a < static_cast<int64_t>(halfLength_) ? halfFilter_[a] : 0.0f;
+}
+
+bool SincInterpolator::design()
+{
+    designed_ = false;
+    pool_.release();
+    banks_.clear();
+    ring_ = halfFilter_ = stage_ = discard_ = nullptr;
+    if (source_ == nullptr || !(inRate_ >= 1.0f) || !(outRate_ >= 1.0f) || inRate_ > 1e7f || outRate_ > 1e7f)
+        return false;
+    const auto in = static_cast<uint32_t>(inRate_);
+    const auto out = static_cast<uint32_t>(outRate_);
+    const uint32_t divisor = greatestCommonDivisor(in, out);
+    down_ = out / divisor;
+    up_ = in / divisor;
+    if (up_ > maxPhases || crossings_ < 4)
+        return false;
+    halfLength_ = crossings_ * up_;
+
+    // Outputs per pass such that the input they reach fits the input stage.
+    const double reach = 2.0 * halfLength_ / down_ + 3.0;
+    const double perOutput = static_cast<double>(up_) / down_;
+    piece_ = static_cast<int32_t>(std::min<double>(maxPiece, (stageSize - reach) / perOutput + 1.0)) / 4 * 4;
+    if (piece_ < 4)
+        return false;
+
+    halfFilter_ = pool_.allocate(halfLength_);
+    ring_ = pool_.allocate(ringSize);
+    stage_ = pool_.allocate(stageSize);
+    discard_ = pool_.allocate(maxPiece);
+    phaseBlocks_ = static_cast<int32_t>(2 * halfLength_ / up_ / 4 + 2);
+    const std::size_t entry = static_cast<std::size_t>(phaseBlocks_) * 4;
+    float* bank = pool_.allocate(entry * 4 * up_);
+    if (halfFilter_ == nullptr || ring_ == nullptr || stage_ == nullptr || discard_ == nullptr ||
+        bank == nullptr)
+        return false;
+
+    const double pi = std::numbers::pi;
+    halfFilter_[0] = 1.0f;
+    for (uint32_t i = 1; i < halfLength_; ++i)
+    {
+        const double x = pi * i / down_;
+        const double window = 0.5 + 0.5 * std::cos(pi * i / halfLength_);
+        halfFilter_[i] = static_cast<float>(std::sin(x) / x * window);
+    }
+
+    // An input first scattered at output o lies d = o up - i down + halfLength filter units from
+    // the start of o's reach, 0 <= d < up, so the entry of phase p holds the filter at
+    // t = p - halfLength + j up for j = 0, 1, ..., one tap per output, and four copies of it shifted
+    // by 0 to 3 outputs for the four outputs of a group.
+    banks_.resize(static_cast<std::size_t>(up_) * 4);
+    const auto hl = static_cast<int64_t>(halfLength_);
+    for (uint32_t p = 0; p < up_; ++p)
+        for (uint32_t a = 0; a < 4; ++a)
+        {
+            float* e = bank + (static_cast<std::size_t>(p) * 4 + a) * entry;
+            banks_[static_cast<std::size_t>(p) * 4 + a] = e;
+            std::size_t j = a;
+            for (int64_t t = static_cast<int64_t>(p) - hl; t < hl; t += up_)
+                e[j++] = tap(t);
+        }
+    designed_ = true;
+    return true;
+}
+
+int32_t SincInterpolator::length()
+{
+    if (source_ == nullptr || !(inRate_ > 0.0f))
+        return 0;
+    return static_cast<int32_t>(static_cast<double>(source_->length()) * outRate_ / inRate_);
+}
+
+void SincInterpolator::seek(int32_t position)
+{
+    if (!designed_)
+        return;
+    std::memset(ring_, 0, sizeof(float) * ringSize);
+    sourceNext_ = noSourcePosition;
+    remainderCount_ = 0;
+    sourceLength_ = source_->length();
+
+    const auto up = static_cast<int64_t>(up_);
+    const auto down = static_cast<int64_t>(down_);
+    const auto hl = static_cast<int64_t>(halfLength_);
+    nextIn_ = std::max<int64_t>(0, floorDiv(position * up - hl, down));
+    // Start a few outputs before the first one that nextIn reaches, on a multiple of 4, so that
+    // every input from nextIn on is scattered at the output where its reach begins.
+    const int64_t t = floorDiv(nextIn_ * down - hl, up);
+    nextOut_ = floorDiv(t + 1, 4) * 4 - 4;
+    ringPos_ = ((nextOut_ % ringSize) + ringSize) % ringSize;
+
+    for (int64_t left = position - nextOut_; left > 0;)
+    {
+        const auto n = static_cast<int32_t>(std::min<int64_t>(left, maxPiece));
+        read(discard_, n);
+        left -= n;
+    }
+}
+
+int32_t SincInterpolator::read(float* destination, int32_t count)
+{
+    if (count <= 0)
+        return 0;
+    if (!designed_)
+    {
+        std::fill(destination, destination + count, 0.0f);
+        return count;
+    }
+    int32_t given = std::min(remainderCount_, count);
+    std::memcpy(destination, remainder_ + (4 - remainderCount_),
+                sizeof(float) * static_cast<std::size_t>(given));
+    remainderCount_ -= given;
+
+    int32_t multiple = (count - given) / 4 * 4;
+    const int32_t tail = count - given - multiple;
+    while (multiple > 0)
+    {
+        const int32_t n = std::min(multiple, piece_);
+        produce(destination + given, n);
+        given += n;
+        multiple -= n;
+    }
+    if (tail > 0)
+    {
+        produce(remainder_, 4);
+        std::memcpy(destination + given, remainder_, sizeof(float) * static_cast<std::size_t>(tail));
+        remainderCount_ = 4 - tail;
+    }
+    return count;
+}
+
+void SincInterpolator::produce(float* out, int32_t count)
+{
+    const auto up = static_cast<int64_t>(up_);
+    const auto down = static_cast<int64_t>(down_);
+    const auto hl = static_cast<int64_t>(halfLength_);
+    const int64_t lastIndex = static_cast<int64_t>(sourceLength_) - 1;
+
+    const int64_t lastOut = nextOut_ + count - 1;
+    const int64_t first = std::max(nextIn_, floorDiv(nextOut_ * up - hl - 1, down) + 1);
+    const int64_t last = std::min(floorDiv(lastOut * up + hl, down), lastIndex);
+    if (last >= first)
+    {
+        if (sourceNext_ != first)
+            source_->seek(static_cast<int32_t>(first));
+        const auto n = static_cast<int32_t>(last - first + 1);
+        const int32_t got = std::clamp(source_->read(stage_, n), 0, n);
+        std::fill(stage_ + got, stage_ + n, 0.0f);
+        stageFirst_ = first;
+        sourceNext_ = last + 1;
+    }
+
+    const int32_t entryFloats = phaseBlocks_ * 4;
+    for (int32_t g = 0; g < count; g += 4)
+    {
+        const auto base = static_cast<int32_t>(ringPos_);
+        float* groupRing = ring_ + base;
+        const int32_t firstRun = std::min(entryFloats, ringSize - base);
+        for (int64_t r = 0; r < 4; ++r)
+        {
+            const int64_t o = nextOut_ + r;
+            const int64_t lo = std::max(nextIn_, floorDiv(o * up - hl - 1, down) + 1);
+            const int64_t hi = std::min(floorDiv(o * up + hl, down), lastIndex);
+            for (int64_t i = lo; i <= hi; ++i)
+            {
+                const int64_t phase = (o * up - i * down + hl) % up;
+                const float* entry = banks_[static_cast<std::size_t>(phase * 4 + r)];
+                const __m128 x = _mm_set1_ps(stage_[i - stageFirst_]);
+                addScaled(groupRing, entry, firstRun, x);
+                if (firstRun < entryFloats)
+                    addScaled(ring_, entry + firstRun, entryFloats - firstRun, x);
+            }
+            nextIn_ = std::max(nextIn_, hi + 1);
+        }
+        std::memcpy(out + g, groupRing, sizeof(float) * 4);
+        std::memset(groupRing, 0, sizeof(float) * 4);
+        nextOut_ += 4;
+        ringPos_ = (ringPos_ + 4) % ringSize;
+    }
+}
+
+void HiQualityResampler::setSource(RandomAccessPCM* source)
+{
+    realSource_ = source;
+}
+
+bool HiQualityResampler::setOutputRate(float rate)
+{
+    bypass_ = false;
+    lowPassActive_ = false;
+    if (realSource_ == nullptr)
+        return false;
+    const float sourceRate = realSource_->rate();
+    if (sourceRate <= rate)
+    {
+        SincInterpolator::setSource(realSource_);
+        bypass_ = sourceRate == rate;
+    }
+    else
+    {
+        const auto taps = static_cast<int32_t>(static_cast<double>(sourceRate) * lowPassTapsAt44k_ / 44100.0);
+        lowPass_.setSource(realSource_);
+        lowPass_.setTaps(taps);
+        lowPass_.setSampleRate(sourceRate);
+        if (!lowPass_.design(static_cast<double>(rate) * 0.5 * cutoffFraction_))
+            return false;
+        lowPass_.setLatency(lowPass_.filterLatency());
+        SincInterpolator::setSource(&lowPass_);
+        lowPassActive_ = true;
+    }
+    setCrossings((crossingsSetting_ - 1) / 4 * 4 + 4);
+    return SincInterpolator::setOutputRate(rate);
+}
+
+void HiQualityResampler::seek(int32_t position)
+{
+    if (bypass_)
+    {
+        realSource_->seek(position);
+        return;
+    }
+    SincInterpolator::seek(position);
+}
+
+int32_t HiQualityResampler::read(float* destination, int32_t count)
+{
+    if (bypass_)
+        return realSource_->read(destination, count);
+    return SincInterpolator::read(destination, count);
+}
+
+} // namespace dsp

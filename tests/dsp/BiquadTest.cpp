@@ -1,0 +1,259 @@
+#include "dsp/BiquadFilter.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <complex>
+#include <random>
+#include <vector>
+
+using utils::BiquadFilter;
+using utils::BiquadFilterKATMAI;
+using cd = std::complex<double>;
+
+namespace
+{
+
+constexpr double fs = 48000.0;
+
+// Magnitude of the digital section at f Hz.
+double digitalGain(const BiquadFilter& f, double hz)
+{
+    const cd z1 = std::polar(1.0, -2.0 * M_PI * hz / fs);
+    const cd num = cd(f.b0()) + cd(f.b1()) * z1 + cd(f.b2()) * z1 * z1;
+    const cd den = cd(1.0) + cd(f.a1()) * z1 + cd(f.a2()) * z1 * z1;
+    return std::abs(num / den);
+}
+
+// The bilinear transform without prewarping maps digital f to analog 2 fs tan(pi f / fs).
+double analogFrequency(double hz)
+{
+    return 2.0 * fs * std::tan(M_PI * hz / fs);
+}
+
+// Level of a sine at f Hz after the filter, measured by running it through processBlock.
+double measuredGain(BiquadFilter& f, double hz)
+{
+    const int n = 48000;
+    std::vector<float> x(static_cast<std::size_t>(n)), y(static_cast<std::size_t>(n));
+    for (int i = 0; i < n; ++i)
+        x[static_cast<std::size_t>(i)] = static_cast<float>(std::sin(2.0 * M_PI * hz * i / fs));
+    f.reset();
+    f.processBlock(y.data(), x.data(), n);
+    double s = 0.0, c = 0.0;
+    for (int i = n / 2; i < n; ++i)
+    {
+        s += y[static_cast<std::size_t>(i)] * std::sin(2.0 * M_PI * hz * i / fs);
+        c += y[static_cast<std::size_t>(i)] * std::cos(2.0 * M_PI * hz * i / fs);
+    }
+    return 2.0 * std::hypot(s, c) / (n / 2);
+}
+
+void expectMatchesPrototype(BiquadFilter& f, auto analog, const char* what)
+{
+    for (double hz : {50.0, 300.0, 1000.0, 2500.0, 6000.0, 12000.0, 20000.0})
+    {
+        const double expected = std::abs(analog(cd(0.0, analogFrequency(hz))));
+        EXPECT_NEAR(20 * std::log10(digitalGain(f, hz)), 20 * std::log10(expected), 0.01)
+            << what << " " << hz;
+        EXPECT_NEAR(20 * std::log10(measuredGain(f, hz)), 20 * std::log10(expected), 0.05)
+            << what << " " << hz;
+    }
+}
+
+} // namespace
+
+TEST(BiquadFilter, DesignsMatchTheirAnalogPrototypes)
+{
+    BiquadFilter f;
+    f.setup(1, static_cast<int32_t>(fs));
+    const double w = 2.0 * M_PI * 2000.0;
+    const double d = 0.7;
+
+    f.designLowPass(static_cast<float>(w), static_cast<float>(d));
+    expectMatchesPrototype(
+        f, [&](cd s) { return w * w / (s * s + d * w * s + w * w); }, "low-pass");
+
+    f.designHighPass(static_cast<float>(w), static_cast<float>(d));
+    expectMatchesPrototype(
+        f, [&](cd s) { return s * s / (s * s + d * w * s + w * w); }, "high-pass");
+
+    f.designBandPass(static_cast<float>(w), static_cast<float>(d));
+    expectMatchesPrototype(
+        f, [&](cd s) { return d * w * s / (s * s + d * w * s + w * w); }, "band-pass");
+
+    const double z1 = 2 * M_PI * 300.0, z2 = 2 * M_PI * 900.0, p1 = 2 * M_PI * 1500.0, p2 = 2 * M_PI * 4000.0;
+    f.designShelf(static_cast<float>(z1), static_cast<float>(z2), static_cast<float>(p1),
+                  static_cast<float>(p2));
+    expectMatchesPrototype(
+        f, [&](cd s) { return (p1 * p2) / (z1 * z2) * (s + z1) * (s + z2) / ((s + p1) * (s + p2)); },
+        "shelf");
+    // Float coefficients beside k squared of about 1e10 hold the zero-frequency gain to about 1e-4.
+    EXPECT_NEAR(digitalGain(f, 0.0), 1.0, 2e-4);
+
+    // A general section: (s^2 + 100 s + 4e6) / (2 s^2 + 3e4 s + 8e7).
+    f.designBilinear(1.0f, 100.0f, 4e6f, 2.0f, 3e4f, 8e7f);
+    expectMatchesPrototype(
+        f, [&](cd s) { return (s * s + 100.0 * s + 4e6) / (2.0 * s * s + 3e4 * s + 8e7); }, "bilinear");
+}
+
+TEST(BiquadFilter, LowPassAtTheTransformConstant)
+{
+    BiquadFilter f;
+    f.setup(1, 44100);
+    const float k = 2.0f * 44100.0f;
+    for (float d : {0.5f, 1.0f, 1.4142f})
+    {
+        f.designLowPass(k, d);
+        EXPECT_FLOAT_EQ(f.b0(), 1.0f / (2.0f + d));
+    }
+}
+
+TEST(BiquadFilter, ResetClearsStateButNotCoefficients)
+{
+    BiquadFilter f;
+    f.setup(2, 48000);
+    f.designLowPass(6000.0f, 0.7f);
+    const float b0 = f.b0(), a1 = f.a1();
+    const float in[4] = {1.0f, -1.0f, 0.5f, 0.25f};
+    float out[4];
+    f.processBlock(out, in, 2);
+    f.reset();
+    EXPECT_EQ(f.b0(), b0);
+    EXPECT_EQ(f.a1(), a1);
+    // After reset an impulse gives b0 exactly on both channels, as from a fresh filter.
+    const float impulse[2] = {1.0f, 1.0f};
+    float y[2];
+    f.processSample(y, impulse);
+    EXPECT_FLOAT_EQ(y[0], b0);
+    EXPECT_FLOAT_EQ(y[1], b0);
+}
+
+TEST(BiquadFilter, DenormalResultsComeOutAsZero)
+{
+    for (int variant = 0; variant < 2; ++variant)
+    {
+        std::unique_ptr<BiquadFilter> f =
+            variant == 0 ? std::make_unique<BiquadFilter>() : std::make_unique<BiquadFilterKATMAI>();
+        f->setup(2, 48000);
+        f->setCoefficients(1e-10f, 0.0f, 0.0f, 0.0f, 0.0f);
+        const float in[4] = {1e-30f, 1e-30f, 1.0f, -1.0f};
+        float out[4] = {1, 1, 1, 1};
+        f->processBlock(out, in, 2);
+        EXPECT_EQ(out[0], 0.0f) << variant;
+        EXPECT_EQ(out[1], 0.0f) << variant;
+        EXPECT_FLOAT_EQ(out[2], 1e-10f);
+        float s[2];
+        f->processSample(s, in);
+        EXPECT_EQ(s[0], 0.0f);
+        EXPECT_EQ(std::signbit(s[0]), false);
+    }
+    // A decaying resonance reaches zero instead of creeping through denormals.
+    BiquadFilter f;
+    f.setup(1, 48000);
+    f.designLowPass(2.0f * static_cast<float>(M_PI) * 100.0f, 0.05f);
+    std::vector<float> x(200000, 0.0f), y(200000);
+    x[0] = 1.0f;
+    f.processBlock(y.data(), x.data(), 200000);
+    for (float v : y)
+        ASSERT_TRUE(v == 0.0f || std::fpclassify(v) == FP_NORMAL);
+}
+
+TEST(BiquadFilter, BlockAndSampleAgreeForOneAndTwoChannels)
+{
+    std::mt19937 rng(3);
+    std::uniform_real_distribution<float> dist(-1.0f, 1.0f);
+    for (int channels : {1, 2})
+    {
+        BiquadFilter a, b;
+        for (BiquadFilter* f : {&a, &b})
+        {
+            f->setup(channels, 48000);
+            f->designBandPass(2.0f * static_cast<float>(M_PI) * 1000.0f, 0.3f);
+        }
+        std::vector<float> x(static_cast<std::size_t>(4000 * channels));
+        for (float& v : x)
+            v = dist(rng);
+        std::vector<float> yb(x.size()), ys(x.size());
+        // Blocks of uneven sizes, each at least 2 frames, so the first two of every block come
+        // from the stored history.
+        int done = 0;
+        for (int size : {2, 3, 17, 2, 100, 876})
+        {
+            a.processBlock(yb.data() + done * channels, x.data() + done * channels, size);
+            done += size;
+        }
+        a.processBlock(yb.data() + done * channels, x.data() + done * channels, 4000 - done);
+        for (int i = 0; i < 4000; ++i)
+            b.processSample(ys.data() + i * channels, x.data() + i * channels);
+        for (std::size_t i = 0; i < x.size(); ++i)
+            ASSERT_NEAR(yb[i], ys[i], 1e-5f) << "channels " << channels << " at " << i;
+    }
+}
+
+TEST(BiquadFilter, TwoFrameBlockUsesTheHistoryOfEachChannel)
+{
+    BiquadFilter f;
+    f.setup(2, 48000);
+    f.setCoefficients(0.5f, 0.25f, 0.125f, -0.5f, 0.25f);
+    const float first[4] = {1.0f, 2.0f, 3.0f, 4.0f};
+    float y1[4];
+    f.processBlock(y1, first, 2);
+    const float second[4] = {-1.0f, 0.5f, 0.0f, 0.0f};
+    float y2[4];
+    f.processBlock(y2, second, 2);
+    // Left: x = 1, 3 then -1, 0.
+    const double l0 = 0.5, l1 = 0.5 * 3 + 0.25 * 1 + 0.5 * l0;
+    const double l2 = 0.5 * -1 + 0.25 * 3 + 0.125 * 1 + 0.5 * l1 - 0.25 * l0;
+    const double l3 = 0.0 + 0.25 * -1 + 0.125 * 3 + 0.5 * l2 - 0.25 * l1;
+    const double r0 = 1.0, r1 = 0.5 * 4 + 0.25 * 2 + 0.5 * r0;
+    const double r2 = 0.5 * 0.5 + 0.25 * 4 + 0.125 * 2 + 0.5 * r1 - 0.25 * r0;
+    EXPECT_FLOAT_EQ(y1[0], l0);
+    EXPECT_FLOAT_EQ(y1[2], l1);
+    EXPECT_FLOAT_EQ(y2[0], l2);
+    EXPECT_FLOAT_EQ(y2[2], l3);
+    EXPECT_FLOAT_EQ(y1[1], r0);
+    EXPECT_FLOAT_EQ(y1[3], r1);
+    EXPECT_FLOAT_EQ(y2[1], r2);
+}
+
+TEST(BiquadFilterKATMAI, WithinRoundingOfThePlainForm)
+{
+    std::mt19937 rng(9);
+    std::uniform_real_distribution<float> dist(-1.0f, 1.0f);
+    for (int channels : {1, 2})
+    {
+        BiquadFilter plain;
+        BiquadFilterKATMAI vector;
+        for (BiquadFilter* f : {static_cast<BiquadFilter*>(&plain), static_cast<BiquadFilter*>(&vector)})
+        {
+            f->setup(channels, 44100);
+            f->designLowPass(2.0f * static_cast<float>(M_PI) * 3000.0f, 0.6f);
+        }
+        std::vector<float> x(static_cast<std::size_t>(10000 * channels));
+        for (float& v : x)
+            v = dist(rng);
+        std::vector<float> yp(x.size()), yv(x.size());
+        for (int done = 0; done < 10000; done += 500)
+        {
+            plain.processBlock(yp.data() + done * channels, x.data() + done * channels, 500);
+            vector.processBlock(yv.data() + done * channels, x.data() + done * channels, 500);
+        }
+        for (std::size_t i = 0; i < x.size(); ++i)
+            ASSERT_NEAR(yp[i], yv[i], 2e-5f) << channels << " " << i;
+    }
+    EXPECT_EQ(reinterpret_cast<std::uintptr_t>(std::make_unique<BiquadFilterKATMAI>().get()) % 16, 0u);
+}
+
+TEST(BiquadFilter, FactoryFollowsTheCpuTest)
+{
+    const uint8_t saved = utils::cpuFeatures;
+    utils::cpuFeatures = 0;
+    EXPECT_EQ(dynamic_cast<BiquadFilterKATMAI*>(utils::newBiquadFilter().get()), nullptr);
+    utils::cpuFeatures = utils::cpuFeatureSse;
+    EXPECT_NE(dynamic_cast<BiquadFilterKATMAI*>(utils::newBiquadFilter().get()), nullptr);
+    utils::cpuFeatures = saved;
+#if defined(__SSE2__)
+    EXPECT_NE(saved & utils::cpuFeatureSse, 0);
+#endif
+}

@@ -1,0 +1,64 @@
+#pragma once
+
+#include "dsp/RandomAccessPCM.h"
+
+#include <cmath>
+#include <cstdint>
+#include <vector>
+
+namespace dsptest
+{
+
+/** A mono signal held in memory, read as a RandomAccessPCM; counts what it is asked for. */
+class MemorySource : public dsp::RandomAccessPCM
+{
+public:
+    MemorySource(std::vector<float> samples, float rate) : samples_(std::move(samples)), rate_(rate) {}
+
+    void seek(int32_t position) override
+    {
+        position_ = position;
+        ++seeks_;
+    }
+
+    int32_t read(float* destination, int32_t count) override
+    {
+        for (int32_t j = 0; j < count; ++j)
+        {
+            const int64_t i = position_ + j;
+            if (i < 0 || i >= static_cast<int64_t>(samples_.size()))
+            {
+                destination[j] = 0.0f;
+                ++framesOutside_;
+            }
+            else
+                destination[j] = samples_[static_cast<std::size_t>(i)];
+        }
+        position_ += count;
+        return count;
+    }
+
+    int32_t length() override { return static_cast<int32_t>(samples_.size()); }
+    float rate() override { return rate_; }
+
+    int64_t framesOutside() const { return framesOutside_; }
+    int seeks() const { return seeks_; }
+
+private:
+    std::vector<float> samples_;
+    float rate_;
+    int64_t position_ = 0;
+    int64_t framesOutside_ = 0;
+    int seeks_ = 0;
+};
+
+inline std::vector<float> sine(double hz, double rate, int frames, double amplitude = 0.5, double phase = 0.0)
+{
+    std::vector<float> v(static_cast<std::size_t>(frames));
+    for (int i = 0; i < frames; ++i)
+        v[static_cast<std::size_t>(i)] =
+            static_cast<float>(amplitude * std::sin(2.0 * M_PI * hz * i / rate + phase));
+    return v;
+}
+
+} // namespace dsptest
