@@ -2,3 +2,15 @@
 kv3_add_test(epi_xml_chunk_test SOURCES XmlChunkTest.cpp LIBS epi)
 kv3_add_test(epi_atoms_file_test SOURCES AtomsFileTest.cpp LIBS epi)
 kv3_add_test(epi_resource_pack_test SOURCES ResourcePackTest.cpp LIBS epi)
+
+# `kv3 pack` end to end: build from a folder, read back through epiResourcePack and `kv3 pack cat`.
+if(TARGET kv3 AND NOT KV3_SANITIZE STREQUAL "thread")
+    add_executable(epi_pack_readback PackReadback.cpp)
+    target_link_libraries(epi_pack_readback PRIVATE epi)
+    set_property(GLOBAL APPEND PROPERTY KV3_TESTS epi_pack_readback)
+    add_test(NAME epi_pack_cli
+             COMMAND ${CMAKE_COMMAND} -DKV3=$<TARGET_FILE:kv3> -DREADBACK=$<TARGET_FILE:epi_pack_readback>
+                     -DTREE=${CMAKE_CURRENT_SOURCE_DIR}/pack_tree -DWORK=${CMAKE_CURRENT_BINARY_DIR}/pack_cli
+                     -P ${CMAKE_CURRENT_SOURCE_DIR}/pack_cli.cmake)
+    set_tests_properties(epi_pack_cli PROPERTIES TIMEOUT 120)
+endif()
