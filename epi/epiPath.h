@@ -124,7 +124,11 @@ public:
     /** The present default base, null when none. */
     static const epiPath* defaultBase();
 
-    /** Installs the open and save dialogs of the interface platform; null removes them. */
+    /**
+     * Installs the open and save dialogs of the interface platform; null removes them. The handler
+     * gets the whole path: the open dialog starts at its lastComponent(), the save dialog at its
+     * native form. It answers true after replacing the path with the choice, false leaving it.
+     */
     // [ui thread]
     static void setDialogHandler(DialogHandler handler);
 };

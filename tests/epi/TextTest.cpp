@@ -594,3 +594,75 @@ TEST(TextObject, TextsListOwnsItsElements)
     list.appendChars("again");
     EXPECT_EQ(list.count(), 1);
 }
+
+// Properties over many random texts: splitting and joining must give back the text.
+
+namespace
+{
+
+uint32_t nextRandom(uint32_t& state)
+{
+    state = state * 1664525u + 1013904223u;
+    return state >> 8;
+}
+
+epiText randomText(uint32_t& state, const char* alphabet, size_t alphabetSize)
+{
+    epiText t;
+    const size_t length = nextRandom(state) % 40;
+    for (size_t i = 0; i < length; ++i)
+        t.appendChar(alphabet[nextRandom(state) % alphabetSize]);
+    return t;
+}
+
+} // namespace
+
+TEST(TextProperties, FieldsJoinBackIntoTheText)
+{
+    uint32_t state = 12345;
+    const char alphabet[] = {'a', 'b', ',', ',', '\0', '\xE9'};
+    for (int round = 0; round < 2000; ++round)
+    {
+        const epiText t = randomText(state, alphabet, sizeof alphabet);
+        const int32_t count = t.fieldCount(',');
+        epiText joined;
+        for (int32_t i = 0; i < count; ++i)
+        {
+            if (i > 0)
+                joined.appendChar(',');
+            joined.appendTextValue(t.field(i, ','));
+        }
+        ASSERT_EQ(joined, t) << "round " << round;
+        // All fields from the first, copied at once, are the whole text.
+        if (count > 0)
+        {
+            ASSERT_EQ(t.fields(0, count, ','), t) << "round " << round;
+        }
+        ASSERT_TRUE(t.field(count, ',').isEmpty());
+    }
+}
+
+TEST(TextProperties, LinesJoinBackIntoTheText)
+{
+    uint32_t state = 777;
+    const char alphabet[] = {'x', 'y', '\r', '\n', '\n', ' '};
+    for (int round = 0; round < 2000; ++round)
+    {
+        const epiText t = randomText(state, alphabet, sizeof alphabet);
+        const int32_t count = t.lineCount();
+        // Every line is free of line ends, and there is nothing after the last line.
+        for (int32_t i = 0; i < count; ++i)
+        {
+            const epiText l = t.line(i);
+            ASSERT_FALSE(l.containsChar('\r') || l.containsChar('\n')) << "round " << round;
+        }
+        ASSERT_TRUE(t.line(count).isEmpty()) << "round " << round;
+        // All lines at once are the text without a final line end.
+        epiText expected(t);
+        if (expected.size() >= 2 && expected.right(2) == "\r\n")
+            expected.truncate(expected.size() - 2);
+        else if (expected.lastChar() == '\r' || expected.lastChar() == '\n')
+            expected.dropLastChar();
+        ASSERT_EQ(t.lines(0, count), expected) << "round " << round;
+    }
+}
