@@ -46,7 +46,10 @@ BlockRecord EngineHarness::runBlock(int64_t frames)
     midi_.count = 0;
 
     BlockRecord record{output.position, frames, deviceFrames_};
-    blocks.push_back(record);
+    if (recordBlocks)
+    {
+        blocks.push_back(record);
+    }
     if (recordOutput)
     {
         left.insert(left.end(), output.channel[0], output.channel[0] + frames);

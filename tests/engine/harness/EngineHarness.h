@@ -62,6 +62,8 @@ public:
 
     /** Keeps every output frame in left and right while set. */
     bool recordOutput = true;
+    /** Keeps a BlockRecord of every block in blocks while set. */
+    bool recordBlocks = true;
     std::vector<float> left;
     std::vector<float> right;
     std::vector<BlockRecord> blocks;
