@@ -2,6 +2,7 @@
 
 #include "dsp/stretch/IRAPCMSource.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <functional>
@@ -65,56 +66,49 @@ inline float staircase(int64_t i, int32_t channel)
     return channel == 0 ? static_cast<float>(i) : -static_cast<float>(i);
 }
 
-/**
- * The frequency of the strongest component between lo and hi Hz, by a scan of the Hann-windowed
- * spectrum refined to 0.01 Hz.
- */
-inline double dominantFrequency(const float* x, int64_t n, double rate, double lo, double hi)
+/** Upward zero crossings, linearly interpolated, in fractional frames. */
+inline std::vector<double> upwardCrossings(const float* x, int64_t n)
 {
-    std::vector<double> w(static_cast<size_t>(n));
-    for (int64_t i = 0; i < n; ++i)
+    std::vector<double> c;
+    for (int64_t i = 1; i < n; ++i)
     {
-        w[static_cast<size_t>(i)] =
-            x[i] * (0.5 - 0.5 * std::cos(2.0 * std::numbers::pi * static_cast<double>(i) / n));
-    }
-    auto magnitude = [&](double f)
-    {
-        double re = 0.0;
-        double im = 0.0;
-        const double dphi = 2.0 * std::numbers::pi * f / rate;
-        // Rotating phasor; accurate enough over a few hundred thousand samples in double.
-        double c = 1.0;
-        double s = 0.0;
-        const double cd = std::cos(dphi);
-        const double sd = std::sin(dphi);
-        for (int64_t i = 0; i < n; ++i)
+        if (x[i - 1] < 0.0f && x[i] >= 0.0f)
         {
-            re += w[static_cast<size_t>(i)] * c;
-            im -= w[static_cast<size_t>(i)] * s;
-            const double nc = c * cd - s * sd;
-            s = s * cd + c * sd;
-            c = nc;
-        }
-        return re * re + im * im;
-    };
-    double best = lo;
-    double bestMag = -1.0;
-    for (double step : {1.0, 0.1, 0.01})
-    {
-        const double from = bestMag < 0.0 ? lo : best - 10.0 * step;
-        const double to = bestMag < 0.0 ? hi : best + 10.0 * step;
-        bestMag = -1.0;
-        for (double f = from; f <= to; f += step)
-        {
-            const double m = magnitude(f);
-            if (m > bestMag)
-            {
-                bestMag = m;
-                best = f;
-            }
+            c.push_back(static_cast<double>(i - 1) + x[i - 1] / (x[i - 1] - x[i]));
         }
     }
-    return best;
+    return c;
+}
+
+/**
+ * The pitch of a tone as heard: the median over its periods of rate / period length. Grains that are
+ * not phase-aligned put a phase step at each crossfade; the median looks past those few periods.
+ */
+inline double medianPeriodFrequency(const float* x, int64_t n, double rate)
+{
+    const std::vector<double> c = upwardCrossings(x, n);
+    std::vector<double> f;
+    for (size_t i = 1; i < c.size(); ++i)
+    {
+        f.push_back(rate / (c[i] - c[i - 1]));
+    }
+    if (f.empty())
+    {
+        return 0.0;
+    }
+    std::nth_element(f.begin(), f.begin() + static_cast<std::ptrdiff_t>(f.size() / 2), f.end());
+    return f[f.size() / 2];
+}
+
+/** The mean frequency: crossings counted over the whole stretch, phase steps included. */
+inline double meanFrequency(const float* x, int64_t n, double rate)
+{
+    const std::vector<double> c = upwardCrossings(x, n);
+    if (c.size() < 2)
+    {
+        return 0.0;
+    }
+    return static_cast<double>(c.size() - 1) * rate / (c.back() - c.front());
 }
 
 } // namespace stretchtest

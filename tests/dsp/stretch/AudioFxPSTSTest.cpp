@@ -1,0 +1,346 @@
+#include "StretchTestNodes.h"
+#include "StretchTestSources.h"
+
+#include "dsp/stretch/AudioFxPSTS.h"
+#include "dsp/stretch/nvEfx.h"
+#include "dsp/stretch/nvEfxImplPstsPoly.h"
+#include "dsp/stretch/nvEfxTable.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <random>
+#include <vector>
+
+using stretchtest::SignalNode;
+using stretchtest::staircase;
+
+namespace
+{
+
+constexpr int64_t kLong = 1LL << 40;
+
+// Plays a node over positions in blocks; the planes are kept for checking.
+struct Player
+{
+    explicit Player(AudioSource& node, int32_t maxBlock = 4096) : node(&node), l(maxBlock), r(maxBlock) {}
+
+    void block(int64_t position, int32_t frames)
+    {
+        AudioData d;
+        d.channel[0] = l.data();
+        d.channel[1] = r.data();
+        d.channels = 2;
+        d.frames = frames;
+        d.position = position;
+        ASSERT_TRUE(node->read(d));
+    }
+
+    AudioSource* node;
+    std::vector<float> l;
+    std::vector<float> r;
+};
+
+struct Prepared
+{
+    Prepared(uint32_t rate, uint32_t block, std::function<float(int64_t, int32_t)> f = staircase)
+        : source(kLong, std::move(f))
+    {
+        node.setSource(&source);
+        node.prepare(rate, block);
+    }
+    SignalNode source;
+    AudioFxPSTS node;
+};
+
+float param(nvEfxPstsPoly& e, int32_t id)
+{
+    float v = -1.0f;
+    EXPECT_EQ(e.getParameter(id, &v), 1);
+    return v;
+}
+
+} // namespace
+
+TEST(nvEfxTable, CreatesKnownIdsOnly)
+{
+    const nvEfxFunctions& t = nvEfxTable();
+    nvEfxHandle psts = t.create(102);
+    nvEfxHandle bypass = t.create(103);
+    ASSERT_NE(psts, nullptr);
+    ASSERT_NE(bypass, nullptr);
+    EXPECT_EQ(psts->effectId(), 102);
+    EXPECT_EQ(bypass->effectId(), 103);
+    EXPECT_EQ(t.create(101), nullptr);
+    EXPECT_EQ(t.destroy(nullptr), 1);
+    EXPECT_EQ(t.setParameter(nullptr, 10004, 2.0f), 0);
+    EXPECT_EQ(t.process(nullptr, 0, nullptr, 0, 64), 0);
+    EXPECT_EQ(t.ask(psts, 1, 2, 3), 0);
+    EXPECT_EQ(t.destroy(psts), 1);
+    EXPECT_EQ(t.destroy(bypass), 1);
+}
+
+TEST(nvEfxTable, BypassPullsItsSourceUntouched)
+{
+    SignalNode node(kLong, staircase);
+    AudioFxPSTSSource feed;
+    feed.setSource(&node);
+    nvEfx fx;
+    ASSERT_TRUE(fx.create(kEfxBypass, &feed));
+    EXPECT_EQ(fx.initialise(), 1);
+    std::vector<float> l(100);
+    std::vector<float> r(100);
+    float* planes[2] = {l.data(), r.data()};
+    EXPECT_EQ(fx.process(0, planes, 5000, 100), 1);
+    for (int i = 0; i < 100; ++i)
+    {
+        ASSERT_EQ(l[static_cast<size_t>(i)], 5000.0f + static_cast<float>(i));
+        ASSERT_EQ(r[static_cast<size_t>(i)], -5000.0f - static_cast<float>(i));
+    }
+    // An unknown id leaves the wrapper without an effect; every call answers 0.
+    EXPECT_FALSE(fx.create(7, &feed));
+    EXPECT_EQ(fx.effectId(), -1);
+    EXPECT_EQ(fx.process(0, planes, 0, 100), 0);
+}
+
+TEST(nvEfxImplPstsPoly, ParametersKeepTheirRanges)
+{
+    nvEfxPstsPoly fx;
+    ASSERT_TRUE(fx.createPsts(nullptr));
+    EXPECT_EQ(param(fx, 10004), 1.0f);
+    EXPECT_EQ(param(fx, 10005), 1.0f);
+    EXPECT_EQ(param(fx, 10000), 1.0f);
+    EXPECT_EQ(param(fx, 10002), 44100.0f);
+    EXPECT_EQ(fx.setStretch(0.0001f), 1);
+    EXPECT_EQ(param(fx, 10004), 0.001f);
+    EXPECT_EQ(fx.setStretch(0.001f), 1);
+    EXPECT_EQ(param(fx, 10004), 0.001f);
+    EXPECT_EQ(fx.setPitch(25.0f), 1);
+    EXPECT_EQ(param(fx, 10005), 10.0f);
+    EXPECT_EQ(fx.setPitch(-3.0f), 1);
+    EXPECT_EQ(param(fx, 10005), 0.001f);
+    // Not a number, the reserved id and ids outside the effect's set are refused and change nothing.
+    EXPECT_EQ(fx.setStretch(std::nanf("")), 0);
+    EXPECT_EQ(param(fx, 10004), 0.001f);
+    EXPECT_EQ(fx.setParameter(10003, 1.0f), 0);
+    EXPECT_EQ(fx.setParameter(9999, 1.0f), 0);
+    EXPECT_EQ(fx.setParameter(10006, 1.0f), 0);
+    EXPECT_EQ(fx.setMainParameter(1.0f), 0);
+    float v = 0.0f;
+    EXPECT_EQ(fx.getParameter(10003, &v), 0);
+    // Channel counts are 1 or 2, integer parameters truncate.
+    EXPECT_EQ(fx.setParameter(10000, 3.0f), 0);
+    EXPECT_EQ(fx.setParameter(10000, 0.0f), 0);
+    EXPECT_EQ(fx.setParameter(10001, 2.9f), 1);
+    EXPECT_EQ(param(fx, 10001), 2.0f);
+    EXPECT_EQ(fx.setParameter(10002, 48000.7f), 1);
+    EXPECT_EQ(param(fx, 10002), 48000.0f);
+    EXPECT_EQ(fx.setParameter(10002, 0.0f), 0);
+}
+
+TEST(AudioFxPSTS, UnityIsTheInputSampleForSample)
+{
+    for (uint32_t rate : {44100u, 48000u, 96000u})
+    {
+        Prepared p(rate, 256);
+        p.node.setStretch(1.0f);
+        p.node.setPitch(1.0f);
+        Player play(p.node);
+        std::mt19937 rng(rate);
+        int64_t pos = 1234567;
+        for (int b = 0; b < 200; ++b)
+        {
+            const auto frames = static_cast<int32_t>(1 + rng() % 256);
+            // Jumps too: the bypass has no state to disturb.
+            if (b % 37 == 0)
+            {
+                pos = static_cast<int64_t>(rng() % 5000000);
+            }
+            play.block(pos, frames);
+            for (int32_t i = 0; i < frames; ++i)
+            {
+                ASSERT_EQ(play.l[static_cast<size_t>(i)], static_cast<float>(pos + i)) << rate << " " << b;
+                ASSERT_EQ(play.r[static_cast<size_t>(i)], -static_cast<float>(pos + i)) << rate << " " << b;
+            }
+            pos += frames;
+        }
+    }
+}
+
+TEST(AudioFxPSTS, NearUnityCountsAsUnity)
+{
+    Prepared p(44100, 64);
+    p.node.setStretch(1.00005f);
+    p.node.setPitch(0.99995f);
+    Player play(p.node);
+    play.block(77777, 64);
+    for (int32_t i = 0; i < 64; ++i)
+    {
+        ASSERT_EQ(play.l[static_cast<size_t>(i)], static_cast<float>(77777 + i));
+    }
+    // Just outside the band the engine runs from the matching source position.
+    p.node.setStretch(1.0002f);
+    play.block(77777, 64);
+    EXPECT_NEAR(play.l[0], 77777.0f / 1.0002f, 1.0f);
+    EXPECT_NE(play.l[0], 77777.0f);
+}
+
+TEST(AudioFxPSTS, ProvideHandsOverItsOwnBuffer)
+{
+    Prepared p(44100, 128);
+    p.node.setStretch(2.0f);
+    AudioData request;
+    request.channels = 2;
+    request.frames = 128;
+    request.position = 20000;
+    ASSERT_TRUE(p.node.provide(request));
+    EXPECT_EQ(request.channels, 2);
+    EXPECT_EQ(request.frames, 128);
+    EXPECT_EQ(request.position, 20000);
+    ASSERT_NE(request.channel[0], nullptr);
+    EXPECT_NEAR(request.channel[0][0], 10000.0f, 2.0f);
+    EXPECT_NEAR(request.channel[1][0], -10000.0f, 2.0f);
+    // More than the prepared block is refused rather than written past the buffer.
+    request.frames = 129;
+    EXPECT_FALSE(p.node.provide(request));
+    // Before prepare nothing is delivered.
+    AudioFxPSTS bare;
+    request.frames = 64;
+    EXPECT_FALSE(bare.provide(request));
+    EXPECT_FALSE(bare.read(request));
+}
+
+TEST(AudioFxPSTS, SameValueAgainDoesNotReseek)
+{
+    Prepared p(44100, 64);
+    p.node.setStretch(1.5f);
+    Player play(p.node);
+    play.block(30000, 64);
+    auto* impl = static_cast<nvEfxImplPstsPoly*>(p.node.effect()->handle());
+    EXPECT_EQ(impl->expected(), 30064);
+    EXPECT_EQ(impl->engine()->voice(0)->anchor(), 20000.0);
+    p.node.setStretch(1.5f);
+    play.block(30064, 64);
+    EXPECT_EQ(impl->expected(), 30128);
+    const double before = impl->engine()->voice(0)->anchor();
+    const double time = impl->engine()->voice(0)->analysisTime();
+    EXPECT_EQ(before, 20000.0);
+    // A pitch change doesn't disturb the grain stream either.
+    p.node.setPitch(0.8f);
+    play.block(30128, 64);
+    EXPECT_EQ(impl->engine()->voice(0)->anchor(), before);
+    EXPECT_GE(impl->engine()->voice(0)->analysisTime(), time);
+    // A new stretch restarts the grains at the next block, where that position lies in the source.
+    p.node.setStretch(3.0f);
+    play.block(30192, 64);
+    EXPECT_EQ(impl->engine()->voice(0)->anchor(), 10064.0);
+    EXPECT_NEAR(play.l[0], 10064.0f, 2.0f);
+    // A block that doesn't continue the last one seeks too.
+    play.block(60000, 64);
+    EXPECT_EQ(impl->engine()->voice(0)->anchor(), 20000.0);
+}
+
+// The loop and locate case: a staircase played at speed 0.5 (stretch 2) with jumps. Every sample that
+// comes out must be near the source position its output position stands for, and the first sample
+// after each jump must be that position itself.
+class StaircaseJumps : public ::testing::TestWithParam<std::tuple<uint32_t, int32_t>>
+{
+};
+
+TEST_P(StaircaseJumps, GrainsRestartAtTheCorrespondingSourcePosition)
+{
+    const auto [rate, block] = GetParam();
+    for (float stretch : {2.0f, 0.75f, 1.0f / 0.75f})
+    {
+        Prepared p(rate, static_cast<uint32_t>(block));
+        p.node.setStretch(stretch);
+        p.node.setPitch(stretch == 2.0f ? 1.0f : 0.9f);
+        Player play(p.node);
+        const float period = static_cast<float>(rate) / 25.0f;
+        std::mt19937 rng(static_cast<uint32_t>(rate + block));
+        // Loop from 150,000 back to 40,000 a few times, then a locate forward.
+        const std::vector<std::pair<int64_t, int64_t>> spans = {
+            {40000, 150000}, {40000, 150000}, {40000, 90000}, {700000, 760000}, {0, 30000}};
+        for (const auto& [from, to] : spans)
+        {
+            int64_t pos = from;
+            bool first = true;
+            while (pos < to)
+            {
+                const auto frames = static_cast<int32_t>(
+                    std::min<int64_t>(1 + rng() % static_cast<uint32_t>(block), to - pos));
+                play.block(pos, frames);
+                for (int32_t i = 0; i < frames; ++i)
+                {
+                    const double expect = static_cast<double>(pos + i) / stretch;
+                    const double got = play.l[static_cast<size_t>(i)];
+                    if (first && i == 0)
+                    {
+                        // The jump's first sample is the source frame itself, but for the window's
+                        // peak just short of 1. At 0 the grain has no first half, and the output
+                        // runs one frame ahead.
+                        const double at = from == 0 ? 1.0 : std::trunc(expect);
+                        ASSERT_NEAR(got, at, std::max(0.01, expect * 2e-4))
+                            << "jump to " << from << " stretch " << stretch;
+                    }
+                    // Between jumps the lattice lets the source position lag or lead by about a
+                    // period.
+                    ASSERT_NEAR(got, expect, 1.6 * period + 2.0) << pos + i << " stretch " << stretch;
+                    ASSERT_NEAR(play.r[static_cast<size_t>(i)], -got, std::fabs(got) * 1e-5 + 1e-3);
+                }
+                first = false;
+                pos += frames;
+            }
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Matrix, StaircaseJumps,
+                         ::testing::Combine(::testing::Values(44100u, 48000u, 96000u),
+                                            ::testing::Values(64, 256, 1024)));
+
+TEST(AudioFxPSTS, PitchChangesTheFrequencyAndKeepsTheTime)
+{
+    const double rate = 44100.0;
+    struct Case
+    {
+        float semitones;
+        double expect;
+    };
+    for (const Case& c :
+         {Case{12.0f, 880.0}, Case{-7.0f, 440.0 * std::pow(2.0, -7.0 / 12.0)}, Case{3.0f, 523.25}})
+    {
+        Prepared p(44100, 256, stretchtest::sine(440.0, rate));
+        p.node.setPitch(std::pow(2.0f, -c.semitones / 12.0f));
+        Player play(p.node);
+        std::vector<float> out;
+        for (int64_t pos = 0; pos < 88200; pos += 256)
+        {
+            play.block(pos, 256);
+            out.insert(out.end(), play.l.begin(), play.l.begin() + 256);
+        }
+        const double f = stretchtest::medianPeriodFrequency(out.data() + 4410, 80000, rate);
+        EXPECT_NEAR(f, c.expect, c.expect * 0.005) << c.semitones;
+        // Over the whole run the phase steps between grains pull the mean towards the 25 Hz grain
+        // grid by up to about one percent; more would be a fault.
+        const double mean = stretchtest::meanFrequency(out.data() + 4410, 80000, rate);
+        EXPECT_NEAR(mean, c.expect, c.expect * 0.02) << c.semitones;
+    }
+}
+
+TEST(AudioFxPSTS, HalfSpeedKeepsTheFrequency)
+{
+    const double rate = 48000.0;
+    Prepared p(48000, 512, stretchtest::sine(440.0, rate));
+    p.node.setStretch(2.0f);
+    Player play(p.node);
+    std::vector<float> out;
+    for (int64_t pos = 0; pos < 96000; pos += 512)
+    {
+        play.block(pos, 512);
+        out.insert(out.end(), play.l.begin(), play.l.begin() + 512);
+    }
+    const double f = stretchtest::medianPeriodFrequency(out.data() + 4800, 80000, rate);
+    EXPECT_NEAR(f, 440.0, 440.0 * 0.005);
+    EXPECT_NEAR(stretchtest::meanFrequency(out.data() + 4800, 80000, rate), 440.0, 440.0 * 0.02);
+}
