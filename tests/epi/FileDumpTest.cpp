@@ -96,15 +96,22 @@ TEST(FileDump, MemoryOperations)
 
 TEST_F(FileTest, DumpDoesNotOverwriteReadOnlyFiles)
 {
-    if (!permissionsApply())
-        GTEST_SKIP() << "running as root: permissions don't apply";
-    writeAll(at("ro.txt"), "locked");
-    ASSERT_EQ(::chmod(at("ro.txt").c_str(), 0444), 0);
-    epiFileDump dump;
-    EXPECT_FALSE(dump.saveFile(epiPath(at("ro.txt")), "zz", 2));
-    EXPECT_EQ(readAll(at("ro.txt")), "locked");
-    ASSERT_TRUE(dump.loadFile(epiPath(at("ro.txt"))));
-    EXPECT_EQ(dump.size(), 6u);
+    const std::string ro = at("ro.txt");
+    writeAll(ro, "locked");
+    ASSERT_EQ(::chmod(ro.c_str(), 0444), 0);
+    ASSERT_EQ(::chmod(tmp_.path().c_str(), 0777), 0);
+    const int failed = runWherePermissionsApply(
+        [&ro]
+        {
+            epiFileDump dump;
+            if (dump.saveFile(epiPath(ro), "zz", 2))
+                return 1;
+            if (!dump.loadFile(epiPath(ro)) || dump.size() != 6u)
+                return 2;
+            return 0;
+        });
+    EXPECT_EQ(failed, 0) << "check " << failed << " failed";
+    EXPECT_EQ(readAll(ro), "locked");
 }
 
 // Dumps inside atoms files.

@@ -151,27 +151,45 @@ TEST_F(FileTest, SeekFromTheEndGoesPastIt)
 
 TEST_F(FileTest, ReadOnlyFiles)
 {
-    if (!permissionsApply())
-        GTEST_SKIP() << "running as root: permissions don't apply";
-    writeAll(at("ro.txt"), "locked");
-    ASSERT_EQ(::chmod(at("ro.txt").c_str(), 0444), 0);
-    epiFile f;
-    EXPECT_FALSE(f.open(epiPath(at("ro.txt")), epiFile::kWrite));
-    EXPECT_FALSE(f.open(epiPath(at("ro.txt")), epiFile::kWrite | epiFile::kDeleteFirst));
-    ASSERT_TRUE(f.open(epiPath(at("ro.txt")), epiFile::kRead));
-    char buffer[6];
-    EXPECT_TRUE(f.read(buffer, 6));
-    f.close();
-    EXPECT_EQ(readAll(at("ro.txt")), "locked");
-
-    epiTextFile text("replacement");
-    EXPECT_FALSE(text.saveFile(epiPath(at("ro.txt"))));
-    EXPECT_EQ(readAll(at("ro.txt")), "locked");
-
-    // An unreadable file doesn't load and leaves the text as it was.
-    ASSERT_EQ(::chmod(at("ro.txt").c_str(), 0), 0);
-    EXPECT_FALSE(text.loadFile(epiPath(at("ro.txt"))));
-    EXPECT_EQ(text, "replacement");
+    const std::string ro = at("ro.txt");
+    writeAll(ro, "locked");
+    ASSERT_EQ(::chmod(ro.c_str(), 0444), 0);
+    // The folder is open to all, so that only the file's own protection stands in the way.
+    ASSERT_EQ(::chmod(tmp_.path().c_str(), 0777), 0);
+    const int failed = runWherePermissionsApply(
+        [&ro]
+        {
+            int check = 0;
+            epiFile f;
+            ++check;
+            if (f.open(epiPath(ro), epiFile::kWrite))
+                return check;
+            ++check;
+            if (f.open(epiPath(ro), epiFile::kWrite | epiFile::kDeleteFirst))
+                return check;
+            ++check;
+            if (!f.open(epiPath(ro), epiFile::kRead))
+                return check;
+            char buffer[6];
+            ++check;
+            if (!f.read(buffer, 6) || std::memcmp(buffer, "locked", 6) != 0)
+                return check;
+            f.close();
+            epiTextFile text("replacement");
+            ++check;
+            if (text.saveFile(epiPath(ro)))
+                return check;
+            ++check;
+            if (readAll(ro) != "locked")
+                return check;
+            // An unreadable file doesn't load and leaves the text as it was.
+            ++check;
+            if (::chmod(ro.c_str(), 0) == 0 && (text.loadFile(epiPath(ro)) || text != "replacement"))
+                return check;
+            return 0;
+        });
+    EXPECT_EQ(failed, 0) << "check " << failed << " failed";
+    EXPECT_EQ(readAll(ro), "locked");
 }
 
 TEST_F(FileTest, NonAsciiNames)
