@@ -4,6 +4,11 @@
 
 #include "TestSources.h"
 
+#if defined(DSP_TEST_NODE)
+#include "audiofiles/AudioFileLoaded.h"
+#include "dsp/AudioResampler_DSP.h"
+#endif
+
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -77,3 +82,52 @@ TEST(Allocation, ResamplerReadsAndSeeksAllocateNothing)
     std::vector<int> v(10);
     EXPECT_GT(allocations.load(std::memory_order_relaxed) - before, 0);
 }
+
+#if defined(DSP_TEST_NODE)
+namespace
+{
+class RatedSound : public AudioFileLoaded
+{
+public:
+    RatedSound(int32_t rate, int64_t frames) : rate_(rate)
+    {
+        AudioBuffer b;
+        b.alloc(frames, 2);
+        b.frames = frames;
+        for (int64_t i = 0; i < frames; ++i)
+            b.channel[0][i] = b.channel[1][i] = static_cast<float>(std::sin(0.05 * static_cast<double>(i)));
+        loadFrom(b);
+    }
+    int32_t sampleRate() const override { return rate_; }
+
+private:
+    int32_t rate_;
+};
+} // namespace
+
+TEST(Allocation, ResamplerNodeReadsAllocateNothing)
+{
+    for (int32_t in : {44100, 96000})
+    {
+        RatedSound sound(in, 200000);
+        AudioResampler_DSP r;
+        r.setProvider(&sound);
+        r.prepare(48000, 512);
+        r.sourceChanged();
+        ASSERT_TRUE(r.ready());
+        std::vector<float> left(512), right(512);
+        AudioData block;
+        block.channel[0] = left.data();
+        block.channel[1] = right.data();
+        block.channels = 2;
+        const long before = allocations.load(std::memory_order_relaxed);
+        for (int64_t position : {0, 512, 1024, 90000, 90512, 3})
+        {
+            block.position = position;
+            block.frames = position == 3 ? 100 : 512;
+            ASSERT_TRUE(r.read(block));
+        }
+        EXPECT_EQ(allocations.load(std::memory_order_relaxed) - before, 0) << in;
+    }
+}
+#endif

@@ -1,0 +1,186 @@
+#include "dsp/AudioResampler_DSP.h"
+
+#include "audiofiles/AudioFileLoaded.h"
+#include "audiofiles/AudioFile_sf.h"
+
+#include <gtest/gtest.h>
+#include <sndfile.h>
+
+#include <cmath>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+namespace
+{
+
+// A sound in memory at a stated rate: the loaded-file reader hands out its samples by reference.
+class RatedSound : public AudioFileLoaded
+{
+public:
+    RatedSound(int32_t rate, int32_t channels, int64_t frames, double hz) : rate_(rate)
+    {
+        AudioBuffer b;
+        b.alloc(frames, channels);
+        b.frames = frames;
+        for (int32_t c = 0; c < channels; ++c)
+            for (int64_t i = 0; i < frames; ++i)
+                b.channel[c][i] =
+                    static_cast<float>((c == 0 ? 0.5 : 0.25) * std::sin(2.0 * M_PI * hz * i / rate));
+        loadFrom(b);
+    }
+    int32_t sampleRate() const override { return rate_; }
+
+private:
+    int32_t rate_;
+};
+
+std::vector<float> sineAt(double hz, double rate, int64_t from, int64_t frames, double amplitude)
+{
+    std::vector<float> v(static_cast<std::size_t>(frames));
+    for (int64_t i = 0; i < frames; ++i)
+        v[static_cast<std::size_t>(i)] =
+            static_cast<float>(amplitude * std::sin(2.0 * M_PI * hz * (from + i) / rate));
+    return v;
+}
+
+struct Block
+{
+    std::vector<float> left, right;
+    AudioData data;
+    explicit Block(int64_t frames)
+        : left(static_cast<std::size_t>(frames)), right(static_cast<std::size_t>(frames))
+    {
+        data.channel[0] = left.data();
+        data.channel[1] = right.data();
+        data.channels = 2;
+        data.frames = frames;
+    }
+};
+
+} // namespace
+
+TEST(AudioResampler_DSP, StereoSineThroughBlocksMatchesTheDirectSine)
+{
+    RatedSound sound(44100, 2, 44100, 1000.0);
+    AudioResampler_DSP r;
+    EXPECT_FALSE(r.provide(*std::make_unique<AudioData>()));
+    r.setProvider(&sound);
+    r.prepare(48000, 256);
+    r.sourceChanged();
+    ASSERT_TRUE(r.ready());
+    EXPECT_EQ(r.frames(), 48000);
+    EXPECT_EQ(r.channels(), 2);
+    Block block(256);
+    for (int64_t position = 0; position + 256 <= 40000; position += 256)
+    {
+        block.data.position = position;
+        ASSERT_TRUE(r.read(block.data));
+        if (position < 512)
+            continue;
+        const std::vector<float> l = sineAt(1000.0, 48000.0, position, 256, 0.5);
+        const std::vector<float> rr = sineAt(1000.0, 48000.0, position, 256, 0.25);
+        for (std::size_t i = 0; i < 256; ++i)
+        {
+            ASSERT_NEAR(block.left[i], l[i], 2e-4f) << position + static_cast<int64_t>(i);
+            ASSERT_NEAR(block.right[i], rr[i], 1e-4f) << position + static_cast<int64_t>(i);
+        }
+    }
+    EXPECT_EQ(r.nextPosition(), 40000 / 256 * 256);
+}
+
+TEST(AudioResampler_DSP, JumpGivesTheFramesAtTheNewPosition)
+{
+    RatedSound sound(48000, 1, 48000, 440.0);
+    AudioResampler_DSP r;
+    r.setProvider(&sound);
+    r.prepare(44100, 64);
+    r.sourceChanged();
+    ASSERT_EQ(r.channels(), 1);
+    Block block(64);
+    block.data.position = 0;
+    ASSERT_TRUE(r.read(block.data));
+    block.data.position = 20000; // a locate
+    ASSERT_TRUE(r.read(block.data));
+    EXPECT_EQ(r.nextPosition(), 20064);
+    const std::vector<float> expected = sineAt(440.0, 44100.0, 20000, 64, 0.5);
+    for (std::size_t i = 0; i < 64; ++i)
+        ASSERT_NEAR(block.left[i], expected[i], 2e-4f) << i;
+}
+
+TEST(AudioResampler_DSP, EqualRatesGoToTheProviderUntouched)
+{
+    RatedSound sound(48000, 2, 10000, 440.0);
+    AudioResampler_DSP r;
+    r.setProvider(&sound);
+    r.prepare(48000, 128);
+    r.sourceChanged();
+    Block block(128);
+    block.data.position = 777;
+    ASSERT_TRUE(r.read(block.data));
+    for (std::size_t i = 0; i < 128; ++i)
+    {
+        ASSERT_EQ(block.left[i], sound.buffer().channel[0][777 + i]);
+        ASSERT_EQ(block.right[i], sound.buffer().channel[1][777 + i]);
+    }
+    EXPECT_EQ(r.nextPosition(), 0); // process never ran
+}
+
+TEST(AudioResampler_DSP, EmptyOrMissingProviderReadsFalse)
+{
+    AudioResampler_DSP r;
+    r.prepare(48000, 64);
+    r.sourceChanged();
+    EXPECT_FALSE(r.ready());
+    Block block(64);
+    EXPECT_FALSE(r.read(block.data));
+    AudioFileLoaded empty;
+    r.setProvider(&empty);
+    r.sourceChanged();
+    EXPECT_FALSE(r.ready());
+    EXPECT_EQ(r.frames(), 0);
+    EXPECT_FALSE(r.read(block.data));
+}
+
+// A real file on disk through libsndfile's reader: 44,100 frames at 44,100 Hz become 48,000.
+TEST(AudioResampler_DSP, RealFileAtAnotherRate)
+{
+    const char* dir = std::getenv("KV3_BINARY_DIR");
+    const std::string path = std::string(dir != nullptr ? dir : ".") + "/dsp_resampler_node_test.wav";
+    {
+        SF_INFO info{};
+        info.samplerate = 44100;
+        info.channels = 2;
+        info.format = SF_FORMAT_WAV | SF_FORMAT_FLOAT;
+        SNDFILE* f = sf_open(path.c_str(), SFM_WRITE, &info);
+        ASSERT_NE(f, nullptr);
+        std::vector<float> frames(44100 * 2);
+        for (int i = 0; i < 44100; ++i)
+        {
+            frames[static_cast<std::size_t>(2 * i)] =
+                static_cast<float>(0.5 * std::sin(2.0 * M_PI * 1000.0 * i / 44100));
+            frames[static_cast<std::size_t>(2 * i + 1)] = -frames[static_cast<std::size_t>(2 * i)];
+        }
+        ASSERT_EQ(sf_writef_float(f, frames.data(), 44100), 44100);
+        sf_close(f);
+    }
+    AudioFile_sf file;
+    ASSERT_TRUE(file.open(epiPath(path.c_str())));
+    AudioResampler_DSP r;
+    r.setProvider(&file);
+    r.prepare(48000, 512);
+    r.sourceChanged();
+    ASSERT_TRUE(r.ready());
+    EXPECT_EQ(r.frames(), 48000);
+    Block block(512);
+    block.data.position = 4096;
+    ASSERT_TRUE(r.read(block.data));
+    const std::vector<float> expected = sineAt(1000.0, 48000.0, 4096, 512, 0.5);
+    for (std::size_t i = 0; i < 512; ++i)
+    {
+        ASSERT_NEAR(block.left[i], expected[i], 2e-4f) << i;
+        ASSERT_NEAR(block.right[i], -expected[i], 2e-4f) << i;
+    }
+    file.close();
+    std::remove(path.c_str());
+}
