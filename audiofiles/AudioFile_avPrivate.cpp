@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <mutex>
 
 extern "C"
 {
@@ -55,6 +56,9 @@ void libSoundFilePrivate_av::freeAll()
 
 bool libSoundFilePrivate_av::open(const std::string& path)
 {
+    // FFmpeg's messages would go to stderr; failures are reported through error() instead.
+    static std::once_flag quiet;
+    std::call_once(quiet, [] { av_log_set_level(AV_LOG_QUIET); });
     freeAll();
     error_.clear();
     int status = avformat_open_input(&format_, path.c_str(), nullptr, nullptr);
@@ -132,9 +136,11 @@ bool libSoundFilePrivate_av::open(const std::string& path)
     draining_ = false;
     position_ = 0;
     measureEnd();
-    if (!seek(0))
+    // A stream that doesn't decode at its start is no audio file, whatever the probe guessed from
+    // its name or first bytes.
+    if (!seek(0) || pending_[0].size() <= static_cast<size_t>(pendingUsed_))
     {
-        error_ = "cannot seek to the start";
+        error_ = "no audio could be decoded";
         freeAll();
         return false;
     }
@@ -206,11 +212,15 @@ bool libSoundFilePrivate_av::decodeMore()
         if (status == 0)
         {
             const int64_t count = frame_->nb_samples;
+            // Frames follow each other; only the first one after a jump into the middle of the
+            // stream is placed by its timestamp. Counting is what keeps the start of the stream
+            // exact where a container derives early timestamps from a page's end (a short Ogg file).
             int64_t start = decodeCursor_;
-            if (frame_->best_effort_timestamp != AV_NOPTS_VALUE)
+            if (placeByTimestamp_ && frame_->best_effort_timestamp != AV_NOPTS_VALUE)
                 start = av_rescale_q(frame_->best_effort_timestamp, format_->streams[stream_]->time_base,
                                      AVRational{1, sampleRate_}) -
                         startFrames_;
+            placeByTimestamp_ = false;
             // Convert to planar float at the file's own rate and layout.
             if (!swr_ || frame_->format != lastFormat_)
             {
@@ -312,7 +322,13 @@ bool libSoundFilePrivate_av::seek(int64_t frame)
     int64_t preroll = kSeekPreroll;
     for (int attempt = 0; attempt < 8; ++attempt)
     {
-        const int64_t target = std::max<int64_t>(0, frame - preroll);
+        // Near the end of a stream some containers count positions back from the last page or
+        // packet, which the encoder's end trimming shifts; the last two seconds are reached by
+        // decoding from before them.
+        int64_t target = std::max<int64_t>(0, frame - preroll);
+        const int64_t nearEnd = length_ - 2 * static_cast<int64_t>(sampleRate_);
+        if (target > nearEnd && length_ != INT64_MAX)
+            target = std::max<int64_t>(0, nearEnd - preroll);
         const int64_t ts = av_rescale_q(target + startFrames_, AVRational{1, sampleRate_}, stream->time_base);
         int status;
         if (target == 0)
@@ -330,7 +346,10 @@ bool libSoundFilePrivate_av::seek(int64_t frame)
             status = av_seek_frame(format_, stream_, ts, AVSEEK_FLAG_BACKWARD);
         if (!flush())
             return false;
-        decodeCursor_ = target == 0 ? 0 : target;
+        // From the start the decoder's first frame is the music's first: the decoder has removed
+        // the priming itself.
+        decodeCursor_ = target;
+        placeByTimestamp_ = target != 0;
         // Decode until the target lies in or behind what is pending.
         bool landedLate = false;
         for (;;)

@@ -88,6 +88,8 @@ private:
     int64_t pendingUsed_ = 0;
     /** Where the decoder's next frame lands when the stream gives no timestamp. */
     int64_t decodeCursor_ = 0;
+    /** Whether the next decoded frame is placed by its timestamp (after a seek into the middle). */
+    bool placeByTimestamp_ = false;
     bool endOfStream_ = false;
     bool draining_ = false;
     /** Sample format the converter was made for; -1 before the first frame. */

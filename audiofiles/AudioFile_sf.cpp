@@ -2,6 +2,7 @@
 
 #include "audiofiles/AudioFileUtil.h"
 
+#include <algorithm>
 #include <sndfile.h>
 
 /** The libsndfile handle of an open file and the format it reported. */
@@ -80,6 +81,38 @@ void AudioFile_sf::duration(AudioFileTime& time) const
     time.value = audiofiles::durationUnits(private_ ? length_ : 0, sampleRate());
 }
 
+int64_t AudioFile_sf::seekDecoder(int64_t position)
+{
+    SNDFILE* handle = private_->handle;
+    const int major = private_->info.format & SF_FORMAT_TYPEMASK;
+    // libsndfile's Ogg decoders land on the right frame without the overlap of the block before it,
+    // so the first few hundred frames after a seek differ from a sequential read. Seeking earlier
+    // and decoding up to the position gives the decoder its history.
+    if (major != SF_FORMAT_OGG || position == 0)
+        return sf_seek(handle, position, SEEK_SET);
+    // In the last page the position is counted back from the page's end, which the encoder's
+    // trimming moves: a seek there lands a few hundred frames off. So a position near the end is
+    // reached from two seconds before it.
+    constexpr sf_count_t kPreroll = 8192;
+    const sf_count_t nearEnd = length_ - 2 * static_cast<sf_count_t>(private_->info.samplerate);
+    sf_count_t from = std::max<sf_count_t>(0, position - kPreroll);
+    if (from > nearEnd)
+        from = std::max<sf_count_t>(0, nearEnd - kPreroll);
+    if (sf_seek(handle, from, SEEK_SET) < 0)
+        return -1;
+    const int32_t fileChannels = private_->info.channels;
+    if (!audiofiles::reserveFrames(interleaver_, kPreroll, fileChannels))
+        return -1;
+    for (sf_count_t at = from; at < position;)
+    {
+        const sf_count_t skip = std::min(position - at, kPreroll);
+        if (sf_readf_float(handle, interleaver_.data(), skip) != skip)
+            return -1;
+        at += skip;
+    }
+    return position;
+}
+
 bool AudioFile_sf::read(AudioData& into)
 {
     if (!private_)
@@ -95,7 +128,7 @@ bool AudioFile_sf::read(AudioData& into)
         sf_seek(handle, 0, SEEK_SET);
     if (cursor_ != static_cast<uint64_t>(position) && private_->info.seekable)
     {
-        const sf_count_t at = sf_seek(handle, position, SEEK_SET);
+        const sf_count_t at = seekDecoder(position);
         if (at >= 0)
             cursor_ = static_cast<uint64_t>(at);
     }
@@ -106,12 +139,19 @@ bool AudioFile_sf::read(AudioData& into)
     if (!audiofiles::reserveFrames(interleaver_, count, fileChannels))
         return false;
     const sf_count_t got = sf_readf_float(handle, interleaver_.data(), count);
-    if (got < count)
+    const sf_count_t delivered = std::max<sf_count_t>(got, 0);
+    if (delivered < count)
     {
-        // The decoder moved even though the block failed: keep the cursor on the decoder.
-        if (got > 0)
-            cursor_ += static_cast<uint64_t>(got);
-        return false;
+        // A block past the declared length fails as a whole and leaves the output as it was.
+        // Within it, the file is shorter than its header says (a truncated file): what exists is
+        // played and the rest is silence.
+        if (position + count > length_)
+        {
+            cursor_ += static_cast<uint64_t>(delivered);
+            return false;
+        }
+        std::fill(interleaver_.data() + delivered * fileChannels, interleaver_.data() + count * fileChannels,
+                  0.0f);
     }
     interleaver_.deinterleave(into);
     cursor_ += static_cast<uint64_t>(count);

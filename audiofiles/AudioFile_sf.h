@@ -44,6 +44,9 @@ public:
     const std::string& error() const { return error_; }
 
 private:
+    /** Moves the decoder to a frame; the frame reached, or -1. */
+    int64_t seekDecoder(int64_t position);
+
     int64_t length_ = 0;
     /** The frame that the decoder delivers next. */
     uint64_t cursor_ = 0;

@@ -1,0 +1,155 @@
+#include "TestFiles.h"
+
+#include <cmath>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sndfile.h>
+#include <sstream>
+#include <sys/wait.h>
+
+namespace testfiles
+{
+
+TempDir::TempDir()
+{
+    std::string pattern = (std::filesystem::temp_directory_path() / "kv3-audiofiles-XXXXXX").string();
+    if (mkdtemp(pattern.data()))
+        path_ = pattern;
+}
+
+TempDir::~TempDir()
+{
+    std::error_code ignored;
+    if (!path_.empty())
+        std::filesystem::remove_all(path_, ignored);
+}
+
+std::string TempDir::file(const std::string& name) const
+{
+    return path_ + "/" + name;
+}
+
+int32_t staircaseStep(int64_t frame, int32_t channel)
+{
+    return static_cast<int32_t>((frame * 7919 + channel * 104729) % 255) - 127;
+}
+
+float staircase(int64_t frame, int32_t channel)
+{
+    return static_cast<float>(staircaseStep(frame, channel)) / 128.0f;
+}
+
+bool writeStaircase(const std::string& path, int format, int32_t channels, int32_t rate, int64_t frames)
+{
+    SF_INFO info{};
+    info.channels = channels;
+    info.samplerate = rate;
+    info.format = format;
+    SNDFILE* file = sf_open(path.c_str(), SFM_WRITE, &info);
+    if (!file)
+        return false;
+    // Integers for PCM, where libsndfile shifts them exactly; floats for the float formats, whose
+    // integer path scales by a factor that is not a power of two.
+    const int subformat = format & SF_FORMAT_SUBMASK;
+    if (subformat == SF_FORMAT_FLOAT || subformat == SF_FORMAT_DOUBLE)
+    {
+        sf_close(file);
+        return writeSignal(path, format, channels, rate, frames, staircase);
+    }
+    std::vector<int> block(static_cast<size_t>(4096 * channels));
+    bool good = true;
+    for (int64_t at = 0; at < frames && good; at += 4096)
+    {
+        const int64_t count = std::min<int64_t>(4096, frames - at);
+        for (int64_t i = 0; i < count; ++i)
+            for (int32_t c = 0; c < channels; ++c)
+                block[static_cast<size_t>(i * channels + c)] = staircaseStep(at + i, c) * (1 << 24);
+        good = sf_writef_int(file, block.data(), count) == count;
+    }
+    sf_close(file);
+    return good;
+}
+
+bool writeSignal(const std::string& path, int format, int32_t channels, int32_t rate, int64_t frames,
+                 const std::function<float(int64_t, int32_t)>& signal)
+{
+    SF_INFO info{};
+    info.channels = channels;
+    info.samplerate = rate;
+    info.format = format;
+    SNDFILE* file = sf_open(path.c_str(), SFM_WRITE, &info);
+    if (!file)
+        return false;
+    std::vector<float> block(static_cast<size_t>(4096 * channels));
+    bool good = true;
+    for (int64_t at = 0; at < frames && good; at += 4096)
+    {
+        const int64_t count = std::min<int64_t>(4096, frames - at);
+        for (int64_t i = 0; i < count; ++i)
+            for (int32_t c = 0; c < channels; ++c)
+                block[static_cast<size_t>(i * channels + c)] = signal(at + i, c);
+        good = sf_writef_float(file, block.data(), count) == count;
+    }
+    sf_close(file);
+    return good;
+}
+
+float music(int64_t frame, int32_t channel, int32_t rate)
+{
+    const double t = static_cast<double>(frame) / rate;
+    const double f1 = channel == 0 ? 440.0 : 554.37;
+    const double f2 = channel == 0 ? 1318.5 : 987.77;
+    // A slow amplitude swell makes every stretch of the signal different from its neighbours.
+    const double swell = 0.6 + 0.3 * std::sin(2.0 * M_PI * 0.7 * t);
+    return static_cast<float>(swell *
+                              (0.5 * std::sin(2.0 * M_PI * f1 * t) + 0.25 * std::sin(2.0 * M_PI * f2 * t)));
+}
+
+int run(const std::string& command)
+{
+    const int status = std::system(command.c_str());
+    if (status == -1)
+        return -1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+bool encode(const std::string& wav, const std::string& out, const std::string& codec,
+            const std::string& extra)
+{
+    std::ostringstream command;
+    command << "ffmpeg -nostdin -hide_banner -loglevel error -y -i '" << wav << "' -c:a " << codec
+            << " -b:a 192k " << extra << " '" << out << "'";
+    return run(command.str()) == 0;
+}
+
+std::vector<float> readAll(const std::string& path, int32_t& channels, int32_t& rate)
+{
+    SF_INFO info{};
+    SNDFILE* file = sf_open(path.c_str(), SFM_READ, &info);
+    if (!file)
+        return {};
+    channels = info.channels;
+    rate = info.samplerate;
+    std::vector<float> samples(static_cast<size_t>(info.frames * info.channels));
+    sf_readf_float(file, samples.data(), info.frames);
+    sf_close(file);
+    return samples;
+}
+
+bool writeBytes(const std::string& path, const std::string& bytes)
+{
+    std::ofstream out(path, std::ios::binary);
+    out << bytes;
+    return static_cast<bool>(out);
+}
+
+std::string readBytes(const std::string& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream bytes;
+    bytes << in.rdbuf();
+    return bytes.str();
+}
+
+} // namespace testfiles

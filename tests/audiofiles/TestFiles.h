@@ -1,0 +1,73 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace testfiles
+{
+
+/** A folder of its own under the system's temporary folder, removed with everything in it. */
+class TempDir
+{
+public:
+    TempDir();
+    ~TempDir();
+    TempDir(const TempDir&) = delete;
+    TempDir& operator=(const TempDir&) = delete;
+
+    const std::string& path() const { return path_; }
+    /** path() + "/" + name */
+    std::string file(const std::string& name) const;
+
+private:
+    std::string path_;
+};
+
+/**
+ * The test signal of PCM files: sample (frame, channel) is k / 128 with k in -127..127, spread so
+ * that any offset, swap or seek error shows. Exact at every depth from 8 bits up.
+ */
+int32_t staircaseStep(int64_t frame, int32_t channel);
+float staircase(int64_t frame, int32_t channel);
+
+/**
+ * Writes a file with libsndfile itself: the staircase, through libsndfile's integer interface so
+ * that every depth holds it exactly.
+ * @return false when libsndfile refuses the format
+ */
+bool writeStaircase(const std::string& path, int format, int32_t channels, int32_t rate, int64_t frames);
+
+/** Writes a file of floats from a generator (frame, channel) -> sample. */
+bool writeSignal(const std::string& path, int format, int32_t channels, int32_t rate, int64_t frames,
+                 const std::function<float(int64_t, int32_t)>& signal);
+
+/** A signal with structure at every scale: two sines per channel, below full scale. */
+float music(int64_t frame, int32_t channel, int32_t rate);
+
+/** Runs a command line; returns its exit status (-1 when it could not run). */
+int run(const std::string& command);
+
+/** Encodes a WAV file with the ffmpeg command line; codec "libmp3lame" or "aac". */
+bool encode(const std::string& wav, const std::string& out, const std::string& codec,
+            const std::string& extra = "");
+
+/** Reads a whole file with libsndfile as floats, interleaved. */
+std::vector<float> readAll(const std::string& path, int32_t& channels, int32_t& rate);
+
+/** Joins the printed form of its arguments: a file name or a trace line. */
+template <typename... Parts> std::string join(const Parts&... parts)
+{
+    std::ostringstream out;
+    (out << ... << parts);
+    return out.str();
+}
+
+/** Writes bytes to a file. */
+bool writeBytes(const std::string& path, const std::string& bytes);
+/** Reads a whole file's bytes. */
+std::string readBytes(const std::string& path);
+
+} // namespace testfiles
