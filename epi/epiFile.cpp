@@ -35,9 +35,10 @@ bool epiFile::open(const epiPath& path, int32_t flags, int32_t, int32_t)
     } while (fd < 0 && errno == EINTR);
     if (fd < 0)
         return false;
-    // Only regular files are files here: a folder opens for reading on Linux but is no file.
+    // Only regular files are files here: a folder opens for reading on Linux but is no file. Sizes
+    // and positions are 32-bit, so a file past 4 GB is refused rather than read wrongly.
     struct stat info;
-    if (::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode))
+    if (::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode) || info.st_size > off_t(UINT32_MAX))
     {
         ::close(fd);
         return false;

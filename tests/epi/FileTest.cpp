@@ -137,6 +137,21 @@ TEST_F(FileTest, CloseCutsTheFileAtThePosition)
     EXPECT_EQ(readAll(at("old.txt")), "N");
 }
 
+TEST_F(FileTest, FilesPastFourGigabytesAreRefused)
+{
+    // A sparse file: no disk space is used for its size.
+    const std::string big = at("big.bin");
+    writeAll(big, "");
+    if (::truncate(big.c_str(), off_t(UINT32_MAX) + 2) != 0)
+        GTEST_SKIP() << "the file system can't hold a sparse file of this size";
+    epiFile f;
+    EXPECT_FALSE(f.open(epiPath(big), epiFile::kRead));
+    EXPECT_FALSE(f.isOpen());
+    epiTextFile text("kept");
+    EXPECT_FALSE(text.loadFile(epiPath(big)));
+    EXPECT_EQ(text, "kept");
+}
+
 TEST_F(FileTest, SeekFromTheEndGoesPastIt)
 {
     writeAll(at("ten"), "0123456789");
