@@ -445,3 +445,43 @@ void MPAudioBase::playDiagnosticSignal(float* const* outputs, std::uint32_t outp
         }
     }
 }
+
+void MPAudioBase::floatToStereo16(const float* left, const float* right, std::int16_t* interleaved,
+                                  std::uint32_t frames)
+{
+    // The block path has limited every output already; the guard here only keeps a NaN or a
+    // stray value from an unlimited caller out of the integer conversion.
+    auto convert = [](float x) -> std::int16_t
+    {
+        if (!(x >= -1.0f))
+        {
+            x = (x == x) ? -1.0f : 0.0f;
+        }
+        else if (x > 1.0f)
+        {
+            x = 1.0f;
+        }
+        return static_cast<std::int16_t>(x * 32767.0f);
+    };
+    for (std::uint32_t i = 0; i < frames; ++i)
+    {
+        interleaved[2 * i] = left ? convert(left[i]) : 0;
+        interleaved[2 * i + 1] = right ? convert(right[i]) : 0;
+    }
+}
+
+void MPAudioBase::stereo16ToFloat(const std::int16_t* interleaved, float* left, float* right,
+                                  std::uint32_t frames)
+{
+    for (std::uint32_t i = 0; i < frames; ++i)
+    {
+        if (left)
+        {
+            left[i] = static_cast<float>(interleaved[2 * i]) / 32767.0f;
+        }
+        if (right)
+        {
+            right[i] = static_cast<float>(interleaved[2 * i + 1]) / 32767.0f;
+        }
+    }
+}

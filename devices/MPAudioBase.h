@@ -94,6 +94,18 @@ protected:
     // [audio thread]
     void runBlock();
 
+    /**
+     * Converts planar float to interleaved 16-bit stereo: sample times 32767, truncated towards
+     * zero, with no dither. A null channel is silence.
+     */
+    // [audio thread]
+    static void floatToStereo16(const float* left, const float* right, std::int16_t* interleaved,
+                                std::uint32_t frames);
+    /** Converts interleaved 16-bit stereo to planar float, sample / 32767. A null target is skipped. */
+    // [audio thread]
+    static void stereo16ToFloat(const std::int16_t* interleaved, float* left, float* right,
+                                std::uint32_t frames);
+
     /** Resolves a device index: -2 the first of the list, -1 or past the end none (-1). */
     int resolveDevice(int index, bool isInput) const;
 

@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <limits>
+
 namespace
 {
 
@@ -338,4 +340,47 @@ TEST(MPAudioDriverTable, WithoutABackendEverythingAnswersEmpty)
     EXPECT_FALSE(audio.findDevice("x", true, &index));
     audio.stop();
     audio.close();
+}
+
+namespace
+{
+class ConversionProbe : public ScriptedBackend
+{
+public:
+    using MPAudioBase::floatToStereo16;
+    using MPAudioBase::stereo16ToFloat;
+};
+} // namespace
+
+TEST(MPAudioBaseConversion, FloatTo16BitTruncatesTowardsZero)
+{
+    const float left[5] = {1.0f, -1.0f, 0.5f, -0.00002f, 2.0f};
+    std::int16_t out[10];
+    ConversionProbe::floatToStereo16(left, nullptr, out, 5);
+    EXPECT_EQ(out[0], 32767);
+    EXPECT_EQ(out[2], -32767);
+    EXPECT_EQ(out[4], 16383) << "16383.5 truncates";
+    EXPECT_EQ(out[6], 0);
+    EXPECT_EQ(out[8], 32767);
+    for (int i = 1; i < 10; i += 2)
+    {
+        EXPECT_EQ(out[i], 0) << "a null channel is silence";
+    }
+    const float nan[1] = {std::numeric_limits<float>::quiet_NaN()};
+    ConversionProbe::floatToStereo16(nan, nan, out, 1);
+    EXPECT_EQ(out[0], 0);
+}
+
+TEST(MPAudioBaseConversion, SixteenBitToFloatSkipsANullTarget)
+{
+    const std::int16_t in[6] = {32767, -32767, -32768, 1, 0, 16384};
+    float left[3] = {9, 9, 9};
+    ConversionProbe::stereo16ToFloat(in, left, nullptr, 3);
+    EXPECT_FLOAT_EQ(left[0], 1.0f);
+    EXPECT_FLOAT_EQ(left[1], -32768.0f / 32767.0f);
+    EXPECT_FLOAT_EQ(left[2], 0.0f);
+    float right[3];
+    ConversionProbe::stereo16ToFloat(in, nullptr, right, 3);
+    EXPECT_FLOAT_EQ(right[0], -1.0f);
+    EXPECT_FLOAT_EQ(right[2], 16384.0f / 32767.0f);
 }

@@ -1,0 +1,508 @@
+#include "devices/alsa/MPAudioAlsa.h"
+
+#include "devices/MPAudioBackends.h"
+
+#include <pthread.h>
+#include <sched.h>
+
+#include <chrono>
+#include <cstring>
+
+namespace
+{
+
+// A device thread looks at its quit flag at least this often, which bounds how long a stop takes
+// when the device is quiet.
+constexpr int kWaitMs = 100;
+// A stop gives its threads 100 looks of 100 ms, ten seconds, before giving up on them.
+constexpr int kStopLooks = 100;
+constexpr std::chrono::milliseconds kStopLook{100};
+// The size taken when the configuration asks for none.
+constexpr std::uint32_t kDefaultBlockFrames = 512;
+constexpr std::uint32_t kBytesPerFrame = 4; // 16-bit stereo
+constexpr std::uint32_t kRingBlocks = 4;
+
+/** Asks for the highest realtime priority; a refusal leaves the thread at normal priority. */
+void raisePriority()
+{
+    sched_param param{};
+    param.sched_priority = sched_get_priority_max(SCHED_FIFO);
+    pthread_setschedparam(pthread_self(), SCHED_FIFO, &param);
+}
+
+struct Hint
+{
+    std::string name;
+    std::string description;
+    bool input = true;
+    bool output = true;
+};
+
+std::string hintText(void* hint, const char* id)
+{
+    char* text = snd_device_name_get_hint(hint, id);
+    std::string result = text ? text : "";
+    free(text);
+    return result;
+}
+
+} // namespace
+
+std::unique_ptr<MPAudioBase> newAlsaBackend()
+{
+    return std::make_unique<MPAudioAlsa>();
+}
+
+MPAudioAlsa::MPAudioAlsa() = default;
+
+MPAudioAlsa::~MPAudioAlsa()
+{
+    close();
+}
+
+void MPAudioAlsa::LoLevelEnumerate()
+{
+    inputDevices_.clear();
+    outputDevices_.clear();
+    void** hints = nullptr;
+    if (snd_device_name_hint(-1, "pcm", &hints) < 0 || hints == nullptr)
+    {
+        return;
+    }
+    std::vector<Hint> defaults, hardware, plugins;
+    for (void** h = hints; *h != nullptr; ++h)
+    {
+        Hint hint;
+        hint.name = hintText(*h, "NAME");
+        hint.description = hintText(*h, "DESC");
+        const std::string io = hintText(*h, "IOID");
+        hint.input = io.empty() || io == "Input";
+        hint.output = io.empty() || io == "Output";
+        if (hint.name.empty())
+        {
+            continue;
+        }
+        if (hint.name == "default")
+        {
+            defaults.push_back(hint);
+        }
+        else if (hint.name.rfind("hw:", 0) == 0)
+        {
+            hardware.push_back(hint);
+        }
+        else
+        {
+            plugins.push_back(hint);
+        }
+    }
+    snd_device_name_free_hint(hints);
+    for (const std::vector<Hint>* group : {&defaults, &hardware, &plugins})
+    {
+        for (const Hint& hint : *group)
+        {
+            MPAudioDevice device;
+            // The PCM name, not the description: a hardware device's "hw:CARD=id,DEV=n" stays the
+            // same when USB devices come and go, while card numbers don't.
+            mpCopyName(device.name, hint.name.c_str());
+            device.channels = 2;
+            if (hint.input)
+            {
+                device.handle = static_cast<std::int32_t>(inputDevices_.size());
+                inputDevices_.push_back(device);
+            }
+            if (hint.output)
+            {
+                device.handle = static_cast<std::int32_t>(outputDevices_.size());
+                outputDevices_.push_back(device);
+            }
+        }
+    }
+}
+
+std::string MPAudioAlsa::pcmName(int index, bool isInput) const
+{
+    const std::vector<MPAudioDevice>& list = isInput ? inputDevices_ : outputDevices_;
+    if (index == kMPAudioDefaultDevice)
+    {
+        return list.empty() ? std::string("default") : std::string(list.front().name);
+    }
+    if (index >= 0 && static_cast<std::size_t>(index) < list.size())
+    {
+        return list[static_cast<std::size_t>(index)].name;
+    }
+    return {};
+}
+
+bool MPAudioAlsa::openPcm(const std::string& name, bool capture, Pcm& out)
+{
+    snd_pcm_t* raw = nullptr;
+    // Non-blocking: a busy device fails the open instead of holding the interface thread, and the
+    // device threads only ever block in snd_pcm_wait, with a time-out.
+    int err = snd_pcm_open(&raw, name.c_str(), capture ? SND_PCM_STREAM_CAPTURE : SND_PCM_STREAM_PLAYBACK,
+                           SND_PCM_NONBLOCK);
+    Pcm pcm(raw);
+    auto fail = [&](const char* what)
+    {
+        lastError_ = name + ": " + what + ": " + snd_strerror(err);
+        return false;
+    };
+    if (err < 0)
+    {
+        return fail("cannot open");
+    }
+    snd_pcm_hw_params_t* hw = nullptr;
+    snd_pcm_hw_params_alloca(&hw);
+    if ((err = snd_pcm_hw_params_any(pcm.get(), hw)) < 0 ||
+        (err = snd_pcm_hw_params_set_access(pcm.get(), hw, SND_PCM_ACCESS_RW_INTERLEAVED)) < 0 ||
+        (err = snd_pcm_hw_params_set_format(pcm.get(), hw, SND_PCM_FORMAT_S16_LE)) < 0 ||
+        (err = snd_pcm_hw_params_set_channels(pcm.get(), hw, 2)) < 0)
+    {
+        return fail("16-bit stereo refused");
+    }
+    if ((err = snd_pcm_hw_params_set_rate(pcm.get(), hw, config_.sampleRate, 0)) < 0)
+    {
+        return fail(("the rate " + std::to_string(config_.sampleRate) + " Hz refused").c_str());
+    }
+    snd_pcm_uframes_t period = blockFrames_;
+    int dir = 0;
+    if ((err = snd_pcm_hw_params_set_period_size_near(pcm.get(), hw, &period, &dir)) < 0)
+    {
+        return fail("period size refused");
+    }
+    // Two periods: the double buffer whose halves the thread fills in turn.
+    snd_pcm_uframes_t buffer = period * 2;
+    if ((err = snd_pcm_hw_params_set_buffer_size_near(pcm.get(), hw, &buffer)) < 0 ||
+        (err = snd_pcm_hw_params(pcm.get(), hw)) < 0)
+    {
+        return fail("buffer size refused");
+    }
+    if (period != blockFrames_)
+    {
+        if (capture && playback_)
+        {
+            err = -EINVAL;
+            return fail(
+                ("the capture period of " + std::to_string(period) + " frames differs from playback's")
+                    .c_str());
+        }
+        // The device's own period is what really runs; the buffers are sized after this.
+        blockFrames_ = static_cast<std::uint32_t>(period);
+    }
+    snd_pcm_sw_params_t* sw = nullptr;
+    snd_pcm_sw_params_alloca(&sw);
+    if ((err = snd_pcm_sw_params_current(pcm.get(), sw)) < 0 ||
+        (err = snd_pcm_sw_params_set_avail_min(pcm.get(), sw, period)) < 0 ||
+        (err = snd_pcm_sw_params_set_start_threshold(pcm.get(), sw, capture ? 1 : buffer)) < 0 ||
+        (err = snd_pcm_sw_params(pcm.get(), sw)) < 0)
+    {
+        return fail("software parameters refused");
+    }
+    out = std::move(pcm);
+    return true;
+}
+
+bool MPAudioAlsa::LoLevelOpen()
+{
+    lastError_.clear();
+    if (blockFrames_ == 0)
+    {
+        blockFrames_ = kDefaultBlockFrames;
+    }
+    playbackName_.clear();
+    captureName_.clear();
+    if (config_.outputDevice != kMPAudioNoDevice)
+    {
+        playbackName_ = pcmName(config_.outputDevice, false);
+        if (playbackName_.empty())
+        {
+            lastError_ = "no playback device " + std::to_string(config_.outputDevice);
+            return false;
+        }
+        if (!openPcm(playbackName_, false, playback_))
+        {
+            return false;
+        }
+    }
+    if (config_.inputDevice != kMPAudioNoDevice)
+    {
+        captureName_ = pcmName(config_.inputDevice, true);
+        if (captureName_.empty() || !openPcm(captureName_, true, capture_))
+        {
+            if (captureName_.empty())
+            {
+                lastError_ = "no capture device " + std::to_string(config_.inputDevice);
+            }
+            playback_.reset();
+            return false;
+        }
+    }
+    if (!playback_ && !capture_)
+    {
+        lastError_ = "no ALSA device chosen";
+        return false;
+    }
+    halfBytes_ = blockFrames_ * kBytesPerFrame;
+    ringBytes_ = halfBytes_ * kRingBlocks;
+    ring_.assign(ringBytes_ / sizeof(std::int16_t), 0);
+    playbackBlock_.assign(blockFrames_ * 2, 0);
+    captureBlock_.assign(blockFrames_ * 2, 0);
+    abandoned_ = false;
+    return true;
+}
+
+void MPAudioAlsa::LoLevelClose()
+{
+    if (abandoned_)
+    {
+        // A device thread that never ended may still be inside these devices: they are left to it.
+        (void)playback_.release();
+        (void)capture_.release();
+        return;
+    }
+    playback_.reset();
+    capture_.reset();
+}
+
+bool MPAudioAlsa::LoLevelStart()
+{
+    if (abandoned_ && threadCount_.load(std::memory_order_acquire) > 0)
+    {
+        lastError_ = "a device thread of the last run never ended";
+        return false;
+    }
+    abandoned_ = false;
+    ringRead_ = 0;
+    ringWrite_ = 0;
+    std::fill(ring_.begin(), ring_.end(), 0);
+    blocksWritten_.store(0, std::memory_order_relaxed);
+    blocksRead_.store(0, std::memory_order_relaxed);
+    blocksRun_.store(0, std::memory_order_relaxed);
+    dropped_.store(0, std::memory_order_relaxed);
+    xruns_.store(0, std::memory_order_relaxed);
+    quit_.store(false, std::memory_order_relaxed);
+
+    int err = 0;
+    if (playback_)
+    {
+        if ((err = snd_pcm_prepare(playback_.get())) < 0)
+        {
+            lastError_ = playbackName_ + ": cannot prepare: " + snd_strerror(err);
+            return false;
+        }
+        // Both halves start silent; the device starts playing once they are full.
+        std::fill(playbackBlock_.begin(), playbackBlock_.end(), 0);
+        for (int half = 0; half < 2; ++half)
+        {
+            snd_pcm_writei(playback_.get(), playbackBlock_.data(), blockFrames_);
+        }
+    }
+    if (capture_)
+    {
+        if ((err = snd_pcm_prepare(capture_.get())) < 0 || (err = snd_pcm_start(capture_.get())) < 0)
+        {
+            lastError_ = captureName_ + ": cannot start: " + snd_strerror(err);
+            return false;
+        }
+    }
+    // Counted before the threads exist, so that a stop can never see zero before they began.
+    threadCount_.store((playback_ ? 1 : 0) + (capture_ ? 1 : 0), std::memory_order_release);
+    if (playback_)
+    {
+        playbackThread_ = std::thread([this] { playbackLoop(); });
+    }
+    if (capture_)
+    {
+        captureThread_ = std::thread([this] { captureLoop(); });
+    }
+    return true;
+}
+
+void MPAudioAlsa::LoLevelStop()
+{
+    quit_.store(true, std::memory_order_relaxed);
+    for (int look = 0; look < kStopLooks && threadCount_.load(std::memory_order_acquire) > 0; ++look)
+    {
+        std::this_thread::sleep_for(kStopLook);
+    }
+    if (threadCount_.load(std::memory_order_acquire) > 0)
+    {
+        abandoned_ = true;
+        lastError_ = "a device thread did not end within ten seconds";
+        if (playbackThread_.joinable())
+        {
+            playbackThread_.detach();
+        }
+        if (captureThread_.joinable())
+        {
+            captureThread_.detach();
+        }
+        return;
+    }
+    if (playbackThread_.joinable())
+    {
+        playbackThread_.join();
+    }
+    if (captureThread_.joinable())
+    {
+        captureThread_.join();
+    }
+    if (playback_)
+    {
+        snd_pcm_drop(playback_.get());
+    }
+    if (capture_)
+    {
+        snd_pcm_drop(capture_.get());
+    }
+}
+
+snd_pcm_sframes_t MPAudioAlsa::waitDevice(snd_pcm_t* pcm, bool& waited)
+{
+    const std::int64_t start = BlockPacer::nowNs();
+    const int ready = snd_pcm_wait(pcm, kWaitMs);
+    // A device with a clock of its own keeps the thread waiting for most of a period.
+    const std::int64_t periodNs = static_cast<std::int64_t>(blockFrames_) * 1000000000LL / config_.sampleRate;
+    waited = BlockPacer::nowNs() - start > periodNs / 8;
+    snd_pcm_sframes_t avail = ready > 0 ? snd_pcm_avail_update(pcm) : ready;
+    if (avail < 0)
+    {
+        xruns_.fetch_add(1, std::memory_order_relaxed);
+        if (snd_pcm_recover(pcm, static_cast<int>(avail), 1) < 0)
+        {
+            // A device that keeps failing must not turn this loop into a spin.
+            std::this_thread::sleep_for(std::chrono::milliseconds(kWaitMs));
+        }
+        return 0;
+    }
+    return avail;
+}
+
+void MPAudioAlsa::playbackLoop()
+{
+    raisePriority();
+    playbackPacer_.reset(blockFrames_, config_.sampleRate);
+    while (!quit_.load(std::memory_order_relaxed))
+    {
+        bool waited = false;
+        if (waitDevice(playback_.get(), waited) < static_cast<snd_pcm_sframes_t>(blockFrames_))
+        {
+            continue;
+        }
+        playbackPacer_.pace(waited);
+        if (quit_.load(std::memory_order_relaxed))
+        {
+            break;
+        }
+        playbackHalf();
+    }
+    threadCount_.fetch_sub(1, std::memory_order_release);
+}
+
+void MPAudioAlsa::captureLoop()
+{
+    raisePriority();
+    capturePacer_.reset(blockFrames_, config_.sampleRate);
+    while (!quit_.load(std::memory_order_relaxed))
+    {
+        bool waited = false;
+        if (waitDevice(capture_.get(), waited) < static_cast<snd_pcm_sframes_t>(blockFrames_))
+        {
+            continue;
+        }
+        capturePacer_.pace(waited);
+        if (quit_.load(std::memory_order_relaxed))
+        {
+            break;
+        }
+        captureHalf();
+    }
+    threadCount_.fetch_sub(1, std::memory_order_release);
+}
+
+void MPAudioAlsa::inputFromCapture(const std::int16_t* interleaved)
+{
+    // Hardware channel 0 is the left sample of a frame, 1 the right one.
+    float* targets[2] = {nullptr, nullptr};
+    for (std::uint32_t r = 0; r < inputRouteCount_; ++r)
+    {
+        if (inputRoutes_[r].hardwareChannel < 2)
+        {
+            targets[inputRoutes_[r].hardwareChannel] = inputRoutes_[r].buffer;
+        }
+    }
+    stereo16ToFloat(interleaved, targets[0], targets[1], blockFrames_);
+}
+
+void MPAudioAlsa::outputToPlayback()
+{
+    const float* sources[2] = {nullptr, nullptr};
+    for (std::uint32_t r = 0; r < outputRouteCount_; ++r)
+    {
+        if (outputRoutes_[r].hardwareChannel < 2)
+        {
+            sources[outputRoutes_[r].hardwareChannel] = outputRoutes_[r].buffer;
+        }
+    }
+    floatToStereo16(sources[0], sources[1], playbackBlock_.data(), blockFrames_);
+    const snd_pcm_sframes_t written = snd_pcm_writei(playback_.get(), playbackBlock_.data(), blockFrames_);
+    if (written < 0)
+    {
+        xruns_.fetch_add(1, std::memory_order_relaxed);
+        snd_pcm_recover(playback_.get(), static_cast<int>(written), 1);
+    }
+}
+
+void MPAudioAlsa::playbackHalf()
+{
+    if (logicalInputs_ != 0 && capture_)
+    {
+        const std::uint32_t read = blocksRead_.load(std::memory_order_relaxed);
+        // When no block has come the input buffers keep their last contents.
+        if (read < blocksWritten_.load(std::memory_order_acquire))
+        {
+            inputFromCapture(ring_.data() + ringRead_ / sizeof(std::int16_t));
+            ringRead_ = (ringRead_ + halfBytes_) % ringBytes_;
+            blocksRead_.store(read + 1, std::memory_order_release);
+        }
+    }
+    runBlock();
+    blocksRun_.fetch_add(1, std::memory_order_relaxed);
+    outputToPlayback();
+}
+
+void MPAudioAlsa::captureHalf()
+{
+    const snd_pcm_sframes_t got = snd_pcm_readi(capture_.get(), captureBlock_.data(), blockFrames_);
+    if (got < 0)
+    {
+        xruns_.fetch_add(1, std::memory_order_relaxed);
+        snd_pcm_recover(capture_.get(), static_cast<int>(got), 1);
+        return;
+    }
+    if (static_cast<std::uint32_t>(got) < blockFrames_)
+    {
+        std::fill(captureBlock_.begin() + got * 2, captureBlock_.end(), 0);
+    }
+    if (playback_)
+    {
+        const std::uint32_t written = blocksWritten_.load(std::memory_order_relaxed);
+        // The writer fills the slot after its last one; three blocks ahead it would reach the slot
+        // the playback thread may be reading, so the block is dropped and counted.
+        if (written - blocksRead_.load(std::memory_order_acquire) >= kRingBlocks - 1)
+        {
+            dropped_.fetch_add(1, std::memory_order_relaxed);
+            return;
+        }
+        const std::uint32_t position = (ringWrite_ + halfBytes_) % ringBytes_;
+        std::memcpy(reinterpret_cast<char*>(ring_.data()) + position, captureBlock_.data(), halfBytes_);
+        ringWrite_ = position;
+        blocksWritten_.store(written + 1, std::memory_order_release);
+    }
+    else
+    {
+        // Capture only: this thread drives the block.
+        inputFromCapture(captureBlock_.data());
+        runBlock();
+        blocksRun_.fetch_add(1, std::memory_order_relaxed);
+    }
+}
