@@ -45,6 +45,10 @@ PstsGrainReader::PstsGrainReader(int32_t grainCapacity, PstsScratch& scratch)
     : grainCapacity_(grainCapacity), scratch_(&scratch), window_(PstsHannTable::values())
 {
     scratch.grow(grainCapacity + kGuard);
+    for (utils::BiquadFilter& f : bank_)
+    {
+        f.setup(1, kBankRate);
+    }
 }
 
 int32_t PstsGrainReader::read(float* grain, double start, double length, double step, int32_t& count)

@@ -1,8 +1,10 @@
 #pragma once
 
+#include "dsp/BiquadFilter.h"
 #include "dsp/stretch/IRAPCMSource.h"
 #include "dsp/stretch/PstsScratch.h"
 
+#include <array>
 #include <cstdint>
 
 namespace dsp::Stretch
@@ -16,6 +18,11 @@ namespace dsp::Stretch
 class PstsGrainReader
 {
 public:
+    /** Filters of the bank. */
+    static constexpr int32_t kBankSize = 6;
+    /** Rate the bank is set up at; it differs from the usual 44,100 and stays so, as nothing runs it. */
+    static constexpr int32_t kBankRate = 41100;
+
     /** Leading floats of the scratch that the fetched frames don't use. */
     static constexpr int32_t kGuard = 50;
 
@@ -39,11 +46,18 @@ public:
     // [audio thread]
     int32_t read(float* grain, double start, double length, double step, int32_t& count);
 
+    /** The filter bank, for inspection. */
+    const utils::BiquadFilter& bankFilter(int32_t i) const { return bank_[static_cast<size_t>(i)]; }
+
 private:
     IRAPCMSource* source_ = nullptr;
     int32_t grainCapacity_;
     PstsScratch* scratch_;
     const float* window_;
+    // Mono filters that belong to the reader's state but that no reading path runs: grains are
+    // resampled by interpolation alone, and the overlap-add low-passes the sum where the rate calls
+    // for it.
+    std::array<utils::BiquadFilter, kBankSize> bank_;
 };
 
 } // namespace dsp::Stretch

@@ -348,3 +348,14 @@ TEST(CRANewPolyPSTS, SourceAtAHigherRateIsLowPassed)
     EXPECT_GT(level(2000.0), 0.8);
     EXPECT_LT(level(30000.0), 0.01);
 }
+
+TEST(PstsGrainReader, CarriesAnIdleMonoFilterBank)
+{
+    PstsScratch scratch;
+    PstsGrainReader reader(100, scratch);
+    for (int32_t i = 0; i < PstsGrainReader::kBankSize; ++i)
+    {
+        EXPECT_EQ(reader.bankFilter(i).channels(), 1);
+        EXPECT_EQ(reader.bankFilter(i).sampleRate(), 41100.0f);
+    }
+}
