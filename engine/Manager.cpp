@@ -5,6 +5,11 @@
 #include <cmath>
 #include <thread>
 
+// The audio thread may not wait: every value it shares with the interface must be a plain atomic word.
+static_assert(std::atomic<int64_t>::is_always_lock_free, "64-bit positions must be lock-free");
+static_assert(std::atomic<float>::is_always_lock_free, "gains must be lock-free");
+static_assert(std::atomic<bool>::is_always_lock_free, "flags must be lock-free");
+
 namespace
 {
 

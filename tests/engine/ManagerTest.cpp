@@ -219,6 +219,22 @@ TEST(ManagerTransport, LoopWrapsAtBlockGranularity)
     }
 }
 
+TEST(ManagerTransport, BlockStartingExactlyAtLoopEndWraps)
+{
+    Rig rig;
+    rig.manager.sessionLength();
+    rig.manager.setLoopStart(0);
+    rig.manager.setLoopEnd(4096);
+    rig.manager.setLoopEnabled(true);
+    rig.manager.start();
+    rig.harness.run(6 * 1024, 1024);
+    const std::vector<int64_t> want{0, 1024, 2048, 3072, 0, 1024};
+    for (size_t k = 0; k < want.size(); ++k)
+    {
+        EXPECT_EQ(rig.harness.blocks[k].position, want[k]) << k;
+    }
+}
+
 TEST(ManagerTransport, StoppedTransportDoesNotWrap)
 {
     Rig rig;
@@ -240,13 +256,13 @@ TEST(ManagerTransport, EndReachedOncePerBlockUntilPoll)
     }
     EXPECT_EQ(rig.manager.sessionLength(), Manager::kEmptySessionLength);
     EXPECT_EQ(rig.manager.endPosition(), 441000);
-    rig.manager.locate(441000 - 300);
+    rig.manager.locate(441000 - 512);
     rig.manager.start();
     rig.harness.runBlock(256);
     rig.harness.runBlock(256);
     rig.manager.poll();
     EXPECT_EQ(rig.delegate.ends, 0) << "the end lies ahead";
-    rig.harness.runBlock(256); // head at 441212
+    rig.harness.runBlock(256); // head exactly at the end
     rig.manager.poll();
     EXPECT_EQ(rig.delegate.ends, 1);
     rig.manager.poll();
