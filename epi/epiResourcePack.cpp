@@ -1,4 +1,5 @@
 #include "epi/epiResourcePack.h"
+#include "epi/epiFileDump.h"
 
 #include <algorithm>
 #include <limits>
@@ -175,6 +176,20 @@ bool epiResourcePack::loadText(const char* name, epiText& dest)
     if (!readAt(*elem, dest.data()))
     {
         dest.clear();
+        return false;
+    }
+    return true;
+}
+
+bool epiResourcePack::load(const char* name, epiFileDump& dest)
+{
+    dest.free();
+    const fileElem* elem = nullptr;
+    if (!find(name, &elem) || !dest.allocate(elem->entrySize(), true))
+        return false;
+    if (elem->entrySize() > 0 && !readAt(*elem, dest.data()))
+    {
+        dest.free();
         return false;
     }
     return true;

@@ -10,6 +10,8 @@
 #include <memory>
 #include <vector>
 
+class epiFileDump;
+
 /**
  * A table of named byte ranges in one atoms file, read without unpacking. The file holds, in
  * this order: a version atom 'eRpk' (1), a count atom 'sCnt' (N), then N times a name 'Name', a
@@ -85,9 +87,11 @@ public:
     bool exists(const char* name) const { return find(name, nullptr); }
 
     /**
-     * Reads the entry's bytes into `dest`.
+     * Reads the entry's bytes into `dest` as a block that `dest` owns.
      * @return false for an unknown name or a failed read; `dest` is then empty
      */
+    bool load(const char* name, epiFileDump& dest);
+    /** load() into a text that receives the bytes as they are. */
     bool loadText(const char* name, epiText& dest);
 
     /** The number of entries. */

@@ -1,3 +1,4 @@
+#include "epi/epiFileDump.h"
 #include "epi/epiResourcePack.h"
 #include "tests/epi/AtomsBytes.h"
 
@@ -63,6 +64,12 @@ void expectSample(epiResourcePack& pack)
         ASSERT_TRUE(pack.loadText(name.cstr(), bytes)) << name;
         EXPECT_EQ(std::string(bytes), kSample[size_t(i)].second) << name;
         EXPECT_EQ(pack.elemAt(i)->entrySize(), kSample[size_t(i)].second.size());
+        epiFileDump dump;
+        ASSERT_TRUE(pack.load(name.cstr(), dump)) << name;
+        EXPECT_TRUE(dump.owned());
+        ASSERT_EQ(dump.size(), kSample[size_t(i)].second.size());
+        EXPECT_EQ(std::string(reinterpret_cast<const char*>(dump.data()), dump.size()),
+                  kSample[size_t(i)].second);
     }
     epiText name;
     EXPECT_FALSE(pack.nameAt(pack.count(), &name));
@@ -88,6 +95,15 @@ TEST(ResourcePack, ReadsFromMemoryAndFromDisk)
     const epiResourcePack::fileElem* elem = nullptr;
     ASSERT_TRUE(disk.find("/layouts/mainPanel.xml", &elem));
     EXPECT_EQ(bytes.substr(elem->offset(), elem->entrySize()), kSample[1].second);
+    // The file cut short under an open pack: a load fails and leaves nothing behind.
+    fs::resize_file(file, elem->offset() + 3);
+    epiFileDump dump;
+    EXPECT_FALSE(disk.load("/layouts/mainPanel.xml", dump));
+    EXPECT_EQ(dump.data(), nullptr);
+    epiText text("stale");
+    EXPECT_FALSE(disk.loadText("/layouts/mainPanel.xml", text));
+    EXPECT_TRUE(text.isEmpty());
+    EXPECT_TRUE(disk.load("/aux/click.raw", dump)); // what lies before the cut still loads
     disk.close();
     EXPECT_EQ(disk.count(), 0);
     EXPECT_EQ(disk.atoms(), nullptr);
@@ -131,6 +147,11 @@ TEST(ResourcePack, FindNeedsExactNamesAndAddsTheLeadingSlash)
     epiText dest("stale");
     EXPECT_FALSE(pack.loadText("/nothing", dest));
     EXPECT_TRUE(dest.isEmpty());
+    epiFileDump dump;
+    ASSERT_TRUE(dump.copyBytes("old", 3));
+    EXPECT_FALSE(pack.load("/nothing", dump));
+    EXPECT_EQ(dump.size(), 0u);
+    EXPECT_EQ(dump.data(), nullptr);
 }
 
 TEST(ResourcePack, DuplicateNamesFindTheFirstAndOrderDoesNotMatter)
