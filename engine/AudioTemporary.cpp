@@ -14,7 +14,8 @@ bool AudioTemporary::read(AudioData& into)
     {
         return false;
     }
-    into.copyFrom(store_);
+    // Never more than the target holds, should it ask for fewer frames than were stored.
+    into.copyRangeFrom(store_, 0, std::min(into.frames, store_.frames));
     return true;
 }
 

@@ -91,6 +91,26 @@ TEST(AudioTemporary, StoresAndServesOneBlock)
     EXPECT_EQ(other.left[0], 0.5f) << "and touches nothing";
 }
 
+TEST(AudioTemporary, ShorterReadAtTheSamePositionStaysInsideTheTarget)
+{
+    StaircaseSource stairs;
+    Target in(64, 0);
+    stairs.read(in.data);
+    AudioTemporary temp;
+    temp.prepare(44100, 64);
+    temp.store(in.data);
+    std::vector<float> left(17, 5.0f), right(17, 5.0f);
+    AudioData shorter;
+    shorter.channel[0] = left.data();
+    shorter.channel[1] = right.data();
+    shorter.channels = 2;
+    shorter.frames = 16; // the 17th sample is a guard
+    ASSERT_TRUE(temp.read(shorter));
+    EXPECT_EQ(left[15], 15.0f);
+    EXPECT_EQ(left[16], 5.0f);
+    EXPECT_EQ(right[16], 5.0f);
+}
+
 TEST(AudioTemporary, OversizedBlockIsCutToPreparedSize)
 {
     StaircaseSource stairs;
