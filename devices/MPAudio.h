@@ -81,5 +81,5 @@ private:
     std::unique_ptr<MPAudioBase> backend_;
     int backendIndex_ = -1;
     void* windowHandle_ = nullptr;
-    const std::vector<MPAudioDevice> noDevices_;
+    const std::vector<MPAudioDevice> noDevices_{};
 };
