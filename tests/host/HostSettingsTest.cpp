@@ -1,0 +1,268 @@
+// HostSettings over a real store: defaults, the first run, the load's strictness, the round trip,
+// and a save that is killed halfway.
+
+#include "host/settings/HostSettings.h"
+#include "host/settings/SettingsStore.h"
+#include "tests/host/SettingsFolder.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <csignal>
+#include <random>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+using Korvalind3Host::HostSettings;
+using Korvalind3Host::SettingsStore;
+using kv3test::SettingsFolder;
+
+namespace
+{
+
+void expectRow0(const HostSettings& s)
+{
+    EXPECT_EQ(s.technology_, "Asio");
+    EXPECT_EQ(s.inputDevice_, "NV TreadBox-1 ASIO Driver");
+    EXPECT_EQ(s.outputDevice_, "NV TreadBox-1 ASIO Driver");
+    EXPECT_EQ(s.inputLeftChannel_, "NV TreadBox-1 Input 1");
+    EXPECT_EQ(s.inputRightChannel_, "NV TreadBox-1 Input 2");
+    EXPECT_EQ(s.outputLeftChannel_, "NV TreadBox-1 Output 1");
+    EXPECT_EQ(s.outputRightChannel_, "NV TreadBox-1 Output 2");
+    EXPECT_EQ(s.sampleRate_, 44100u);
+    EXPECT_FLOAT_EQ(s.masterInputGain_, 6.0f);
+    EXPECT_EQ(s.bufferSize_, 128u);
+}
+
+/** Settings with a value other than the default in every stored field. */
+HostSettings unusual()
+{
+    HostSettings s;
+    s.technology_ = "JACK";
+    s.inputDevice_ = "in dev";
+    s.inputLeftChannel_ = "system:capture_1";
+    s.inputRightChannel_ = "system:capture_2";
+    s.outputDevice_ = "out dev";
+    s.outputLeftChannel_ = "system:playback_1";
+    s.outputRightChannel_ = "system:playback_2";
+    s.midiInputDevice_ = "JACK MIDI";
+    s.bufferSize_ = 256;
+    s.loadFolders_[0] = "/home/player/takes/";
+    s.loadFolders_[1] = "/media/usb stick/";
+    s.loadFolders_[2] = "/tmp/odd\\name\nwith break/";
+    s.hardwareForce44K_ = 1;
+    s.loQualityResampler_ = 1;
+    s.sampleRate_ = 96000;
+    s.masterInputGain_ = -12.5f;
+    return s;
+}
+
+} // namespace
+
+TEST(HostSettings, ConstructionGivesRow0WithABufferOf2048)
+{
+    HostSettings s;
+    EXPECT_EQ(s.technology_, "Asio");
+    EXPECT_EQ(s.inputDevice_, "NV TreadBox-1 ASIO Driver");
+    EXPECT_EQ(s.bufferSize(), 2048u);
+    EXPECT_EQ(s.midiInputDevice_, "");
+    EXPECT_EQ(s.loadFolders_[2], "");
+    EXPECT_EQ(s.hardwareForce44K_, 0u);
+    EXPECT_EQ(s.loQualityResampler_, 0u);
+    EXPECT_FALSE(s.isFirstRun());
+    EXPECT_FALSE(s.dirty_);
+}
+
+TEST(HostSettings, AnEmptyStoreIsAFirstRunOnRow0)
+{
+    SettingsFolder folder;
+    HostSettings s;
+    EXPECT_FALSE(s.load());
+    EXPECT_TRUE(s.isFirstRun());
+    expectRow0(s);
+}
+
+TEST(HostSettings, SaveThenLoadRoundTripsEveryField)
+{
+    SettingsFolder folder;
+    HostSettings written = unusual();
+    written.markDirty();
+    written.firstRun_ = true;
+    written.save();
+    EXPECT_FALSE(written.dirty_);
+    EXPECT_FALSE(written.isFirstRun());
+
+    HostSettings read;
+    ASSERT_TRUE(read.load());
+    EXPECT_FALSE(read.isFirstRun());
+    EXPECT_EQ(read.technology_, written.technology_);
+    EXPECT_EQ(read.inputDevice_, written.inputDevice_);
+    EXPECT_EQ(read.inputLeftChannel_, written.inputLeftChannel_);
+    EXPECT_EQ(read.inputRightChannel_, written.inputRightChannel_);
+    EXPECT_EQ(read.outputDevice_, written.outputDevice_);
+    EXPECT_EQ(read.outputLeftChannel_, written.outputLeftChannel_);
+    EXPECT_EQ(read.outputRightChannel_, written.outputRightChannel_);
+    EXPECT_EQ(read.midiInputDevice_, written.midiInputDevice_);
+    EXPECT_EQ(read.bufferSize_, 256u);
+    for (int i = 0; i < HostSettings::kLoadFolders; ++i)
+    {
+        EXPECT_EQ(read.loadFolders_[i], written.loadFolders_[i]);
+    }
+    EXPECT_EQ(read.hardwareForce44K_, 1u);
+    EXPECT_EQ(read.loQualityResampler_, 1u);
+    EXPECT_EQ(read.sampleRate_, 96000u);
+    EXPECT_FLOAT_EQ(read.masterInputGain_, -12.5f);
+    EXPECT_EQ(read.settingsVersion_, 1u);
+
+    SettingsStore store;
+    std::uint32_t version = 0;
+    EXPECT_TRUE(store.readNumber("Host.SettingsVersion", version));
+    EXPECT_EQ(version, 1u);
+    // The file begins with the version: it is written first.
+    EXPECT_EQ(folder.contents().rfind("Host.SettingsVersion = dword:1\n", 0), 0u);
+}
+
+TEST(HostSettings, Version2FailsTheLoadThoughEveryValueExists)
+{
+    SettingsFolder folder;
+    unusual().save();
+    SettingsStore store;
+    store.writeNumber("Host.SettingsVersion", 2);
+    HostSettings s;
+    EXPECT_FALSE(s.load());
+    EXPECT_TRUE(s.isFirstRun());
+    expectRow0(s);
+    store.writeNumber("Host.SettingsVersion", 0);
+    EXPECT_TRUE(s.load()); // older versions are read as they are
+}
+
+TEST(HostSettings, AStoredGainOf6000ReadsAs6dB)
+{
+    SettingsFolder folder;
+    unusual().save();
+    SettingsStore store;
+    store.writeNumber("Host.AudioInterface.MasterInputGain", 6000);
+    HostSettings s;
+    ASSERT_TRUE(s.load());
+    EXPECT_FLOAT_EQ(s.masterInputGain_, 6.0f);
+    std::uint32_t raw = 0;
+    HostSettings t;
+    t.masterInputGain_ = 2.0039f; // truncated, not rounded
+    t.save();
+    EXPECT_TRUE(store.readNumber("Host.AudioInterface.MasterInputGain", raw));
+    EXPECT_EQ(raw, 2003u);
+}
+
+TEST(HostSettings, AValueOfTheWrongTypeFailsTheWholeLoad)
+{
+    SettingsFolder folder;
+    unusual().save();
+    SettingsStore store;
+    store.writeString("Host.AudioInterface.BufferSize", "256");
+    HostSettings s;
+    EXPECT_FALSE(s.load());
+    EXPECT_TRUE(s.isFirstRun());
+    EXPECT_EQ(s.bufferSize_, 128u); // row 0, not the constructor's 2048
+
+    unusual().save();
+    store.writeNumber("Host.Midi.InputDevice", 3);
+    EXPECT_FALSE(s.load());
+    expectRow0(s);
+}
+
+TEST(HostSettings, AMissingValueFailsTheLoad)
+{
+    SettingsFolder folder;
+    unusual().save();
+    SettingsStore store;
+    store.remove("Host.AudioInterface.SampleRate");
+    HostSettings s;
+    EXPECT_FALSE(s.load());
+    EXPECT_TRUE(s.isFirstRun());
+    EXPECT_EQ(s.sampleRate_, 44100u);
+}
+
+TEST(HostSettings, HardwareRows)
+{
+    HostSettings s;
+    s.applyHardwareRow(1);
+    EXPECT_EQ(s.inputDevice_, "NV HushPedal ASIO Driver");
+    EXPECT_EQ(s.outputDevice_, "NV HushPedal ASIO Driver");
+    // The swapped names of rows 1 and 2 are kept as they are.
+    EXPECT_EQ(s.inputLeftChannel_, "NV HushPedal Output 1");
+    EXPECT_EQ(s.outputRightChannel_, "NV HushPedal Input 2");
+    s.applyHardwareRow(2);
+    EXPECT_EQ(s.inputDevice_, "NV HushCable ASIO Driver");
+    EXPECT_EQ(s.inputRightChannel_, "NV HushCable Output 2");
+    EXPECT_EQ(s.outputLeftChannel_, "NV HushCable Input 1");
+    s.sampleRate_ = 48000;
+    s.masterInputGain_ = 0.0f;
+    s.bufferSize_ = 512;
+    s.applyHardwareRow(3);
+    EXPECT_EQ(s.inputDevice_, "NV HushCable ASIO Driver"); // other rows change only three values
+    EXPECT_EQ(s.sampleRate_, 44100u);
+    EXPECT_FLOAT_EQ(s.masterInputGain_, 6.0f);
+    EXPECT_EQ(s.bufferSize_, 128u);
+    s.applyHardwareRow(-1);
+    EXPECT_EQ(s.inputDevice_, "NV HushCable ASIO Driver");
+}
+
+TEST(HostSettings, SaveIfDirtyWritesOnlyWhenDirty)
+{
+    SettingsFolder folder;
+    HostSettings s = unusual();
+    s.saveIfDirty();
+    HostSettings probe;
+    EXPECT_FALSE(probe.load());
+    s.markDirty();
+    s.saveIfDirty();
+    EXPECT_FALSE(s.dirty_);
+    EXPECT_TRUE(probe.load());
+    EXPECT_EQ(probe.technology_, "JACK");
+}
+
+TEST(HostSettings, IsAValueType)
+{
+    HostSettings a = unusual();
+    HostSettings b;
+    b = a;
+    a.technology_ = "changed";
+    a.loadFolders_[1] = "/changed/";
+    EXPECT_EQ(b.technology_, "JACK");
+    EXPECT_EQ(b.loadFolders_[1], "/media/usb stick/");
+}
+
+TEST(HostSettings, ASaveKilledHalfwayNeverLeavesATruncatedFile)
+{
+    SettingsFolder folder;
+    unusual().save();
+    std::mt19937 random(1234);
+    for (int round = 0; round < 20; ++round)
+    {
+        const pid_t child = ::fork();
+        ASSERT_GE(child, 0);
+        if (child == 0)
+        {
+            // Save over and over with values of changing length, until killed.
+            HostSettings s = unusual();
+            for (std::uint32_t i = 0;; ++i)
+            {
+                s.inputDevice_ = std::string(i % 300, 'x');
+                s.bufferSize_ = i;
+                s.save();
+            }
+        }
+        std::this_thread::sleep_for(std::chrono::microseconds(2000 + random() % 20000));
+        ::kill(child, SIGKILL);
+        int status = 0;
+        ::waitpid(child, &status, 0);
+        HostSettings s;
+        ASSERT_TRUE(s.load()) << "round " << round;
+        EXPECT_EQ(s.technology_, "JACK");
+        EXPECT_EQ(s.midiInputDevice_, "JACK MIDI"); // the last value of the file is there
+        const std::string text = folder.contents();
+        ASSERT_FALSE(text.empty());
+        EXPECT_EQ(text.back(), '\n');
+    }
+}

@@ -1,0 +1,179 @@
+// The settings store: two types, failing reads, the file's form and its atomic rewrite.
+
+#include "host/settings/SettingsStore.h"
+#include "tests/host/SettingsFolder.h"
+
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+
+using Korvalind3Host::SettingsStore;
+using kv3test::SettingsFolder;
+
+TEST(SettingsStore, ValuesOfBothTypesRoundTrip)
+{
+    SettingsFolder folder;
+    SettingsStore store;
+    EXPECT_EQ(store.filePath(), folder.file());
+    ASSERT_TRUE(store.writeString("Text", "hello = world"));
+    ASSERT_TRUE(store.writeNumber("Number", 4294967295u));
+    std::string text;
+    std::uint32_t number = 0;
+    EXPECT_TRUE(store.readString("Text", text));
+    EXPECT_EQ(text, "hello = world");
+    EXPECT_TRUE(store.readNumber("Number", number));
+    EXPECT_EQ(number, 4294967295u);
+    EXPECT_EQ(folder.contents(), "Text = sz:hello = world\nNumber = dword:4294967295\n");
+}
+
+TEST(SettingsStore, AReadFailsForAMissingValueOrTheOtherType)
+{
+    SettingsFolder folder;
+    SettingsStore store;
+    std::string text = "kept";
+    std::uint32_t number = 7;
+    EXPECT_FALSE(store.readString("Missing", text)); // no file at all
+    ASSERT_TRUE(store.writeString("Text", "12"));
+    ASSERT_TRUE(store.writeNumber("Number", 12));
+    EXPECT_FALSE(store.readString("Missing", text));
+    EXPECT_FALSE(store.readNumber("Text", number));
+    EXPECT_FALSE(store.readString("Number", text));
+    EXPECT_EQ(text, "kept");
+    EXPECT_EQ(number, 7u);
+}
+
+TEST(SettingsStore, RewritingAValueKeepsTheOthersAndTheirOrder)
+{
+    SettingsFolder folder;
+    SettingsStore store;
+    store.writeString("A", "1");
+    store.writeNumber("B", 2);
+    store.writeString("C", "3");
+    store.writeNumber("B", 20);
+    EXPECT_EQ(folder.contents(), "A = sz:1\nB = dword:20\nC = sz:3\n");
+    // A value may change its type.
+    store.writeString("B", "twenty");
+    std::string b;
+    EXPECT_TRUE(store.readString("B", b));
+    EXPECT_EQ(b, "twenty");
+    EXPECT_TRUE(store.remove("A"));
+    EXPECT_EQ(folder.contents(), "B = sz:twenty\nC = sz:3\n");
+}
+
+TEST(SettingsStore, TextsWithLineBreaksAndBackslashesSurvive)
+{
+    SettingsFolder folder;
+    SettingsStore store;
+    const std::string awkward = "C:\\path\\n not a break\nline two\r\nend\\";
+    ASSERT_TRUE(store.writeString("Awkward", awkward));
+    ASSERT_TRUE(store.writeString("After", "x"));
+    std::string back;
+    EXPECT_TRUE(store.readString("Awkward", back));
+    EXPECT_EQ(back, awkward);
+    EXPECT_TRUE(store.readString("After", back));
+    EXPECT_EQ(back, "x");
+    EXPECT_EQ(SettingsStore::unescape(SettingsStore::escape(awkward)), awkward);
+}
+
+TEST(SettingsStore, MalformedLinesAndNumbersAreNoValues)
+{
+    SettingsFolder folder;
+    {
+        std::ofstream out(folder.file(), std::ios::binary);
+        out << "# a comment = sz:no\r\n"
+               "garbage without separator\n"
+               "Neg = dword:-1\n"
+               "Big = dword:4294967296\n"
+               "Hex = dword:0x10\n"
+               "Empty = dword:\n"
+               "Good = dword:10\r\n"
+               "Twice = sz:first\n"
+               "Twice = sz:second\n"
+               "Untyped = plain";
+    }
+    SettingsStore store;
+    std::uint32_t n = 99;
+    std::string s;
+    EXPECT_FALSE(store.readNumber("Neg", n));
+    EXPECT_FALSE(store.readNumber("Big", n));
+    EXPECT_FALSE(store.readNumber("Hex", n));
+    EXPECT_FALSE(store.readNumber("Empty", n));
+    EXPECT_FALSE(store.readString("Untyped", s));
+    EXPECT_FALSE(store.readString("# a comment", s));
+    EXPECT_EQ(n, 99u);
+    EXPECT_TRUE(store.readNumber("Good", n)); // a CR line end is tolerated
+    EXPECT_EQ(n, 10u);
+    EXPECT_TRUE(store.readString("Twice", s));
+    EXPECT_EQ(s, "second");
+    // Writing keeps the lines it doesn't understand and folds the doubled name into one.
+    ASSERT_TRUE(store.writeString("Twice", "third"));
+    EXPECT_NE(folder.contents().find("garbage without separator\n"), std::string::npos);
+    EXPECT_EQ(folder.contents().find("first"), std::string::npos);
+}
+
+TEST(SettingsStore, NamesThatCantStandOnALineAreRefused)
+{
+    SettingsFolder folder;
+    SettingsStore store;
+    EXPECT_FALSE(store.writeString("", "x"));
+    EXPECT_FALSE(store.writeString("a\nb", "x"));
+    EXPECT_FALSE(store.writeString("a = b", "x"));
+    EXPECT_FALSE(store.writeNumber("#hidden", 1));
+}
+
+TEST(SettingsStore, TheFolderFollowsTheEnvironment)
+{
+    ::unsetenv("KV3_CONFIG_DIR");
+    const char* oldXdg = std::getenv("XDG_CONFIG_HOME");
+    const std::string savedXdg = oldXdg != nullptr ? oldXdg : "";
+    ::setenv("XDG_CONFIG_HOME", "/tmp/kv3-xdg", 1);
+    SettingsStore store;
+    EXPECT_EQ(store.folder(), "/tmp/kv3-xdg/Norvane Audio/Korvalind 3");
+    ::unsetenv("XDG_CONFIG_HOME");
+    const char* home = std::getenv("HOME");
+    if (home != nullptr)
+    {
+        EXPECT_EQ(store.folder(), std::string(home) + "/.config/Norvane Audio/Korvalind 3");
+    }
+    SettingsStore other("Maker", "Product");
+    ::setenv("XDG_CONFIG_HOME", "/x", 1);
+    EXPECT_EQ(other.filePath(), "/x/Maker/Product/settings.conf");
+    if (oldXdg != nullptr)
+    {
+        ::setenv("XDG_CONFIG_HOME", savedXdg.c_str(), 1);
+    }
+    else
+    {
+        ::unsetenv("XDG_CONFIG_HOME");
+    }
+}
+
+TEST(SettingsStore, AFolderThatCantBeMadeFailsTheWriteAndLeavesNoFile)
+{
+    SettingsFolder folder;
+    // A file where the folder should be.
+    const std::string blocker = folder.path() + "/blocked";
+    std::ofstream(blocker) << "x";
+    ::setenv("KV3_CONFIG_DIR", (blocker + "/sub").c_str(), 1);
+    SettingsStore store;
+    EXPECT_FALSE(store.writeNumber("A", 1));
+    std::uint32_t n = 0;
+    EXPECT_FALSE(store.readNumber("A", n));
+}
+
+TEST(SettingsStore, AWriteIntoAReadOnlyFolderFailsAndKeepsTheFile)
+{
+    if (::geteuid() == 0)
+    {
+        GTEST_SKIP() << "permissions don't bind root";
+    }
+    SettingsFolder folder;
+    SettingsStore store;
+    ASSERT_TRUE(store.writeNumber("A", 1));
+    ::chmod(folder.path().c_str(), 0500);
+    EXPECT_FALSE(store.writeNumber("A", 2));
+    ::chmod(folder.path().c_str(), 0700);
+    std::uint32_t n = 0;
+    EXPECT_TRUE(store.readNumber("A", n));
+    EXPECT_EQ(n, 1u);
+}

@@ -1,0 +1,100 @@
+#pragma once
+
+// Helpers shared by the plug-in tests: a handle on a test library's record of calls, a sink that
+// keeps the messages, and a private settings folder.
+
+#include "plugin/AudioFxKV3Messages.h"
+#include "plugins/test/TestPluginLog.h"
+
+#include <cstdlib>
+#include <dlfcn.h>
+#include <filesystem>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace kv3test
+{
+
+/**
+ * Opens a test library beside the host, so that its record survives the host's own loads and
+ * unloads, and clears the record.
+ */
+class TestLibrary
+{
+public:
+    explicit TestLibrary(const char* path) : handle_(::dlopen(path, RTLD_NOW | RTLD_LOCAL))
+    {
+        if (handle_ == nullptr)
+        {
+            return;
+        }
+        auto reset = reinterpret_cast<void (*)()>(::dlsym(handle_, "kv3TestPluginReset"));
+        auto log = reinterpret_cast<TestPluginLog* (*)()>(::dlsym(handle_, "kv3TestPluginLog"));
+        if (reset != nullptr && log != nullptr)
+        {
+            reset();
+            log_ = log();
+        }
+    }
+    TestLibrary(const TestLibrary&) = delete;
+    TestLibrary& operator=(const TestLibrary&) = delete;
+    ~TestLibrary()
+    {
+        if (handle_ != nullptr)
+        {
+            ::dlclose(handle_);
+        }
+    }
+
+    TestPluginLog* log() const { return log_; }
+    /** The calls so far as a string of call codes. */
+    std::string calls() const
+    {
+        const int n = log_->callCount.load();
+        return std::string(log_->calls, static_cast<std::size_t>(n < kMaxCalls ? n : kMaxCalls));
+    }
+
+private:
+    void* handle_;
+    TestPluginLog* log_ = nullptr;
+};
+
+/** Keeps every message it is shown. */
+class RecordingSink : public AudioFxKV3MessageSink
+{
+public:
+    void showMessage(const epiText& title, const epiText& text) override
+    {
+        messages.emplace_back(title, text);
+    }
+    std::vector<std::pair<std::string, std::string>> messages;
+};
+
+/** A fresh settings folder for one test, named by KV3_CONFIG_DIR while it lives. */
+class ConfigFolder
+{
+public:
+    ConfigFolder()
+    {
+        std::string pattern = (std::filesystem::temp_directory_path() / "kv3plugin-XXXXXX").string();
+        std::vector<char> name(pattern.begin(), pattern.end());
+        name.push_back('\0');
+        path_ = ::mkdtemp(name.data());
+        ::setenv("KV3_CONFIG_DIR", path_.c_str(), 1);
+    }
+    ConfigFolder(const ConfigFolder&) = delete;
+    ConfigFolder& operator=(const ConfigFolder&) = delete;
+    ~ConfigFolder()
+    {
+        ::unsetenv("KV3_CONFIG_DIR");
+        std::error_code ec;
+        std::filesystem::remove_all(path_, ec);
+    }
+    const std::string& path() const { return path_; }
+
+private:
+    std::string path_;
+};
+
+} // namespace kv3test
