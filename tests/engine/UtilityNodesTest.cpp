@@ -5,6 +5,7 @@
 #include "engine/AudioMute.h"
 #include "engine/AudioSwitch.h"
 #include "engine/AudioTemporary.h"
+#include "tests/engine/harness/EngineHarness.h"
 #include "tests/engine/harness/TestNodes.h"
 
 #include <gtest/gtest.h>
@@ -424,6 +425,32 @@ TEST(AudioCache, AnswersRepeatsFromItsBuffers)
     Target back(64, 128, 0.0f);
     ASSERT_TRUE(cache.read(back.data));
     EXPECT_EQ(source.requests.size(), 5u);
+}
+
+TEST(NodeChain, MonoFileWayThroughStereoAndSelectorKeepsTheTimelineAtAnyBlocks)
+{
+    // A mono source behind forced stereo and a right-channel selector, pulled by both transfers over a
+    // randomised block sequence: every frame must carry its own timeline position.
+    for (bool byReference : {true, false})
+    {
+        StaircaseSource mono(1);
+        AudioAlwaysStereo stereo;
+        stereo.setFirst(&mono);
+        AudioInputSelector selector;
+        selector.setFirst(&stereo);
+        selector.setMode(1);
+        stereo.prepare(48000, 1024);
+        mono.prepare(48000, 1024);
+        const auto sizes = enginetest::EngineHarness::randomBlocks(9, 20000, 1024);
+        const auto pulled = enginetest::pullNode(selector, 5000, sizes, byReference);
+        EXPECT_EQ(pulled.refusals, 0);
+        ASSERT_EQ(pulled.left.size(), 20000u);
+        for (size_t i = 0; i < pulled.left.size(); ++i)
+        {
+            ASSERT_EQ(pulled.left[i], static_cast<float>(5000 + i)) << i;
+            ASSERT_EQ(pulled.right[i], static_cast<float>(5000 + i)) << i;
+        }
+    }
 }
 
 TEST(AudioDebugger, ForwardsEverything)

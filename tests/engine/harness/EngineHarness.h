@@ -84,6 +84,22 @@ private:
     int64_t deviceFrames_ = 0;
 };
 
+/** What a node delivered over a run of requests. */
+struct Pulled
+{
+    std::vector<float> left;
+    std::vector<float> right;
+    /** Requests the node answered false; their frames are left as silence. */
+    int32_t refusals = 0;
+};
+
+/**
+ * Pulls a node alone as its owner would: consecutive requests of the given sizes from position on, by
+ * provide (byReference) or by read into two-channel buffers, and gathers what it delivered. A node that
+ * hands over fewer frames than asked leaves the rest of that request silent.
+ */
+Pulled pullNode(AudioSource& node, int64_t position, const std::vector<int64_t>& sizes, bool byReference);
+
 /** A delegate that counts what the Manager reports. */
 class RecordingDelegate : public ManagerDelegate
 {
