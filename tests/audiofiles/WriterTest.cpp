@@ -1,0 +1,253 @@
+// The writer's format codes and tables, and what it writes, read back with libsndfile.
+#include "TestFiles.h"
+
+#include "audiofiles/AudioFileGuess.h"
+#include "audiofiles/AudioFileWriter.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <sndfile.h>
+#include <sys/stat.h>
+
+using testfiles::staircase;
+
+namespace
+{
+
+class WriterTest : public ::testing::Test
+{
+protected:
+    testfiles::TempDir dir_;
+};
+
+SF_INFO infoOf(const std::string& path)
+{
+    SF_INFO info{};
+    SNDFILE* file = sf_open(path.c_str(), SFM_READ, &info);
+    if (file)
+        sf_close(file);
+    else
+        info = SF_INFO{};
+    return info;
+}
+
+/** A block of the staircase at a position. */
+void staircaseBlock(AudioBuffer& block, int64_t position, int64_t frames, int32_t channels)
+{
+    block.alloc(frames, channels);
+    block.frames = frames;
+    block.position = position;
+    for (int32_t c = 0; c < channels; ++c)
+        for (int64_t i = 0; i < frames; ++i)
+            block.channel[c][i] = staircase(position + i, c);
+}
+
+} // namespace
+
+TEST(AudioFileFormatsTest, FormatCodesOfTheTablesAndTheirEdges)
+{
+    EXPECT_EQ(AudioFileFormats::formatCode(0, 0), 0x10002);
+    EXPECT_EQ(AudioFileFormats::formatCode(1, 1), 0x20003);
+    EXPECT_EQ(AudioFileFormats::formatCode(2, 3), 0x180006);
+    EXPECT_EQ(AudioFileFormats::formatCode(0, 4), 0x10007);
+    EXPECT_EQ(AudioFileFormats::formatCode(3, 2), 0x160004);
+    // Floats don't go into SD2; unknown values of either kind give 16-bit WAVE.
+    EXPECT_EQ(AudioFileFormats::formatCode(3, 3), 0x10002);
+    EXPECT_EQ(AudioFileFormats::formatCode(3, 4), 0x10002);
+    EXPECT_EQ(AudioFileFormats::formatCode(1, 5), 0x10002);
+    EXPECT_EQ(AudioFileFormats::formatCode(2, -1), 0x10002);
+    EXPECT_EQ(AudioFileFormats::formatCode(4, 1), 0x10002);
+    EXPECT_EQ(AudioFileFormats::formatCode(-1, 0), 0x10002);
+}
+
+TEST(AudioFileFormatsTest, ListsForTheDialogs)
+{
+    const auto containers = AudioFileFormats::containers();
+    ASSERT_EQ(containers.size(), 3u);
+    EXPECT_STREQ(containers[0].label, "WAVE");
+    EXPECT_STREQ(containers[1].label, "AIFF");
+    EXPECT_STREQ(containers[2].label, "CAF");
+    EXPECT_EQ(AudioFileFormats::depths(0).size(), 5u);
+    EXPECT_STREQ(AudioFileFormats::depths(2).back().label, "64 bit float");
+    const auto sd2 = AudioFileFormats::depths(3);
+    ASSERT_EQ(sd2.size(), 3u);
+    EXPECT_STREQ(sd2.back().label, "32 bit");
+    const auto rates = AudioFileFormats::sampleRates();
+    ASSERT_EQ(rates.size(), 6u);
+    EXPECT_EQ(rates.front().value, 44100);
+    EXPECT_STREQ(rates.front().label, "44.1 kHz");
+    EXPECT_EQ(rates.back().value, 192000);
+    EXPECT_STREQ(rates[4].label, "176.4 kHz");
+}
+
+TEST(AudioFileFormatsTest, ExtensionReplacesWhatThePathHad)
+{
+    epiPath path("/tmp/take/Audio_T1_1.wav");
+    AudioFileFormats::extension(1, path);
+    EXPECT_EQ(static_cast<const std::string&>(path), "/tmp/take/Audio_T1_1.aiff");
+    AudioFileFormats::extension(2, path);
+    EXPECT_EQ(static_cast<const std::string&>(path), "/tmp/take/Audio_T1_1.caf");
+    AudioFileFormats::extension(3, path);
+    EXPECT_EQ(static_cast<const std::string&>(path), "/tmp/take/Audio_T1_1.sd2");
+    AudioFileFormats::extension(9, path);
+    EXPECT_EQ(static_cast<const std::string&>(path), "/tmp/take/Audio_T1_1.raw");
+    AudioFileFormats::extension(0, path);
+    EXPECT_EQ(static_cast<const std::string&>(path), "/tmp/take/Audio_T1_1.wav");
+    EXPECT_EQ(AudioFileFormats::containerOfExtension("AIF"), 1);
+    EXPECT_EQ(AudioFileFormats::containerOfExtension("mp3"), -1);
+}
+
+TEST_F(WriterTest, EveryContainerDepthAndRateOfTheTablesWritesAFileThatReadsBack)
+{
+    int files = 0;
+    for (const auto& container : AudioFileFormats::containers())
+        for (const auto& depth : AudioFileFormats::depths(container.value))
+            for (const auto& rate : AudioFileFormats::sampleRates())
+                for (int32_t channels : {1, 2})
+                {
+                    SCOPED_TRACE(
+                        testfiles::join(container.label, " ", depth.label, " ", rate.label, " ", channels));
+                    epiPath path(dir_.file(testfiles::join("w", files)));
+                    AudioFileFormats::extension(container.value, path);
+                    AudioFileWriter writer;
+                    ASSERT_TRUE(writer.open(
+                        path, AudioFileFormat{channels, rate.value, container.value, depth.value}))
+                        << writer.error();
+                    EXPECT_EQ(writer.sampleRate(), rate.value);
+                    AudioBuffer block;
+                    staircaseBlock(block, 0, 700, channels);
+                    ASSERT_TRUE(writer.writeFloat(block));
+                    staircaseBlock(block, 700, 301, channels);
+                    ASSERT_TRUE(writer.writeFloat(block));
+                    writer.close();
+                    EXPECT_FALSE(writer.isOpen());
+
+                    const SF_INFO info = infoOf(path);
+                    EXPECT_EQ(info.format, AudioFileFormats::formatCode(container.value, depth.value));
+                    EXPECT_EQ(info.samplerate, rate.value);
+                    EXPECT_EQ(info.channels, channels);
+                    EXPECT_EQ(info.frames, 1001);
+                    AudioFileGuess file;
+                    ASSERT_TRUE(file.open(path));
+                    AudioBuffer back;
+                    back.alloc(1001, channels);
+                    back.frames = 1001;
+                    back.position = 0;
+                    ASSERT_TRUE(file.read(back));
+                    // Float depths hold the samples exactly; libsndfile scales floats to integers
+                    // by 2^(bits-1) - 1, so PCM is within one step of the depth.
+                    const int bits[] = {16, 24, 32};
+                    const float step = depth.value <= AudioFileFormats::k32Bit
+                                           ? 1.0f / static_cast<float>(1LL << (bits[depth.value] - 1))
+                                           : 0.0f;
+                    int64_t wrong = 0;
+                    for (int32_t c = 0; c < channels; ++c)
+                        for (int64_t i = 0; i < 1001; ++i)
+                            wrong += std::fabs(back.channel[c][i] - staircase(i, c)) > step;
+                    EXPECT_EQ(wrong, 0);
+                    ++files;
+                }
+    EXPECT_EQ(files, 3 * 5 * 6 * 2);
+}
+
+TEST_F(WriterTest, UnknownDepthAndSd2GiveTheFilesTheirCodesSay)
+{
+    const std::string wav = dir_.file("unknown.wav");
+    AudioFileWriter writer;
+    ASSERT_TRUE(writer.open(wav, AudioFileFormat{2, 48000, 1, 17}));
+    writer.close();
+    EXPECT_EQ(infoOf(wav).format, SF_FORMAT_WAV | SF_FORMAT_PCM_16);
+    // libsndfile writes SD2 only where the system has resource forks; either way the writer says
+    // what happened and leaves no open handle behind.
+    const std::string sd2 = dir_.file("x.sd2");
+    const bool opened = writer.open(sd2, AudioFileFormat{2, 44100, 3, 2});
+    EXPECT_EQ(writer.isOpen(), opened);
+    if (!opened)
+    {
+        EXPECT_FALSE(writer.error().empty());
+    }
+    writer.close();
+}
+
+TEST_F(WriterTest, AFailedOpenLeavesTheWriterClosed)
+{
+    AudioFileWriter writer;
+    EXPECT_FALSE(writer.open(dir_.file("no/such/folder/a.wav"), AudioFileFormat{}));
+    EXPECT_FALSE(writer.isOpen());
+    EXPECT_FALSE(writer.error().empty());
+    AudioBuffer block;
+    staircaseBlock(block, 0, 10, 2);
+    EXPECT_FALSE(writer.writeFloat(block));
+    EXPECT_FALSE(writer.writeSilence(10));
+}
+
+TEST_F(WriterTest, AppendAndWriteSilenceWriteExactlyTheFramesAskedFor)
+{
+    const std::string source = dir_.file("source.wav");
+    const int64_t length = 250001; // more than two pieces of 100,000
+    ASSERT_TRUE(testfiles::writeStaircase(source, SF_FORMAT_WAV | SF_FORMAT_PCM_24, 2, 44100, length));
+    AudioFileGuess file;
+    ASSERT_TRUE(file.open(source));
+
+    const std::string out = dir_.file("out.aiff");
+    AudioFileWriter writer;
+    // Floats, so that the copy is exact as well as its length.
+    ASSERT_TRUE(writer.open(out, AudioFileFormat{2, 44100, 1, 3}));
+    EXPECT_TRUE(writer.append(file, 0, -1));                     // the whole file: 250,001
+    EXPECT_TRUE(writer.writeSilence(0));                         // nothing
+    EXPECT_TRUE(writer.writeSilence(123457));                    // two pieces and a bit
+    EXPECT_TRUE(writer.append(file, 1000, 1500));                // 500
+    EXPECT_TRUE(writer.append(file, length, -1));                // at the end: one empty write
+    EXPECT_FALSE(writer.append(file, length - 10, length + 10)); // runs past the end: fails
+    writer.close();
+
+    int32_t channels = 0;
+    int32_t rate = 0;
+    const auto samples = testfiles::readAll(out, channels, rate);
+    ASSERT_EQ(channels, 2);
+    const int64_t frames = static_cast<int64_t>(samples.size()) / 2;
+    EXPECT_EQ(frames, length + 123457 + 500);
+    int64_t wrong = 0;
+    for (int64_t i = 0; i < frames; ++i)
+        for (int32_t c = 0; c < 2; ++c)
+        {
+            float expected = 0.0f;
+            if (i < length)
+                expected = staircase(i, c);
+            else if (i >= length + 123457)
+                expected = staircase(1000 + i - length - 123457, c);
+            wrong += samples[static_cast<size_t>(i * 2 + c)] != expected;
+        }
+    EXPECT_EQ(wrong, 0);
+}
+
+TEST_F(WriterTest, WriteIntPassesIntegersThrough)
+{
+    const std::string out = dir_.file("int.caf");
+    AudioFileWriter writer;
+    ASSERT_TRUE(writer.open(out, AudioFileFormat{2, 96000, 2, 2}));
+    AudioBuffer block;
+    block.alloc(64, 2);
+    block.frames = 64;
+    for (int32_t c = 0; c < 2; ++c)
+        for (int64_t i = 0; i < 64; ++i)
+        {
+            const int32_t value = static_cast<int32_t>((i * 33554432LL) - (c ? 1073741824LL : 0));
+            std::memcpy(&block.channel[c][i], &value, 4);
+        }
+    ASSERT_TRUE(writer.writeInt(block));
+    writer.close();
+    SF_INFO info{};
+    SNDFILE* file = sf_open(out.c_str(), SFM_READ, &info);
+    ASSERT_NE(file, nullptr);
+    std::vector<int> back(128);
+    ASSERT_EQ(sf_readf_int(file, back.data(), 64), 64);
+    sf_close(file);
+    for (int64_t i = 0; i < 64; ++i)
+    {
+        EXPECT_EQ(back[static_cast<size_t>(i * 2)], static_cast<int32_t>(i * 33554432LL));
+        EXPECT_EQ(back[static_cast<size_t>(i * 2 + 1)], static_cast<int32_t>(i * 33554432LL - 1073741824LL));
+    }
+}
