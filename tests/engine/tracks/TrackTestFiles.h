@@ -1,0 +1,59 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace tracktest
+{
+
+/** A folder of its own under the build tree, emptied when made and removed when the object goes. */
+class TempFolder
+{
+public:
+    explicit TempFolder(const std::string& name);
+    ~TempFolder();
+    TempFolder(const TempFolder&) = delete;
+    TempFolder& operator=(const TempFolder&) = delete;
+    /** The folder joined with a file name. */
+    std::string file(const std::string& name) const { return path_ + "/" + name; }
+    const std::string& path() const { return path_; }
+
+private:
+    std::string path_;
+};
+
+/** The stereo content of a file as libsndfile reads it, with its format. */
+struct FileAudio
+{
+    bool ok = false;
+    int32_t rate = 0;
+    int32_t channels = 0;
+    int32_t format = 0;
+    std::vector<float> left;
+    std::vector<float> right;
+    int64_t frames() const { return static_cast<int64_t>(left.size()); }
+};
+
+/** Reads a whole file; a mono file gives the same samples on both sides. */
+FileAudio readFile(const std::string& path);
+
+/**
+ * Writes a file of the given libsndfile format from two functions of the frame index (right is
+ * ignored for one channel). @return false when libsndfile refuses
+ */
+bool writeFile(const std::string& path, int32_t format, int32_t channels, int32_t rate, int64_t frames,
+               float (*left)(int64_t), float (*right)(int64_t));
+
+/** A staircase that is exact in 24-bit files: a distinct value for each of 2^15 frames. */
+float stepValue(int64_t i);
+/** The staircase's negative, a second channel that tells the sides apart. */
+float stepValueRight(int64_t i);
+/** A second staircase with an offset, for audio that must be told apart from stepValue. */
+float otherValue(int64_t i);
+float otherValueRight(int64_t i);
+
+/** Whether a file exists. */
+bool exists(const std::string& path);
+
+} // namespace tracktest
