@@ -48,20 +48,26 @@ const char* MPAudio::driverName(int index)
     return (index >= 0 && index < kDriverCount) ? kDriverNames[index].name : nullptr;
 }
 
-bool MPAudio::selectDriver(const char* name)
+int MPAudio::driverIndex(const char* name)
 {
     if (name == nullptr)
     {
-        return false;
+        return -1;
     }
     for (const DriverName& entry : kDriverNames)
     {
         if (equalsIgnoringAsciiCase(entry.name, name))
         {
-            return selectDriver(entry.index);
+            return entry.index;
         }
     }
-    return false;
+    return -1;
+}
+
+bool MPAudio::selectDriver(const char* name)
+{
+    const int index = driverIndex(name);
+    return index >= 0 ? selectDriver(index) : false;
 }
 
 bool MPAudio::selectDriver(int index)

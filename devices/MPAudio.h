@@ -72,6 +72,8 @@ public:
 
     /** The table entry of the current backend, -1 for none. */
     int backendIndex() const { return backendIndex_; }
+    /** The table entry a name selects, ignoring ASCII case (see selectDriver), or -1. */
+    static int driverIndex(const char* name);
     /** The name of a table entry ("ALSA", "JACK"), or null past the table. */
     static const char* driverName(int index);
     /** The current backend, null for none. */

@@ -320,6 +320,10 @@ TEST(MPAudioDriverTable, SelectsByNameIgnoringCaseAndKeepsOnUnknown)
     EXPECT_FALSE(audio.selectDriver(2));
     EXPECT_EQ(audio.backendIndex(), -1);
     EXPECT_EQ(audio.backend(), nullptr);
+    EXPECT_EQ(MPAudio::driverIndex("aSiO"), 1);
+    EXPECT_EQ(MPAudio::driverIndex("directx"), 0);
+    EXPECT_EQ(MPAudio::driverIndex("ASIO "), -1);
+    EXPECT_EQ(MPAudio::driverIndex(nullptr), -1);
     EXPECT_STREQ(MPAudio::driverName(0), "ALSA");
     EXPECT_STREQ(MPAudio::driverName(1), "JACK");
     EXPECT_EQ(MPAudio::driverName(2), nullptr);
