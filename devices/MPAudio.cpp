@@ -33,7 +33,7 @@ bool equalsIgnoringAsciiCase(const char* a, const char* b)
 
 } // namespace
 
-MPAudio::MPAudio() = default;
+MPAudio::MPAudio() {}
 
 MPAudio::~MPAudio()
 {

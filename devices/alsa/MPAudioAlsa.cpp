@@ -252,7 +252,7 @@ bool MPAudioAlsa::LoLevelOpen()
 
 void MPAudioAlsa::LoLevelClose()
 {
-    if (abandoned_)
+    if (abandoned_ && threadCount_.load(std::memory_order_acquire) > 0)
     {
         // A device thread that never ended may still be inside these devices: they are left to it.
         (void)playback_.release();

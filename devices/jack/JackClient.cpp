@@ -151,7 +151,7 @@ bool deactivateClient(jack_client_t* client)
         [](BoundedCall&) {});
 }
 
-bool closeClient(jack_client_t* client, bool deactivate)
+bool closeClient(jack_client_t* client, bool deactivate, void (*lateCleanup)(void*), void* arg)
 {
     if (!client)
     {
@@ -168,7 +168,13 @@ bool closeClient(jack_client_t* client, bool deactivate)
             }
             jack_client_close(client);
         },
-        [](BoundedCall&) {});
+        [lateCleanup, arg](BoundedCall&)
+        {
+            if (lateCleanup)
+            {
+                lateCleanup(arg);
+            }
+        });
 }
 
 } // namespace kv3jack

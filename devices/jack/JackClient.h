@@ -33,9 +33,12 @@ jack_client_t* openClient(const char* clientName, std::string* error);
 
 /**
  * Deactivates (when `deactivate`) and closes a client within the bounded wait.
+ * @param lateCleanup when the server didn't answer in time, called with `arg` on the helper thread
+ *        once the close has finally returned (the client's callbacks have then ended); may be null
  * @returns false when the server didn't answer and the close was left to a helper thread
  */
-bool closeClient(jack_client_t* client, bool deactivate);
+bool closeClient(jack_client_t* client, bool deactivate, void (*lateCleanup)(void*) = nullptr,
+                 void* arg = nullptr);
 
 /** Deactivates a client within the bounded wait; false when the server didn't answer. */
 bool deactivateClient(jack_client_t* client);

@@ -96,6 +96,11 @@ void shutdownThunk(jack_status_t, const char*, void* arg)
     requestReset(static_cast<kv3jack::CallbackState*>(arg));
 }
 
+void deleteStateThunk(void* state)
+{
+    delete static_cast<kv3jack::CallbackState*>(state);
+}
+
 } // namespace
 
 std::unique_ptr<MPAudioBase> newJackBackend()
@@ -145,15 +150,12 @@ void MPAudioJack::dropClient()
         return;
     }
     state_->muted.store(true, std::memory_order_release);
-    if (kv3jack::closeClient(client_, false))
+    // Cut off from this object before the close: if the server doesn't answer, its threads may
+    // still call with `state_` until the close returns on the helper thread, which then deletes it.
+    state_->backend.store(nullptr, std::memory_order_release);
+    if (kv3jack::closeClient(client_, false, deleteStateThunk, state_))
     {
         delete state_;
-    }
-    else
-    {
-        // The server never answered: its threads may still call with `state_`, which is cut off
-        // from this object and deliberately left behind.
-        state_->backend.store(nullptr, std::memory_order_release);
     }
     client_ = nullptr;
     state_ = nullptr;

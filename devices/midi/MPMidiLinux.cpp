@@ -54,6 +54,11 @@ int jackMidiThunk(jack_nframes_t frames, void* arg)
     return 0;
 }
 
+void deleteStateThunk(void* state)
+{
+    delete static_cast<kv3midi::JackMidiState*>(state);
+}
+
 bool sequencerAvailable()
 {
     return access("/dev/snd/seq", R_OK | W_OK) == 0;
@@ -277,15 +282,15 @@ void MPMidiLinux::LoLevelClose()
     }
     if (jack_)
     {
-        if (kv3jack::closeClient(jack_, true))
+        // Cut off from this object first: if the server doesn't answer, its thread may still call
+        // with the state until the close returns on the helper thread, which then deletes it.
+        if (jackState_)
+        {
+            jackState_->owner.store(nullptr, std::memory_order_release);
+        }
+        if (kv3jack::closeClient(jack_, true, deleteStateThunk, jackState_))
         {
             delete jackState_;
-        }
-        else if (jackState_)
-        {
-            // The server never answered: its thread may still call with the state, which is cut
-            // off from this object and deliberately left behind.
-            jackState_->owner.store(nullptr, std::memory_order_release);
         }
         jack_ = nullptr;
         jackState_ = nullptr;
