@@ -32,7 +32,12 @@ int32_t CRAPCMMonoAdapter::fetch(float* destination, int64_t first, int64_t last
     {
         return 0;
     }
-    const int32_t status = inner_->fetch(destination, first, last);
+    int32_t status = 0;
+    if (inner_->channels() >= 2 && inner_->fetchChannel(destination, first, last, channel_, status))
+    {
+        return status;
+    }
+    status = inner_->fetch(destination, first, last);
     if (inner_->channels() < 2)
     {
         return status;

@@ -29,12 +29,33 @@ public:
      */
     // [audio thread]
     virtual int32_t fetch(float* destination, int64_t first, int64_t last) = 0;
+
+    /**
+     * Fills destination with one channel of the frames first to last, where the source can do so
+     * without the interleaved detour; the same frames that fetch followed by picking the channel
+     * would give.
+     * @param channel 1 (left) or 2 (right)
+     * @param status out: what fetch would have returned
+     * @return false when the source offers no such path; destination is then untouched
+     */
+    // [audio thread]
+    virtual bool fetchChannel(float* destination, int64_t first, int64_t last, int32_t channel,
+                              int32_t& status)
+    {
+        (void)destination;
+        (void)first;
+        (void)last;
+        (void)channel;
+        (void)status;
+        return false;
+    }
 };
 
 /**
  * Presents one channel of a two-channel source as a mono source. It fetches the interleaved frames
  * into the destination and then compacts the wanted channel in place, so the destination must have
- * room for the interleaved frames.
+ * room for the interleaved frames; a source that can deliver one channel directly is asked for that
+ * instead.
  */
 class CRAPCMMonoAdapter final : public IRAPCMSource
 {

@@ -1,6 +1,7 @@
 #include "dsp/stretch/PstsGrainReader.h"
 
 #include "dsp/stretch/PstsHannTable.h"
+#include "dsp/stretch/PstsInterpolate.h"
 
 #include <algorithm>
 #include <cmath>
@@ -16,39 +17,75 @@ namespace
 // position, and a source that leaves its final frame alone must not cost a used one.
 constexpr int64_t kTail = 4;
 
-// Runs x from `from` while below `to` by `step`, one interpolated sample each, relative to frame
-// `first` of buf; stops at `room` samples. Returns the samples written.
-int32_t interpolate(const float* buf, int64_t first, double from, double to, double step, float* out,
-                    int32_t room)
+// How many positions x = from + k * step (k = 0, 1, ...) lie below `to`, at most room.
+int32_t countSteps(double from, double to, double step, int32_t room)
 {
-    int32_t m = 0;
-    for (double x = from; x < to && m < room; x += step)
+    if (!(to > from) || room <= 0)
     {
-        const auto i = static_cast<int64_t>(x);
-        const float u = static_cast<float>(x - static_cast<double>(i));
-        const float* w = buf + (i - first);
-        const float p = w[-1];
-        const float q = w[0];
-        const float r = w[1];
-        const float t = w[2];
-        out[m++] = ((((q - r) * 1.5f + (t - p) * 0.5f) * u + (p - 2.5f * q + 2.0f * r - 0.5f * t)) * u +
-                    (r - p) * 0.5f) *
-                       u +
-                   q;
+        return 0;
+    }
+    const double span = std::ceil((to - from) / step);
+    auto m = static_cast<int32_t>(std::min(span, static_cast<double>(room)));
+    while (m > 0 && from + static_cast<double>(m - 1) * step >= to)
+    {
+        --m;
+    }
+    while (m < room && from + static_cast<double>(m) * step < to)
+    {
+        ++m;
     }
     return m;
+}
+
+// Writes m windowed samples at x = from + k * step, in frames of the source; buf holds the frames from
+// `first` on. Each x is worked out from its own k rather than by adding up the steps, so that no sample
+// waits for the one before.
+void interpolate(const float* buf, int64_t first, double from, double step, float* out, int32_t m,
+                 const float* window)
+{
+    if (step == 1.0 && from == std::floor(from))
+    {
+        // Whole frames at whole steps: the curve passes through the frames themselves.
+        const float* src = buf + (static_cast<int64_t>(from) - first);
+        for (int32_t k = 0; k < m; ++k)
+        {
+            out[k] = src[k] * window[k];
+        }
+        return;
+    }
+    interpolateRun(buf, from - static_cast<double>(first), step, out, m, 0.0f, window);
 }
 
 } // namespace
 
 PstsGrainReader::PstsGrainReader(int32_t grainCapacity, PstsScratch& scratch)
-    : grainCapacity_(grainCapacity), scratch_(&scratch), window_(PstsHannTable::values())
+    : grainCapacity_(std::max(grainCapacity, 1)), scratch_(&scratch), hann_(PstsHannTable::values()),
+      window_(std::make_unique<float[]>(static_cast<size_t>(std::max(grainCapacity, 1))))
 {
     scratch.grow(grainCapacity + kGuard);
     for (utils::BiquadFilter& f : bank_)
     {
         f.setup(1, kBankRate);
     }
+}
+
+void PstsGrainReader::prepareWindow(int32_t m)
+{
+    if (m == windowCount_)
+    {
+        return;
+    }
+    // The table is walked at 8,192 / m per sample, each sample taking the entry nearest to the
+    // running sum; the result depends on m alone and is kept until the grain length changes.
+    const double w = static_cast<double>(PstsHannTable::kLength) / m;
+    double acc = 0.0;
+    float* win = window_.get();
+    for (int32_t j = 0; j < m; ++j)
+    {
+        acc += w;
+        win[j] = hann_[std::min(static_cast<int32_t>(acc + 0.5), PstsHannTable::kLength)];
+    }
+    windowCount_ = m;
 }
 
 int32_t PstsGrainReader::read(float* grain, double start, double length, double step, int32_t& count)
@@ -73,26 +110,21 @@ int32_t PstsGrainReader::read(float* grain, double start, double length, double 
     int32_t m = 0;
     if (start >= 0.0)
     {
-        m = interpolate(buf, first, a, std::min(a + length, limit), step, grain, grainCapacity_);
+        const double to = std::min(a + length, limit);
+        m = countSteps(a, to, step, grainCapacity_);
+        prepareWindow(m);
+        interpolate(buf, first, a, step, grain, m, window_.get());
     }
     else
     {
         // Before the source's first frame there is nothing to read: the opening half is used twice.
         const double half = std::min(length * 0.5, limit);
-        m = interpolate(buf, first, 1.0, half, step, grain, grainCapacity_);
-        m += interpolate(buf, first, 1.0, half, step, grain + m, grainCapacity_ - m);
-    }
-
-    if (m > 0)
-    {
-        const double w = static_cast<double>(PstsHannTable::kLength) / m;
-        double acc = 0.0;
-        for (int32_t j = 0; j < m; ++j)
-        {
-            acc += w;
-            const auto idx = std::min(static_cast<int32_t>(acc + 0.5), PstsHannTable::kLength);
-            grain[j] *= window_[idx];
-        }
+        const int32_t once = countSteps(1.0, half, step, grainCapacity_);
+        const int32_t again = countSteps(1.0, half, step, grainCapacity_ - once);
+        m = once + again;
+        prepareWindow(m);
+        interpolate(buf, first, 1.0, step, grain, once, window_.get());
+        interpolate(buf, first, 1.0, step, grain + once, again, window_.get() + once);
     }
     count = m;
     return status;

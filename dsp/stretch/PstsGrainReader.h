@@ -6,6 +6,7 @@
 
 #include <array>
 #include <cstdint>
+#include <memory>
 
 namespace dsp::Stretch
 {
@@ -53,7 +54,13 @@ private:
     IRAPCMSource* source_ = nullptr;
     int32_t grainCapacity_;
     PstsScratch* scratch_;
-    const float* window_;
+    /** Makes window_ the window of a grain of m samples. */
+    void prepareWindow(int32_t m);
+
+    const float* hann_;
+    /** The window for grains of windowCount_ samples. */
+    std::unique_ptr<float[]> window_;
+    int32_t windowCount_ = 0;
     // Mono filters that belong to the reader's state but that no reading path runs: grains are
     // resampled by interpolation alone, and the overlap-add low-passes the sum where the rate calls
     // for it.

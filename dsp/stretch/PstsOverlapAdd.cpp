@@ -1,5 +1,7 @@
 #include "dsp/stretch/PstsOverlapAdd.h"
 
+#include "dsp/stretch/PstsInterpolate.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstring>
@@ -19,6 +21,13 @@ constexpr int32_t kWindowSlack = 4;
 constexpr int64_t kWriteBack = 5;
 // Added to each frame of the window so that a decaying tail never turns into denormals.
 constexpr float kAntiDenormal = 1e-20f;
+
+// The curve on a window of four ring frames: between w[1] (u = 0) and w[2] (u = 1).
+inline float windowCurve(const float* w, float u)
+{
+    return catmullRom(w[0] + kAntiDenormal, w[1] + kAntiDenormal, w[2] + kAntiDenormal, w[3] + kAntiDenormal,
+                      u);
+}
 
 } // namespace
 
@@ -174,22 +183,63 @@ void PstsOverlapAdd::render()
     // reaches it, and its remaining frames come out silent rather than read from stale memory.
     const int64_t lastWindow = last - 3;
     int32_t n = 0;
-    for (; n < outCount_ && readIndex_ <= lastWindow; ++n)
+    // Right after a reset the fraction is negative and the window holds still until it turns
+    // positive: those first samples walk one by one.
+    for (; n < outCount_ && readIndex_ <= lastWindow && fraction_ < 0.0; ++n)
     {
-        const float* w = scratch + (readIndex_ - blockFirst_);
-        const float p = w[0] + kAntiDenormal;
-        const float q = w[1] + kAntiDenormal;
-        const float r = w[2] + kAntiDenormal;
-        const float t = w[3] + kAntiDenormal;
-        const float u = static_cast<float>(fraction_);
-        output_[n] = ((((q - r) * 1.5f + (t - p) * 0.5f) * u + (p - 2.5f * q + 2.0f * r - 0.5f * t)) * u +
-                      (r - p) * 0.5f) *
-                         u +
-                     q;
+        output_[n] = windowCurve(scratch + (readIndex_ - blockFirst_), static_cast<float>(fraction_));
         fraction_ += step;
         const double whole = std::trunc(fraction_);
         readIndex_ += static_cast<int64_t>(whole);
         fraction_ -= whole;
+    }
+    if (n < outCount_ && fraction_ >= 0.0 && step > 0.0 && readIndex_ <= lastWindow)
+    {
+        // From here sample k reads at readIndex + fraction + k * step. Worked out for each sample on
+        // its own, no sample waits for the one before, which is what makes this loop fast.
+        const double f0 = fraction_;
+        const float* base = scratch + (readIndex_ - blockFirst_);
+        const auto room = static_cast<double>(lastWindow - readIndex_);
+        auto fits = [&](int32_t k) { return std::trunc(f0 + static_cast<double>(k) * step) <= room; };
+        int32_t count = outCount_ - n;
+        const double estimate = std::floor((room + 1.0 - f0) / step) + 1.0;
+        count = static_cast<int32_t>(std::clamp(estimate, 0.0, static_cast<double>(count)));
+        while (count > 0 && !fits(count - 1))
+        {
+            --count;
+        }
+        while (count < outCount_ - n && fits(count))
+        {
+            ++count;
+        }
+        float* out = output_ + n;
+        if (step == 1.0 && f0 == 0.0)
+        {
+            // On the frames themselves the curve gives the frame: a copy, but for the 1e-20.
+            for (int32_t k = 0; k < count; ++k)
+            {
+                out[k] = base[k + 1] + kAntiDenormal;
+            }
+        }
+        else if (step == 1.0)
+        {
+            const auto u = static_cast<float>(f0);
+            for (int32_t k = 0; k < count; ++k)
+            {
+                out[k] = windowCurve(base + k, u);
+            }
+        }
+        else
+        {
+            // The window of sample k starts at base + (f0 + k step) truncated; its second frame is
+            // the curve's origin.
+            interpolateRun(base + 1, f0, step, out, count, kAntiDenormal);
+        }
+        const double endAt = f0 + static_cast<double>(count) * step;
+        const double whole = std::trunc(endAt);
+        readIndex_ += static_cast<int64_t>(whole);
+        fraction_ = endAt - whole;
+        n += count;
     }
     for (; n < outCount_; ++n)
     {

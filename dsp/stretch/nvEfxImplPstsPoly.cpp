@@ -42,6 +42,13 @@ int32_t EfxPstsRAPCMSourcePoly::fetch(float* destination, int64_t first, int64_t
     return effect_->fetchSource(destination, first, last);
 }
 
+bool EfxPstsRAPCMSourcePoly::fetchChannel(float* destination, int64_t first, int64_t last, int32_t channel,
+                                          int32_t& status)
+{
+    status = 0;
+    return effect_->fetchSourceChannel(destination, first, last, channel);
+}
+
 nvEfxImplPstsPoly::nvEfxImplPstsPoly() : source_(*this) {}
 
 nvEfxImplPstsPoly::~nvEfxImplPstsPoly() = default;
@@ -170,6 +177,8 @@ int32_t nvEfxImplPstsPoly::process(int32_t, float** channels, int64_t position, 
         return 1;
     }
     applyChanges();
+    // The upstream may hold other frames at the same positions by the next block.
+    stagedFrames_ = 0;
     const float stretch = stretch_.load(std::memory_order_relaxed);
     if (isUnity(stretch) && isUnity(pitchFactor_.load(std::memory_order_relaxed)))
     {
@@ -261,10 +270,9 @@ int32_t nvEfxImplPstsPoly::fetchSource(float* destination, int64_t first, int64_
     }
     else if (inChannels_ == 2 && stage_[0] != nullptr)
     {
-        float* planes[2] = {stage_[0].get(), stage_[1].get()};
-        pull(planes, first, frames);
-        const float* l = planes[0];
-        const float* r = planes[1];
+        pullStage(first, frames);
+        const float* l = stage_[0].get();
+        const float* r = stage_[1].get();
         for (int32_t i = 0; i < frames; ++i)
         {
             destination[2 * i] = l[i];
@@ -272,4 +280,33 @@ int32_t nvEfxImplPstsPoly::fetchSource(float* destination, int64_t first, int64_
         }
     }
     return 0;
+}
+
+int32_t nvEfxImplPstsPoly::pullStage(int64_t first, int32_t frames)
+{
+    if (stagedFrames_ == frames && stagedFirst_ == first)
+    {
+        return frames;
+    }
+    float* planes[2] = {stage_[0].get(), stage_[1].get()};
+    pull(planes, first, frames);
+    stagedFirst_ = first;
+    stagedFrames_ = frames;
+    return frames;
+}
+
+bool nvEfxImplPstsPoly::fetchSourceChannel(float* destination, int64_t first, int64_t last, int32_t channel)
+{
+    if (inChannels_ != 2 || stage_[0] == nullptr || channel < 1 || channel > 2)
+    {
+        return false;
+    }
+    const auto frames = static_cast<int32_t>(std::clamp<int64_t>(last - first, 0, stageFrames_));
+    if (frames > 0)
+    {
+        pullStage(first, frames);
+        std::memcpy(destination, stage_[static_cast<size_t>(channel - 1)].get(),
+                    static_cast<size_t>(frames) * sizeof(float));
+    }
+    return true;
 }

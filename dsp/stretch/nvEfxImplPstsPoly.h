@@ -28,6 +28,10 @@ public:
     int32_t channels() override;
     // [audio thread]
     int32_t fetch(float* destination, int64_t first, int64_t last) override;
+    /** One plane of the stereo pull, copied straight out of the stage. */
+    // [audio thread]
+    bool fetchChannel(float* destination, int64_t first, int64_t last, int32_t channel,
+                      int32_t& status) override;
 
 private:
     nvEfxImplPstsPoly* effect_;
@@ -116,6 +120,9 @@ private:
     /** Hands changed parameters to the engine. */
     void applyChanges();
     int32_t fetchSource(float* destination, int64_t first, int64_t last);
+    bool fetchSourceChannel(float* destination, int64_t first, int64_t last, int32_t channel);
+    /** Pulls a stereo stretch into the stage unless it holds it already from this block. */
+    int32_t pullStage(int64_t first, int32_t frames);
 
     EfxPstsRAPCMSourcePoly source_;
     std::unique_ptr<dsp::Stretch::PstsScratch> scratch_;
@@ -131,6 +138,10 @@ private:
     int64_t expected_ = -1;
     std::array<std::unique_ptr<float[]>, 2> stage_;
     int32_t stageFrames_ = 0;
+    // What the stage holds: the two voices read the same grain one after the other, and the second
+    // is served from the stage rather than by a second pull. Valid within one process call only.
+    int64_t stagedFirst_ = 0;
+    int32_t stagedFrames_ = 0;
     bool initialised_ = false;
     int32_t inChannels_ = 1;
     int32_t outChannels_ = 1;
