@@ -40,15 +40,18 @@ public:
     bool plan()
     {
         // The planner runs on a buffer of the same pool, so the alignment that the plan assumes
-        // is the one every buffer of ours has. FFTW_ESTIMATE leaves the buffer alone and plans
-        // in microseconds; measured plans gained nothing at the short lengths used here.
+        // is the one every buffer of ours has. Powers of two up to 8192 (every length the
+        // convolution's table gives) get measured plans, which FFTW remembers for the process, so
+        // only the first design of a length pays the few milliseconds; other lengths are estimated.
         float* scratch = pool_.allocate(static_cast<std::size_t>(size_) + 2);
         if (scratch == nullptr)
             return false;
         auto* spectrum = reinterpret_cast<fftwf_complex*>(scratch);
+        const bool powerOfTwo = (size_ & (size_ - 1)) == 0 && size_ <= 8192;
+        const unsigned flags = powerOfTwo ? FFTW_MEASURE : FFTW_ESTIMATE;
         std::lock_guard<std::mutex> lock(plannerMutex());
-        forward_.plan = fftwf_plan_dft_r2c_1d(size_, scratch, spectrum, FFTW_ESTIMATE);
-        backward_.plan = fftwf_plan_dft_c2r_1d(size_, spectrum, scratch, FFTW_ESTIMATE);
+        forward_.plan = fftwf_plan_dft_r2c_1d(size_, scratch, spectrum, flags);
+        backward_.plan = fftwf_plan_dft_c2r_1d(size_, spectrum, scratch, flags);
         return forward_.plan != nullptr && backward_.plan != nullptr;
     }
 

@@ -1,10 +1,10 @@
 #include "dsp/SegmentedConv.h"
 
+#include "dsp/SimdKernels.h"
+
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
-
-#include <xmmintrin.h>
 
 namespace dsp
 {
@@ -17,40 +17,11 @@ void traceTransformFailure(const char* line)
 namespace
 {
 
-// Floats in a packed half spectrum of F + 2, rounded up so that the vector loops need no tail.
+// Floats in a packed half spectrum of F + 2, rounded up so that the vector loops (up to eight wide)
+// need no tail. The padding is zero in every spectrum, so its products are zero too.
 int paddedSpectrumSize(int fftSize)
 {
-    return (fftSize + 2 + 3) / 4 * 4;
-}
-
-// acc += a * b over packed complex pairs, two pairs per vector. The first pair (bin 0) holds two
-// real values with zero imaginary parts, and the complex product of it is the two real products,
-// so one loop serves every pair, bin F/2 included. The padding beyond F + 2 is zero on both sides.
-void multiplyAdd(float* acc, const float* a, const float* b, int floats)
-{
-    const __m128 signs = _mm_set_ps(0.0f, -0.0f, 0.0f, -0.0f); // negate lanes 0 and 2
-    for (int i = 0; i < floats; i += 4)
-    {
-        const __m128 va = _mm_load_ps(a + i);
-        const __m128 vb = _mm_load_ps(b + i);
-        const __m128 bRe = _mm_shuffle_ps(vb, vb, _MM_SHUFFLE(2, 2, 0, 0));
-        const __m128 bIm = _mm_shuffle_ps(vb, vb, _MM_SHUFFLE(3, 3, 1, 1));
-        const __m128 aSwap = _mm_shuffle_ps(va, va, _MM_SHUFFLE(2, 3, 0, 1));
-        const __m128 cross = _mm_xor_ps(_mm_mul_ps(aSwap, bIm), signs);
-        const __m128 product = _mm_add_ps(_mm_mul_ps(va, bRe), cross);
-        _mm_store_ps(acc + i, _mm_add_ps(_mm_load_ps(acc + i), product));
-    }
-}
-
-// ring[i] += src[i] * scale for count floats.
-void addScaled(float* ring, const float* src, int count, float scale)
-{
-    const __m128 vs = _mm_set1_ps(scale);
-    int i = 0;
-    for (; i + 4 <= count; i += 4)
-        _mm_storeu_ps(ring + i, _mm_add_ps(_mm_loadu_ps(ring + i), _mm_mul_ps(_mm_loadu_ps(src + i), vs)));
-    for (; i < count; ++i)
-        ring[i] += src[i] * scale;
+    return (fftSize + 2 + 7) / 8 * 8;
 }
 
 } // namespace
@@ -202,10 +173,11 @@ void SegmentedConv::processBlock(const float* in, float* out)
     if (!transform_->forward(input_))
         traceTransformFailure("FAIL: FFT compute\n");
 
+    const SimdKernels& kernels = simdKernels();
     for (int i = 0; i < partitions_; ++i)
     {
         const int k = (step_ * i + current_) % accumulators_;
-        multiplyAdd(accumulator_[k], input_, spectrum_->partition(i), paddedSize_);
+        kernels.complexMultiplyAdd(accumulator_[k], input_, spectrum_->partition(i), paddedSize_);
     }
 
     float* due = accumulator_[current_];
@@ -215,9 +187,9 @@ void SegmentedConv::processBlock(const float* in, float* out)
     // Overlap add with the 1/F of the backward transform folded in, then hand out S frames.
     const int pos = ringPos_ % ringSize;
     const int firstRun = std::min(F, ringSize - pos);
-    addScaled(ring_ + pos, due, firstRun, scale_);
+    kernels.addScaled(ring_ + pos, due, firstRun, scale_);
     if (firstRun < F)
-        addScaled(ring_, due + firstRun, F - firstRun, scale_);
+        kernels.addScaled(ring_, due + firstRun, F - firstRun, scale_);
     const int takeRun = std::min(S, ringSize - pos);
     std::memcpy(out, ring_ + pos, static_cast<std::size_t>(takeRun) * sizeof(float));
     std::memset(ring_ + pos, 0, static_cast<std::size_t>(takeRun) * sizeof(float));

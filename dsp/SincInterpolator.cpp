@@ -1,11 +1,11 @@
 #include "dsp/SincInterpolator.h"
 
+#include "dsp/SimdKernels.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <numbers>
-
-#include <xmmintrin.h>
 
 namespace dsp
 {
@@ -40,12 +40,8 @@ int64_t extendedEuclid(int64_t a, int64_t b, int64_t& x, int64_t& y)
     return g;
 }
 
-// ring[0..floats) += entry * x, four at a time on aligned data.
-inline void addScaled(float* ring, const float* entry, int32_t floats, __m128 x)
-{
-    for (int32_t j = 0; j < floats; j += 4)
-        _mm_store_ps(ring + j, _mm_add_ps(_mm_load_ps(ring + j), _mm_mul_ps(_mm_load_ps(entry + j), x)));
-}
+// Terms gathered for one group of four outputs before they are added in one pass.
+constexpr int32_t maxTerms = 64;
 
 } // namespace
 
@@ -229,11 +225,24 @@ void SincInterpolator::produce(float* out, int32_t count)
     }
 
     const int32_t entryFloats = phaseBlocks_ * 4;
+    const SimdKernels& kernels = simdKernels();
+    ScatterTerm terms[maxTerms];
     for (int32_t g = 0; g < count; g += 4)
     {
         const auto base = static_cast<int32_t>(ringPos_);
         float* groupRing = ring_ + base;
         const int32_t firstRun = std::min(entryFloats, ringSize - base);
+        // Every input whose reach starts in this group lands on the same run of the ring, from the
+        // group on; they are gathered and added in one pass. An entry running past the ring's end
+        // goes on at its start.
+        int32_t n = 0;
+        auto flush = [&]()
+        {
+            kernels.scatter(groupRing, terms, n, 0, firstRun);
+            if (firstRun < entryFloats)
+                kernels.scatter(ring_, terms, n, firstRun, entryFloats - firstRun);
+            n = 0;
+        };
         for (int64_t r = 0; r < 4; ++r)
         {
             const int64_t o = nextOut_ + r;
@@ -242,14 +251,15 @@ void SincInterpolator::produce(float* out, int32_t count)
             for (int64_t i = lo; i <= hi; ++i)
             {
                 const int64_t phase = (o * up - i * down + hl) % up;
-                const float* entry = banks_[static_cast<std::size_t>(phase * 4 + r)];
-                const __m128 x = _mm_set1_ps(stage_[i - stageFirst_]);
-                addScaled(groupRing, entry, firstRun, x);
-                if (firstRun < entryFloats)
-                    addScaled(ring_, entry + firstRun, entryFloats - firstRun, x);
+                if (n == maxTerms)
+                    flush();
+                terms[n++] =
+                    ScatterTerm{banks_[static_cast<std::size_t>(phase * 4 + r)], stage_[i - stageFirst_]};
             }
             nextIn_ = std::max(nextIn_, hi + 1);
         }
+        if (n > 0)
+            flush();
         std::memcpy(out + g, groupRing, sizeof(float) * 4);
         std::memset(groupRing, 0, sizeof(float) * 4);
         nextOut_ += 4;

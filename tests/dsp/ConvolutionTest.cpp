@@ -1,10 +1,12 @@
 #include "dsp/LinearPhaseLowPass2.h"
 #include "dsp/RealTransform.h"
 #include "dsp/SegmentedConv.h"
+#include "dsp/SimdKernels.h"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <complex>
 #include <random>
 #include <vector>
 
@@ -266,5 +268,58 @@ TEST(LinearPhaseLowPass2, MeasuredResponseMatchesTheDesign)
         {
             EXPECT_LT(std::abs(c) / std::abs(s), 1e-3) << "phase at " << f; // no time shift
         }
+    }
+}
+
+// The wide kernels the CPU test may choose against the four-wide ones, and both against double.
+TEST(SimdKernels, ChosenFormWithinRoundingOfTheSseForm)
+{
+    const dsp::SimdKernels& chosen = dsp::simdKernels();
+    const dsp::SimdKernels& sse = dsp::sseKernels();
+    dsp::AlignedPool pool;
+    const int floats = 264;
+    std::vector<float*> entries;
+    std::vector<dsp::ScatterTerm> terms;
+    const std::vector<float> values = randomSignal(7 * floats + 7, 21, 1.0f);
+    for (int t = 0; t < 7; ++t)
+    {
+        float* e = pool.allocate(floats);
+        std::copy(values.begin() + t * floats, values.begin() + (t + 1) * floats, e);
+        terms.push_back({e, values[static_cast<std::size_t>(7 * floats + t)]});
+    }
+    float* a = pool.allocate(floats);
+    float* b = pool.allocate(floats);
+    std::vector<double> exact(floats, 0.0);
+    for (int t = 0; t < 7; ++t)
+        for (int j = 0; j < floats; ++j)
+            exact[static_cast<std::size_t>(j)] +=
+                static_cast<double>(terms[static_cast<std::size_t>(t)].entry[j]) *
+                terms[static_cast<std::size_t>(t)].x;
+    // Split at 100 floats as at the ring's end: the second run starts 100 floats into each entry.
+    chosen.scatter(a, terms.data(), 7, 0, 100);
+    chosen.scatter(a + 100, terms.data(), 7, 100, floats - 100);
+    sse.scatter(b, terms.data(), 7, 0, floats);
+    for (int j = 0; j < floats; ++j)
+    {
+        ASSERT_NEAR(a[j], b[j], 1e-5f) << j;
+        ASSERT_NEAR(a[j], exact[static_cast<std::size_t>(j)], 1e-5) << j;
+    }
+
+    float* acc1 = pool.allocate(floats);
+    float* acc2 = pool.allocate(floats);
+    float* x = pool.allocate(floats);
+    float* y = pool.allocate(floats);
+    std::copy(values.begin(), values.begin() + floats, x);
+    std::copy(values.begin() + floats, values.begin() + 2 * floats, y);
+    chosen.complexMultiplyAdd(acc1, x, y, floats);
+    sse.complexMultiplyAdd(acc2, x, y, floats);
+    for (int k = 0; k < floats; k += 2)
+    {
+        const std::complex<double> p =
+            std::complex<double>(x[k], x[k + 1]) * std::complex<double>(y[k], y[k + 1]);
+        ASSERT_NEAR(acc1[k], p.real(), 1e-6) << k;
+        ASSERT_NEAR(acc1[k + 1], p.imag(), 1e-6) << k;
+        ASSERT_NEAR(acc2[k], p.real(), 1e-6) << k;
+        ASSERT_NEAR(acc2[k + 1], p.imag(), 1e-6) << k;
     }
 }
