@@ -69,15 +69,17 @@ void AudioResampler_DSP::sourceChanged()
         resamplers_.back()->setSource(&wrappers_[static_cast<std::size_t>(c)]);
     }
     setOutputRate(static_cast<float>(static_cast<int64_t>(outputRate_)));
-    ready_ = true;
+    // A ratio the interpolator refuses (too many phases) leaves the node silent and not ready.
+    ready_ = designed_;
 }
 
 void AudioResampler_DSP::setOutputRate(float rate)
 {
     outputRate_ = rate;
+    designed_ = !resamplers_.empty();
     for (auto& resampler : resamplers_)
     {
-        resampler->setOutputRate(rate);
+        designed_ = resampler->setOutputRate(rate) && designed_;
         resampler->seek(0);
     }
     nextPosition_ = 0;

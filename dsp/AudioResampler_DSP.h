@@ -91,6 +91,7 @@ private:
     int64_t framesOut_ = 0;
     bool ready_ = false;
     int32_t nextPosition_ = 0;
+    bool designed_ = false; // every channel's resampler accepted the last output rate
 };
 
 /** A factory that makes AudioResampler_DSP, for owners that take an AudioResamplerFactory. */

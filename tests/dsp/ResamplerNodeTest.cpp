@@ -142,6 +142,18 @@ TEST(AudioResampler_DSP, EmptyOrMissingProviderReadsFalse)
     EXPECT_FALSE(r.read(block.data));
 }
 
+TEST(AudioResampler_DSP, RatioTheInterpolatorRefusesIsNotReady)
+{
+    RatedSound sound(44100, 1, 1000, 440.0);
+    AudioResampler_DSP r;
+    r.setProvider(&sound);
+    r.prepare(44101, 64); // 44,100 phases
+    r.sourceChanged();
+    EXPECT_FALSE(r.ready());
+    Block block(64);
+    EXPECT_FALSE(r.read(block.data));
+}
+
 // A real file on disk through libsndfile's reader: 44,100 frames at 44,100 Hz become 48,000.
 TEST(AudioResampler_DSP, RealFileAtAnotherRate)
 {
