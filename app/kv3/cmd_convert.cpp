@@ -4,6 +4,7 @@
 #include "audiofiles/AudioFileFormats.h"
 #include "audiofiles/AudioFileGuess.h"
 #include "audiofiles/AudioFileWriter.h"
+#include "dsp/AudioResampler_DSP.h"
 #include "engine/AudioData.h"
 
 #include <algorithm>
@@ -155,9 +156,23 @@ int runConvert(const std::vector<std::string>& argv)
             concat(options.in, " is not a valid audio file or the file format is not supported."));
     }
     const int32_t rate = options.rate != 0 ? options.rate : file.sampleRate();
-    if (rate != file.sampleRate())
-        return kv3cli::fail(concat("converting ", options.in, " from ", file.sampleRate(), " Hz to ", rate,
-                                   " Hz needs the quality resampler, which this build lacks"));
+    constexpr int64_t kBlock = 65536;
+    // At another rate the frames come through the quality resampler the tracks use; at the same
+    // rate straight from the file.
+    AudioResampler_DSP resampler;
+    AudioSource* source = &file;
+    int64_t length = static_cast<int64_t>(file.frames());
+    if (rate != file.sampleRate() && length > 0)
+    {
+        resampler.setProvider(&file);
+        resampler.prepare(static_cast<uint32_t>(rate), kBlock);
+        resampler.sourceChanged();
+        if (!resampler.ready())
+            return kv3cli::fail(concat("can't resample ", options.in, " from ", file.sampleRate(), " Hz to ",
+                                       rate, " Hz: the two rates share too small a divisor"));
+        source = &resampler;
+        length = resampler.frames();
+    }
 
     const int32_t channels = std::clamp(file.channels(), 1, 2);
     TemporaryOutput temporary((fs::path(options.out).parent_path() /
@@ -167,8 +182,6 @@ int runConvert(const std::vector<std::string>& argv)
     if (!writer.open(temporary.path(), AudioFileFormat{channels, rate, options.container, options.depth}))
         return kv3cli::fail(concat("can't write ", options.out, ": ", writer.error()));
 
-    const auto length = static_cast<int64_t>(file.frames());
-    constexpr int64_t kBlock = 65536;
     AudioBuffer block;
     block.alloc(kBlock, channels);
     kv3cli::ProgressBar progress("convert");
@@ -176,7 +189,7 @@ int runConvert(const std::vector<std::string>& argv)
     {
         block.position = at;
         block.frames = std::min(kBlock, length - at);
-        if (!file.read(block))
+        if (!source->read(block))
             return kv3cli::fail(concat("reading ", options.in, " failed at frame ", at));
         if (!writer.writeFloat(block))
             return kv3cli::fail(concat("writing ", options.out, " failed (disk full?)"));
