@@ -54,6 +54,13 @@ public:
     // [ui thread]
     void setEnabled(bool enabled);
     bool isEnabled() const { return instance_.load(std::memory_order_acquire) != nullptr; }
+    /** Whether the effect is on and the library gave it an instance. */
+    // [ui thread]
+    bool hasInstance() const
+    {
+        const AudioFxKV3Instance* instance = instance_.load(std::memory_order_acquire);
+        return instance != nullptr && instance->hasInstance();
+    }
 
     /** Gives the editor its parent window; does nothing while a parent is set. */
     // [ui thread]

@@ -1,0 +1,204 @@
+// Our amp as the host sees it: the real library loaded with dlopen, run through an effect unit.
+
+#include "engine/AudioData.h"
+#include "engine/AudioSource.h"
+#include "plugin/AudioFxKV3Manager.h"
+#include "plugin/AudioFxKV3Unit.h"
+#include "tests/plugin/Spectrum.h"
+#include "tests/plugin/TestLibrary.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cmath>
+#include <filesystem>
+#include <string>
+#include <thread>
+
+using kv3test::ConfigFolder;
+using kv3test::RecordingSink;
+
+namespace
+{
+
+class Sine : public AudioSource
+{
+public:
+    Sine(double rate, double hz, float level) : rate_(rate), hz_(hz), level_(level) {}
+    bool provide(AudioData&) override { return false; }
+    bool read(AudioData& into) override
+    {
+        for (std::int64_t i = 0; i < into.frames; ++i)
+        {
+            const double t = static_cast<double>(into.position + i) / rate_;
+            into.channel[0][i] = into.channel[1][i] =
+                level_ * static_cast<float>(std::sin(2.0 * refamp::kPi * hz_ * t));
+        }
+        return true;
+    }
+    void prepare(std::uint32_t, std::uint32_t) override {}
+
+private:
+    double rate_, hz_;
+    float level_;
+};
+
+std::string text(const epiFileDump& dump)
+{
+    return dump.size() == 0 ? std::string()
+                            : std::string(reinterpret_cast<const char*>(dump.data()), dump.size());
+}
+
+void setText(epiFileDump& dump, const std::string& bytes)
+{
+    dump.copyBytes(bytes.data(), static_cast<std::uint32_t>(bytes.size()));
+}
+
+/** Pulls `frames` frames of the left channel out of the unit into `out`. */
+void pull(AudioFxKV3Unit& unit, std::int64_t start, std::int64_t frames, std::int64_t block,
+          std::vector<float>& out)
+{
+    for (std::int64_t position = start; position < start + frames; position += block)
+    {
+        AudioData request;
+        request.frames = std::min(block, start + frames - position);
+        request.position = position;
+        request.channels = 2;
+        ASSERT_TRUE(unit.provide(request));
+        out.insert(out.end(), request.channel[0], request.channel[0] + request.frames);
+        unit.noteTick();
+    }
+}
+
+void disableTicking(AudioFxKV3Unit& unit)
+{
+    std::atomic<bool> running{true};
+    std::thread engine(
+        [&]
+        {
+            while (running.load())
+            {
+                unit.noteTick();
+                std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            }
+        });
+    unit.setEnabled(false);
+    running.store(false);
+    engine.join();
+}
+
+struct AmpRig
+{
+    AmpRig() : manager(&sink, KV3_REFAMP) { unit.setManager(&manager); }
+    RecordingSink sink;
+    AudioFxKV3Manager manager;
+    AudioFxKV3Unit unit;
+};
+
+} // namespace
+
+TEST(RefAmpPlugin, ShakesHandsAndHasNoEditorYet)
+{
+    AmpRig rig;
+    ASSERT_TRUE(rig.manager.isLoaded()) << (rig.sink.messages.empty() ? "" : rig.sink.messages[0].second);
+    EXPECT_EQ(rig.manager.plugin().pluginVersion(), 13);
+    NV::VPA2::PluginTable* root = rig.manager.plugin().plugin();
+    NV::VPA2::InstanceTable* instance = root->createInstance(root, rig.manager.plugin().table(), 0);
+    ASSERT_NE(instance, nullptr);
+    EXPECT_EQ(root->createEditor(root, instance), nullptr);
+    root->releaseInstance(root, instance);
+    // A host of another version is refused by the amp itself.
+    void* module = ::dlopen(KV3_REFAMP, RTLD_NOW | RTLD_LOCAL);
+    ASSERT_NE(module, nullptr);
+    auto acquire = reinterpret_cast<NV::VPA2::AcquireFunction>(::dlsym(module, "VPA2Acquire"));
+    std::int32_t version = 0;
+    EXPECT_EQ(acquire(12, &version), nullptr);
+    EXPECT_EQ(version, 13);
+    ::dlclose(module);
+}
+
+TEST(RefAmpPlugin, IsFoundInTheBuildTreeWhenNothingNamesIt)
+{
+    ConfigFolder folder;
+    ::unsetenv("KV3_VPA2_PATH");
+    epiText path;
+    ASSERT_TRUE(AudioFxKV3Plugin::findLibrary(AudioFxKV3Plugin::kProductName, path));
+    EXPECT_TRUE(std::filesystem::equivalent(path.c_str(), KV3_REFAMP));
+}
+
+TEST(RefAmpPlugin, PlaysAToneThroughAUnit)
+{
+    AmpRig rig;
+    Sine tone(48000.0, 440.0, 0.25f);
+    rig.unit.setSource(&tone);
+    rig.unit.prepare(48000, 128);
+    rig.unit.setEnabled(true);
+    ASSERT_TRUE(rig.unit.hasInstance());
+    std::vector<float> out;
+    pull(rig.unit, 0, 48000, 128, out);
+    double rms = 0.0;
+    for (std::size_t i = 24000; i < out.size(); ++i)
+    {
+        ASSERT_TRUE(std::isfinite(out[i]));
+        rms += double(out[i]) * out[i];
+    }
+    rms = std::sqrt(rms / 24000.0);
+    EXPECT_GT(rms, 0.01);
+    EXPECT_LT(rms, 1.0);
+    disableTicking(rig.unit);
+}
+
+TEST(RefAmpPlugin, ProgramsSwitchByMidiAndTheStateFollows)
+{
+    AmpRig rig;
+    rig.unit.prepare(48000, 64);
+    rig.unit.setEnabled(true);
+    epiFileDump saved;
+    rig.unit.saveState(saved);
+    EXPECT_NE(text(saved).find("<Program>"), std::string::npos);
+    EXPECT_NE(text(saved).find("<name>clean</name>"), std::string::npos);
+    EXPECT_FALSE(rig.unit.isStateChanged());
+
+    const std::uint32_t lead[2] = {0, 0xC0u | (2u << 8)};
+    rig.unit.forwardMidi(lead, 1);
+    EXPECT_TRUE(rig.unit.isStateChanged());
+    rig.unit.saveState(saved);
+    EXPECT_NE(text(saved).find("<name>lead</name>"), std::string::npos);
+    EXPECT_FALSE(rig.unit.isStateChanged());
+
+    const std::uint32_t volume[2] = {0, 0xB0u | (7u << 8) | (127u << 16)};
+    rig.unit.forwardMidi(volume, 1);
+    EXPECT_TRUE(rig.unit.isStateChanged());
+    rig.unit.saveState(saved);
+    EXPECT_NE(text(saved).find("<master>0.00</master>"), std::string::npos);
+
+    // A saved state comes back as it was.
+    epiFileDump crunch;
+    setText(crunch,
+            "<KV3ReferenceAmp><Program><name>crunch</name><drive>12.5</drive></Program></KV3ReferenceAmp>");
+    rig.unit.loadState(crunch);
+    epiFileDump now;
+    rig.unit.saveState(now);
+    EXPECT_NE(text(now).find("<name>crunch</name>"), std::string::npos);
+    EXPECT_NE(text(now).find("<drive>12.50</drive>"), std::string::npos);
+    disableTicking(rig.unit);
+}
+
+TEST(RefAmpPlugin, FullDriveThroughTheLibraryDoesNotAlias)
+{
+    AmpRig rig;
+    Sine tone(44100.0, 2000.0, 1.0f);
+    rig.unit.setSource(&tone);
+    rig.unit.prepare(44100, 64);
+    epiFileDump state;
+    setText(state, "<KV3ReferenceAmp><Program><name>lead</name><drive>40</drive><gate>-96</gate>"
+                   "</Program></KV3ReferenceAmp>");
+    rig.unit.loadState(state);
+    rig.unit.setEnabled(true);
+    std::vector<float> out;
+    pull(rig.unit, 0, 16384 + kv3test::kSpectrumSize, 64, out);
+    const kv3test::AliasReport report = kv3test::measureAliasing(out.data() + 16384, 44100.0, 2000.0);
+    EXPECT_LT(report.worstAliasDb, -90.0);
+    EXPECT_GT(report.thirdHarmonicDb, -40.0); // and it is driven
+    disableTicking(rig.unit);
+}
