@@ -290,3 +290,46 @@ TEST(XmlChunkSearch, DeepNestingAndLongListsEndInTime)
 }
 
 } // namespace
+
+namespace
+{
+
+TEST(XmlChunkWriter, ElementsWrittenLineByLineReadBack)
+{
+    // The writing side: one element a line, lists as nested elements, nothing encoded.
+    epiText doc("<content>");
+    doc.appendNewline();
+    const epiText kind("wind");
+    const epiText name("a & b <not a tag");
+    const epiText rect("0 0 640 480");
+    doc.appendElement("kind", &kind, true);
+    doc.appendElement("name", &name, true);
+    doc.appendElement("rect", &rect, true);
+    doc.appendChars("<list>");
+    doc.appendNewline();
+    for (int i = 0; i < 3; ++i)
+    {
+        epiText value;
+        value.formatAssign("item %d", i);
+        doc.appendChars("\t");
+        doc.appendElement("item", &value, true);
+    }
+    doc.appendChars("</list>");
+    doc.appendNewline();
+    doc.appendChars("</content>");
+
+    const epiXmlChunk content = epiXmlChunk(doc).child("content");
+    EXPECT_EQ(content.child("kind").text(), "wind");
+    EXPECT_EQ(content.child("rect").text(), "0 0 640 480");
+    // The '<' inside the value opens no element: no '>' follows it before the closing tag's.
+    EXPECT_EQ(content.child("name").text(), "a & b <not a tag");
+    epiXmlChunkEnumerator items(content.child("list"));
+    items.setName("item");
+    epiXmlChunk item;
+    int n = 0;
+    while (items.next(&item, nullptr))
+        EXPECT_EQ(std::string(item.text()), "item " + std::to_string(n++));
+    EXPECT_EQ(n, 3);
+}
+
+} // namespace

@@ -7,6 +7,8 @@ kv3_add_test(epi_resource_pack_test SOURCES ResourcePackTest.cpp LIBS epi)
 if(TARGET kv3 AND NOT KV3_SANITIZE STREQUAL "thread")
     add_executable(epi_pack_readback PackReadback.cpp)
     target_link_libraries(epi_pack_readback PRIVATE epi)
+    # The test runs kv3 as well: building the test programs (all_tests) builds it too.
+    add_dependencies(epi_pack_readback kv3)
     set_property(GLOBAL APPEND PROPERTY KV3_TESTS epi_pack_readback)
     add_test(NAME epi_pack_cli
              COMMAND ${CMAKE_COMMAND} -DKV3=$<TARGET_FILE:kv3> -DREADBACK=$<TARGET_FILE:epi_pack_readback>
