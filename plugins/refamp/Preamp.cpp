@@ -56,6 +56,7 @@ void Preamp::reset()
     coupling_[1].reset();
     dcState_ = 0.0f;
     previous_ = kBias2;
+    previousIntegral_ = logCosh(kBias2);
     gain_ = target_;
 }
 
@@ -76,16 +77,11 @@ float Preamp::stage2(float x, float gain)
     // would fold back by a further 10 to 20 dB. In double: the difference of two large values.
     const double u = static_cast<double>(gain) * x + kBias2;
     const double du = u - previous_;
-    double y;
-    if (std::fabs(du) < 1e-6)
-    {
-        y = std::tanh(0.5 * (u + previous_));
-    }
-    else
-    {
-        y = (logCosh(u) - logCosh(previous_)) / du;
-    }
+    const double integral = logCosh(u);
+    const double y =
+        std::fabs(du) < 1e-6 ? std::tanh(0.5 * (u + previous_)) : (integral - previousIntegral_) / du;
     previous_ = u;
+    previousIntegral_ = integral;
     return static_cast<float>(y) - saturate(kBias2);
 }
 

@@ -41,8 +41,9 @@ private:
 
     int factor_;
     Oversampler oversampler_;
-    Biquad coupling_[2];    // interstage low-pass at the high rate
-    double previous_ = 0.0; // the second stage's last input, for its antialiasing
+    Biquad coupling_[2];            // interstage low-pass at the high rate
+    double previous_ = 0.0;         // the second stage's last input, for its antialiasing
+    double previousIntegral_ = 0.0; // log cosh of it
     float dcState_ = 0.0f;
     float dcCoefficient_ = 0.0f;
     float gain_ = 1.0f; // present gain of each stage (the square root of the drive)
