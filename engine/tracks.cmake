@@ -2,4 +2,5 @@
 # engine's CMakeLists.txt, which adds these to the engine library.
 list(APPEND ENGINE_TRACK_SOURCES
     ${CMAKE_CURRENT_LIST_DIR}/AudioFileRecorder.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/Track.cpp
 )

@@ -1,0 +1,83 @@
+#pragma once
+
+#include "engine/Manager.h"
+#include "engine/Track.h"
+#include "tests/engine/harness/EngineHarness.h"
+#include "tests/engine/tracks/TrackTestFiles.h"
+
+#include <memory>
+#include <string>
+
+namespace tracktest
+{
+
+/**
+ * A Manager with its first track, driven by the offline harness. The device input is the staircase
+ * stepValue on the left and its negative on the right, counted in device frames, and the input gain is
+ * 0 dB so that what is recorded can be compared with it sample by sample.
+ */
+class TrackRig
+{
+public:
+    TrackRig(uint32_t sampleRate, uint32_t block) : sampleRate_(sampleRate), block_(block)
+    {
+        manager_.setTrackSource(0, &track_);
+        manager_.setInputGain(0.0f);
+        harness_ = std::make_unique<enginetest::EngineHarness>(manager_, sampleRate, block);
+        harness_->recordOutput = false;
+        harness_->fillInput = [](AudioData& input, int64_t deviceFrame)
+        {
+            for (int64_t i = 0; i < input.frames; ++i)
+            {
+                input.channel[0][i] = stepValue(deviceFrame + i);
+                input.channel[1][i] = stepValueRight(deviceFrame + i);
+            }
+        };
+    }
+
+    Manager& manager() { return manager_; }
+    Track& track() { return track_; }
+    enginetest::EngineHarness& harness() { return *harness_; }
+
+    /** Runs blocks until frames have passed. */
+    void run(int64_t frames) { harness_->run(frames, block_); }
+
+    /**
+     * Arms the track, prepares a take into path with the punch points, starts it and the transport at
+     * position start, and runs frames. Returns the device frame at which the first block ran.
+     */
+    int64_t record(const std::string& path, int64_t start, int64_t frames, int64_t punchIn = 0,
+                   int64_t punchOut = 0)
+    {
+        track_.setArmed(true);
+        track_.beginTake(epiPath(path), punchIn, punchOut);
+        takeStarted_ = track_.setRecording(true);
+        manager_.locate(start);
+        manager_.start();
+        const int64_t first = harness_->deviceFrames();
+        run(frames);
+        return first;
+    }
+
+    /** Stops the transport, ends the take and disarms, as the main panel does. */
+    bool stopTake()
+    {
+        manager_.stop();
+        const bool merged = track_.setRecording(false);
+        track_.setArmed(false);
+        return merged;
+    }
+
+    bool takeStarted() const { return takeStarted_; }
+    uint32_t block() const { return block_; }
+
+private:
+    uint32_t sampleRate_;
+    uint32_t block_;
+    Track track_;
+    Manager manager_;
+    std::unique_ptr<enginetest::EngineHarness> harness_;
+    bool takeStarted_ = false;
+};
+
+} // namespace tracktest
