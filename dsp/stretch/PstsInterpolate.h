@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cmath>
 #include <cstdint>
 
 #if defined(__SSE2__)
@@ -40,42 +41,55 @@ inline void interpolateRun(const float* buf, double from, double step, float* ou
     const __m128 c25 = _mm_set1_ps(2.5f);
     const __m128 c2 = _mm_set1_ps(2.0f);
     const __m128 b = _mm_set1_ps(bias);
-    const __m128d s = _mm_set1_pd(step);
-    const __m128d lane01 = _mm_set_pd(1.0, 0.0);
-    const __m128d lane23 = _mm_set_pd(3.0, 2.0);
-    const __m128d f = _mm_set1_pd(from);
-    alignas(16) int32_t idx[4];
-    for (; k + 4 <= count; k += 4)
+    // Positions run in 32.32 fixed point: whole frames in the high half, the fraction in the low
+    // half. Rounding the step to 2^-32 of a frame moves a position by under 2e-6 frames over the
+    // longest grain, far below what the interpolation itself resolves.
+    constexpr double kOne = 4294967296.0;
+    if (from >= 0.0 && from + static_cast<double>(count) * step < 2.0e9)
     {
-        const __m128d kk = _mm_set1_pd(static_cast<double>(k));
-        const __m128d x01 = _mm_add_pd(f, _mm_mul_pd(_mm_add_pd(kk, lane01), s));
-        const __m128d x23 = _mm_add_pd(f, _mm_mul_pd(_mm_add_pd(kk, lane23), s));
-        const __m128i i01 = _mm_cvttpd_epi32(x01);
-        const __m128i i23 = _mm_cvttpd_epi32(x23);
-        const __m128 u01 = _mm_cvtpd_ps(_mm_sub_pd(x01, _mm_cvtepi32_pd(i01)));
-        const __m128 u23 = _mm_cvtpd_ps(_mm_sub_pd(x23, _mm_cvtepi32_pd(i23)));
-        const __m128 u = _mm_movelh_ps(u01, u23);
-        _mm_store_si128(reinterpret_cast<__m128i*>(idx), _mm_unpacklo_epi64(i01, i23));
-        __m128 p = _mm_loadu_ps(buf + idx[0] - 1);
-        __m128 q = _mm_loadu_ps(buf + idx[1] - 1);
-        __m128 r = _mm_loadu_ps(buf + idx[2] - 1);
-        __m128 t = _mm_loadu_ps(buf + idx[3] - 1);
-        _MM_TRANSPOSE4_PS(p, q, r, t);
-        p = _mm_add_ps(p, b);
-        q = _mm_add_ps(q, b);
-        r = _mm_add_ps(r, b);
-        t = _mm_add_ps(t, b);
-        const __m128 a3 = _mm_add_ps(_mm_mul_ps(_mm_sub_ps(q, r), c15), _mm_mul_ps(_mm_sub_ps(t, p), c05));
-        const __m128 a2 =
-            _mm_sub_ps(_mm_add_ps(_mm_sub_ps(p, _mm_mul_ps(c25, q)), _mm_mul_ps(c2, r)), _mm_mul_ps(c05, t));
-        const __m128 a1 = _mm_mul_ps(_mm_sub_ps(r, p), c05);
-        __m128 y =
-            _mm_add_ps(_mm_mul_ps(_mm_add_ps(_mm_mul_ps(_mm_add_ps(_mm_mul_ps(a3, u), a2), u), a1), u), q);
-        if (window != nullptr)
+        const auto fixedStep = static_cast<int64_t>(std::llround(step * kOne));
+        const auto fixedFrom = static_cast<int64_t>(std::llround(from * kOne));
+        __m128i x01 = _mm_set_epi64x(fixedFrom + fixedStep, fixedFrom);
+        __m128i x23 = _mm_set_epi64x(fixedFrom + 3 * fixedStep, fixedFrom + 2 * fixedStep);
+        const __m128i advance = _mm_set1_epi64x(4 * fixedStep);
+        const __m128i mantissaOne = _mm_set1_epi32(0x3f800000);
+        const __m128 one = _mm_set1_ps(1.0f);
+        alignas(16) int32_t idx[4];
+        for (; k + 4 <= count; k += 4)
         {
-            y = _mm_mul_ps(y, _mm_loadu_ps(window + k));
+            // High halves are the frames, low halves the fractions; the fraction's top 23 bits
+            // become the mantissa of a float in 1 .. 2.
+            const __m128i hi = _mm_unpacklo_epi64(_mm_shuffle_epi32(x01, _MM_SHUFFLE(3, 1, 3, 1)),
+                                                  _mm_shuffle_epi32(x23, _MM_SHUFFLE(3, 1, 3, 1)));
+            const __m128i lo = _mm_unpacklo_epi64(_mm_shuffle_epi32(x01, _MM_SHUFFLE(2, 0, 2, 0)),
+                                                  _mm_shuffle_epi32(x23, _MM_SHUFFLE(2, 0, 2, 0)));
+            const __m128 u =
+                _mm_sub_ps(_mm_castsi128_ps(_mm_or_si128(_mm_srli_epi32(lo, 9), mantissaOne)), one);
+            _mm_store_si128(reinterpret_cast<__m128i*>(idx), hi);
+            x01 = _mm_add_epi64(x01, advance);
+            x23 = _mm_add_epi64(x23, advance);
+            __m128 p = _mm_loadu_ps(buf + idx[0] - 1);
+            __m128 q = _mm_loadu_ps(buf + idx[1] - 1);
+            __m128 r = _mm_loadu_ps(buf + idx[2] - 1);
+            __m128 t = _mm_loadu_ps(buf + idx[3] - 1);
+            _MM_TRANSPOSE4_PS(p, q, r, t);
+            p = _mm_add_ps(p, b);
+            q = _mm_add_ps(q, b);
+            r = _mm_add_ps(r, b);
+            t = _mm_add_ps(t, b);
+            const __m128 a3 =
+                _mm_add_ps(_mm_mul_ps(_mm_sub_ps(q, r), c15), _mm_mul_ps(_mm_sub_ps(t, p), c05));
+            const __m128 a2 = _mm_sub_ps(_mm_add_ps(_mm_sub_ps(p, _mm_mul_ps(c25, q)), _mm_mul_ps(c2, r)),
+                                         _mm_mul_ps(c05, t));
+            const __m128 a1 = _mm_mul_ps(_mm_sub_ps(r, p), c05);
+            __m128 y = _mm_add_ps(
+                _mm_mul_ps(_mm_add_ps(_mm_mul_ps(_mm_add_ps(_mm_mul_ps(a3, u), a2), u), a1), u), q);
+            if (window != nullptr)
+            {
+                y = _mm_mul_ps(y, _mm_loadu_ps(window + k));
+            }
+            _mm_storeu_ps(out + k, y);
         }
-        _mm_storeu_ps(out + k, y);
     }
 #endif
     for (; k < count; ++k)

@@ -162,7 +162,11 @@ int32_t PstsVoice::process(float* output, int32_t count)
         return 0;
     }
     // Blocks are cut so that the read window and the longest grain always fit in the ring together.
-    const int32_t chunk = overlapAdd_.maxBlock(grainCapacity_);
+    // The pitch factor holds for the whole call, which bounds the grains it can make: a span of at
+    // most two periods, read at a step of 1 / pitchFactor.
+    const double longest = std::ceil(static_cast<double>(grain_ + previousGrain_) * pitchFactor_) + 2.0;
+    const int32_t chunk =
+        overlapAdd_.maxBlock(static_cast<int32_t>(std::min(longest, static_cast<double>(grainCapacity_))));
     int32_t done = 0;
     while (done < count)
     {
