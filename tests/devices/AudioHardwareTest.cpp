@@ -1,0 +1,734 @@
+#include "tests/devices/JackTestServer.h"
+
+#include "devices/AudioHardware.h"
+#include "engine/Manager.h"
+#include "host/settings/HostSettings.h"
+
+#include <gtest/gtest.h>
+#include <jack/midiport.h>
+
+#include <algorithm>
+
+#include <atomic>
+#include <chrono>
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+using Korvalind3Host::AudioHardware;
+using Korvalind3Host::AudioHardwareDelegate;
+using Korvalind3Host::BusyMeter;
+using Korvalind3Host::HostSettings;
+namespace fs = std::filesystem;
+
+namespace
+{
+
+/** Records the delegate's calls in order, as letters: S stopped, R resumed, W waiting,
+    N rate not supported, L lost. */
+class DelegateLog : public AudioHardwareDelegate
+{
+public:
+    std::string calls;
+    void hardwareStopped() override { calls += 'S'; }
+    void hardwareResumed() override { calls += 'R'; }
+    void hardwareWaiting() override { calls += 'W'; }
+    void hardwareRateNotSupported() override { calls += 'N'; }
+    void hardwareLost() override { calls += 'L'; }
+    int count(char c) const { return static_cast<int>(std::count(calls.begin(), calls.end(), c)); }
+};
+
+/** The device front with a clock the test moves, the traces kept, and the devices each start
+    looked for written down. */
+class TestHardware : public AudioHardware
+{
+public:
+    double now = 1000.0;
+    std::string traces;
+    std::vector<std::string> startsWithDevice;
+
+    bool startHardware() override
+    {
+        startsWithDevice.push_back(settingsForTest ? settingsForTest->inputDevice_.c_str() : "");
+        return AudioHardware::startHardware();
+    }
+    HostSettings* settingsForTest = nullptr;
+
+protected:
+    double applicationTime() const override { return now; }
+    void debugPrint(const char* text) override { traces += text; }
+};
+
+/** Settings in a folder of the test's own, so the user's are never read or written. */
+class SettingsFolder
+{
+public:
+    SettingsFolder()
+    {
+        char templ[] = "/tmp/kv3hwXXXXXX";
+        dir_ = mkdtemp(templ);
+        setenv("KV3_CONFIG_DIR", dir_.c_str(), 1);
+    }
+    ~SettingsFolder() { fs::remove_all(dir_); }
+    const fs::path& dir() const { return dir_; }
+
+private:
+    fs::path dir_;
+};
+
+/** Stored settings naming one device for both directions and its first two channels. */
+HostSettings storedSettings(const std::string& technology, const std::string& device,
+                            const std::string& inLeft, const std::string& inRight, const std::string& outLeft,
+                            const std::string& outRight, std::uint32_t bufferSize)
+{
+    HostSettings settings;
+    settings.technology_ = technology.c_str();
+    settings.inputDevice_ = device.c_str();
+    settings.outputDevice_ = device.c_str();
+    settings.inputLeftChannel_ = inLeft.c_str();
+    settings.inputRightChannel_ = inRight.c_str();
+    settings.outputLeftChannel_ = outLeft.c_str();
+    settings.outputRightChannel_ = outRight.c_str();
+    settings.bufferSize_ = bufferSize;
+    settings.save();
+    return settings;
+}
+
+HostSettings jackSettings(const JackTestServer& server, std::uint32_t bufferSize = 2048)
+{
+    return storedSettings("Asio", server.name(), "system:capture_1", "system:capture_2", "system:playback_1",
+                          "system:playback_2", bufferSize);
+}
+
+/** ALSA's null plug-in as the only device, through a configuration of the test's own. */
+class AlsaNullConfig
+{
+public:
+    explicit AlsaNullConfig(const fs::path& dir)
+    {
+        const fs::path conf = dir / "asound.conf";
+        std::ofstream(conf) << "pcm.kvnull { type null hint { show on description \"Null\" } }\n";
+        setenv("ALSA_CONFIG_PATH", conf.c_str(), 1);
+    }
+};
+
+/** Stands in for an armed track until tracks exist: what it is given live, it plays. */
+class MonitorSource : public TrackSource
+{
+public:
+    bool provide(AudioData&) override { return false; }
+    bool read(AudioData&) override { return false; }
+    void prepare(std::uint32_t, std::uint32_t blockSize) override
+    {
+        left_.assign(blockSize, 0.0f);
+        right_.assign(blockSize, 0.0f);
+    }
+    bool processInput(AudioData& input, AudioData& output) override
+    {
+        const auto n = static_cast<std::size_t>(std::min<std::int64_t>(input.frames, left_.size()));
+        std::copy(input.channel[0], input.channel[0] + n, left_.begin());
+        std::copy(input.channel[1], input.channel[1] + n, right_.begin());
+        output.channel[0] = left_.data();
+        output.channel[1] = right_.data();
+        output.channels = 2;
+        return true;
+    }
+    void setPlaying(bool) override {}
+    std::int64_t length() override { return 0; }
+    std::int64_t offset() override { return 0; }
+    void setOffset(std::int64_t) override {}
+    void setSpeedRatio(float) override {}
+
+private:
+    std::vector<float> left_, right_;
+};
+
+/** Keeps a copy of every MIDI event the Manager is given, written by the audio thread alone. */
+class MidiSpy : public AudioHardware
+{
+public:
+    static constexpr int kCapacity = 64;
+    MidiEvent events[kCapacity] = {};
+    /** Release by the audio thread after copying, acquire by the test before reading. */
+    std::atomic<int> seen{0};
+
+    void process(const float* const* inputs, std::uint32_t inputCount, float* const* outputs,
+                 std::uint32_t outputCount, std::uint32_t frames) override
+    {
+        AudioHardware::process(inputs, inputCount, outputs, outputCount, frames);
+        int n = seen.load(std::memory_order_relaxed);
+        for (std::uint32_t i = 0; i < midiBlock().count && n < kCapacity; ++i)
+        {
+            events[n++] = midiBlock().events[i];
+        }
+        seen.store(n, std::memory_order_release);
+    }
+};
+
+template <typename Pred> bool pollUntil(AudioHardware& hardware, Pred pred, std::chrono::milliseconds limit)
+{
+    const auto deadline = Clock::now() + limit;
+    while (Clock::now() < deadline)
+    {
+        hardware.poll();
+        if (pred())
+        {
+            return true;
+        }
+        std::this_thread::sleep_for(33ms); // the main panel's 30 Hz tick
+    }
+    return pred();
+}
+
+MidiMessage shortMessage(std::uint8_t length, std::uint8_t b0, std::uint8_t b1 = 0, std::uint8_t b2 = 0,
+                         std::uint8_t b3 = 0)
+{
+    MidiMessage m;
+    m.length = length;
+    m.bytes[0] = b0;
+    m.bytes[1] = b1;
+    m.bytes[2] = b2;
+    m.bytes[3] = b3;
+    return m;
+}
+
+} // namespace
+
+TEST(AudioHardwareRules, BufferSizeRule)
+{
+    EXPECT_EQ(AudioHardware::pickBufferSize({128, 256, 512}, 333), 128u);
+    EXPECT_EQ(AudioHardware::pickBufferSize({128, 2048, 4096}, 333), 2048u);
+    EXPECT_EQ(AudioHardware::pickBufferSize({128, 256, 512}, 256), 256u);
+    EXPECT_EQ(AudioHardware::pickBufferSize({}, 333), 2048u);
+    EXPECT_EQ(AudioHardware::pickBufferSize({4096, 64}, 333), 4096u) << "the first entry, not the smallest";
+}
+
+TEST(AudioHardwareBusyMeter, MeanOverThirtyTwoBlocksOfWhichThirtyOneCount)
+{
+    BusyMeter meter;
+    meter.setBlock(480, 48000); // 10 ms
+    EXPECT_FLOAT_EQ(meter.blockMicroseconds(), 10000.0f);
+    for (int i = 0; i < 64; ++i)
+    {
+        meter.addBlock(10000.0f);
+    }
+    EXPECT_EQ(meter.busyPercent(), 96) << "31 of 32 blocks at 100%";
+    for (int i = 0; i < 64; ++i)
+    {
+        meter.addBlock(30000.0f);
+    }
+    EXPECT_EQ(meter.busyPercent(), 96) << "a block over its time counts as 100%";
+    for (int i = 0; i < 64; ++i)
+    {
+        meter.addBlock(5000.0f);
+    }
+    EXPECT_EQ(meter.busyPercent(), 48);
+}
+
+TEST(AudioHardwareBusyMeter, RisesAtOnceAndFallsSlowly)
+{
+    BusyMeter meter;
+    meter.setBlock(480, 48000);
+    int shown = -1;
+    EXPECT_TRUE(meter.readBusyLevel(&shown)) << "a new block length forces a refresh";
+    EXPECT_EQ(shown, 0);
+    EXPECT_FALSE(meter.readBusyLevel(&shown));
+
+    for (int i = 0; i < 64; ++i)
+    {
+        meter.addBlock(5000.0f);
+    }
+    ASSERT_TRUE(meter.readBusyLevel(&shown));
+    EXPECT_EQ(shown, 48) << "a rise shows at once";
+
+    for (int i = 0; i < 64; ++i)
+    {
+        meter.addBlock(1000.0f);
+    }
+    ASSERT_EQ(meter.busyPercent(), 9);
+    // Each step holds for five calls, then falls by a growing step: 47, 45, 42, 38, 33, 27, 20, 12,
+    // and then the value itself, since the next step would pass below it.
+    std::vector<int> steps;
+    for (int call = 0; call < 200 && shown != 9; ++call)
+    {
+        if (meter.readBusyLevel(&shown))
+        {
+            steps.push_back(shown);
+            EXPECT_EQ(call % 6, 5) << "five quiet calls before each step";
+        }
+    }
+    EXPECT_EQ(steps, (std::vector<int>{47, 45, 42, 38, 33, 27, 20, 12, 9}));
+}
+
+TEST(AudioHardwareBusyMeter, AOnePointDifferenceWaitsTwoHundredCalls)
+{
+    BusyMeter meter;
+    meter.setBlock(480, 48000);
+    int shown = 0;
+    meter.readBusyLevel(&shown);
+    for (int i = 0; i < 64; ++i)
+    {
+        meter.addBlock(1000.0f); // 9%
+    }
+    ASSERT_TRUE(meter.readBusyLevel(&shown));
+    ASSERT_EQ(shown, 9);
+    for (int i = 0; i < 64; ++i)
+    {
+        meter.addBlock(1075.0f); // 10%
+    }
+    ASSERT_EQ(meter.busyPercent(), 10);
+    for (int call = 0; call < 200; ++call)
+    {
+        ASSERT_FALSE(meter.readBusyLevel(&shown)) << call;
+        ASSERT_EQ(shown, 9);
+    }
+    EXPECT_TRUE(meter.readBusyLevel(&shown));
+    EXPECT_EQ(shown, 10);
+    meter.reset();
+    EXPECT_TRUE(meter.readBusyLevel(&shown)) << "stopping forces a refresh too";
+    EXPECT_EQ(shown, 0);
+}
+
+TEST(AudioHardwareMidi, TheClockByteAndLongMessagesAreDroppedTheRestQueued)
+{
+    AudioHardware hardware;
+    Manager manager;
+    manager.setFormat(48000, 64);
+    hardware.setManager(&manager);
+    const MidiMessage messages[] = {
+        shortMessage(3, 0x90, 60, 100),
+        shortMessage(1, 0xF8),
+        shortMessage(1, 0xFE),
+        shortMessage(3, 0xF8, 1, 2),
+        shortMessage(5, 0x90, 1, 2, 3),
+        shortMessage(4, 0xB0, 7, 99, 0x55),
+        shortMessage(2, 0xC0, 5, 0xAA, 0xBB),
+    };
+    for (const MidiMessage& m : messages)
+    {
+        hardware.midiReceived(&m);
+    }
+    std::vector<float> in(128, 0.0f), out(128, 0.0f);
+    const float* inputs[2] = {in.data(), in.data() + 64};
+    float* outputs[2] = {out.data(), out.data() + 64};
+    EXPECT_FALSE(hardware.takeMidiActivity());
+    hardware.process(inputs, 2, outputs, 2, 64);
+    const MidiEventBlock& block = hardware.midiBlock();
+    ASSERT_EQ(block.count, 5u);
+    const std::uint32_t expected[] = {0x00643C90u, 0x000000FEu, 0x000201F8u, 0x556307B0u, 0xBBAA05C0u};
+    for (std::uint32_t i = 0; i < 5; ++i)
+    {
+        EXPECT_EQ(block.events[i].position, i) << "numbered in order of arrival";
+        EXPECT_EQ(block.events[i].message, expected[i]) << i;
+    }
+    EXPECT_TRUE(hardware.takeMidiActivity());
+    EXPECT_FALSE(hardware.takeMidiActivity());
+    hardware.process(inputs, 2, outputs, 2, 64);
+    EXPECT_EQ(hardware.midiBlock().count, 0u) << "each event is delivered once";
+    EXPECT_FALSE(hardware.takeMidiActivity()) << "a block without events leaves the flag alone";
+}
+
+TEST(AudioHardwareMidi, QueueFullAt999QueuedEvents)
+{
+    TestHardware hardware;
+    Manager manager;
+    manager.setFormat(48000, 64);
+    hardware.setManager(&manager);
+    for (int i = 0; i < 1005; ++i)
+    {
+        const MidiMessage m = shortMessage(3, 0x90, static_cast<std::uint8_t>(i & 0x7F), 1);
+        hardware.midiReceived(&m);
+    }
+    EXPECT_EQ(hardware.midiDropped(), 6u);
+    hardware.poll();
+    std::string six;
+    for (int i = 0; i < 6; ++i)
+    {
+        six += "Queue full!\n";
+    }
+    EXPECT_EQ(hardware.traces, six) << "reported on the interface thread, once per lost event";
+    hardware.poll();
+    EXPECT_EQ(hardware.traces, six);
+
+    std::vector<float> buffer(256, 0.0f);
+    const float* inputs[2] = {buffer.data(), buffer.data() + 64};
+    float* outputs[2] = {buffer.data() + 128, buffer.data() + 192};
+    hardware.process(inputs, 2, outputs, 2, 64);
+    ASSERT_EQ(hardware.midiBlock().count, 999u);
+    for (std::uint32_t i = 0; i < 999; ++i)
+    {
+        ASSERT_EQ((hardware.midiBlock().events[i].message >> 8) & 0x7F, i & 0x7F) << "arrival order";
+    }
+    const MidiMessage again = shortMessage(3, 0x80, 1, 0);
+    hardware.midiReceived(&again);
+    EXPECT_EQ(hardware.midiDropped(), 6u) << "room again once the block took the events";
+}
+
+TEST(AudioHardwareStates, RetriesOnceASecondAndTellsTheUserOnceAtTheFifthAttempt)
+{
+    SettingsFolder folder;
+    JackTestServer server; // named, never started: every start fails
+    HostSettings settings = jackSettings(server);
+    TestHardware hardware;
+    hardware.setSettings(&settings);
+    DelegateLog log;
+    hardware.setDelegate(&log);
+    EXPECT_EQ(log.calls, "S") << "a new delegate starts from the stopped picture";
+
+    hardware.poll();
+    EXPECT_TRUE(hardware.startsWithDevice.empty()) << "Stopped: nothing happens";
+    hardware.waitForHardware();
+    EXPECT_EQ(log.calls, "SW");
+    hardware.now += 0.5;
+    hardware.poll();
+    hardware.now += 0.5;
+    hardware.poll();
+    EXPECT_TRUE(hardware.startsWithDevice.empty()) << "not before a full second has passed";
+    for (int attempt = 1; attempt <= 9; ++attempt)
+    {
+        hardware.now += 1.01;
+        hardware.poll();
+        EXPECT_EQ(hardware.startsWithDevice.size(), static_cast<std::size_t>(attempt));
+        EXPECT_TRUE(hardware.isWaiting());
+        EXPECT_FALSE(hardware.isRunning());
+    }
+    EXPECT_EQ(hardware.waitAttempts(), 10);
+    EXPECT_EQ(log.count('L'), 1) << "once per run of failures";
+    EXPECT_EQ(log.calls.substr(0, 7), "SWWWWWL");
+
+    hardware.stopHardware();
+    hardware.waitForHardware();
+    for (int attempt = 0; attempt < 4; ++attempt)
+    {
+        hardware.now += 1.01;
+        hardware.poll();
+    }
+    EXPECT_EQ(log.count('L'), 2) << "waitForHardware starts a new run";
+}
+
+TEST(AudioHardwareStates, FirstRunTriesTheThreeRowsThenLeavesRowZero)
+{
+    SettingsFolder folder;
+    JackTestServer server; // no server: none of the rows can start
+    HostSettings settings;
+    ASSERT_FALSE(settings.load()) << "nothing stored yet";
+    ASSERT_TRUE(settings.isFirstRun());
+    HostSettings row;
+    row.applyHardwareRow(1);
+    const std::string row1 = row.inputDevice_.c_str();
+    row.applyHardwareRow(2);
+    const std::string row2 = row.inputDevice_.c_str();
+    row.applyHardwareRow(0);
+    const std::string row0 = row.inputDevice_.c_str();
+    ASSERT_NE(row0, row1);
+
+    TestHardware hardware;
+    hardware.settingsForTest = &settings;
+    hardware.setSettings(&settings);
+    hardware.waitForHardware();
+    hardware.now += 1.01;
+    hardware.poll();
+    EXPECT_EQ(hardware.startsWithDevice, (std::vector<std::string>{row0, row1, row2}));
+    EXPECT_EQ(std::string(settings.inputDevice_.c_str()), row0) << "row 0 is left in the settings";
+    EXPECT_TRUE(settings.isFirstRun());
+    hardware.now += 1.01;
+    hardware.poll();
+    EXPECT_EQ(hardware.startsWithDevice.size(), 6u) << "and the rows are tried again a second later";
+}
+
+TEST(AudioHardwareStart, ARateTheDeviceLacksOpensAt44100AndSaysSo)
+{
+    SettingsFolder folder;
+    AlsaNullConfig alsa(folder.dir());
+    HostSettings settings = storedSettings("DirectX", "kvnull", "Left", "Right", "Left", "Right", 333);
+    TestHardware hardware;
+    Manager manager;
+    hardware.setManager(&manager);
+    hardware.setSettings(&settings);
+    DelegateLog log;
+    hardware.setDelegate(&log);
+    hardware.setProjectSampleRate(32000);
+    ASSERT_TRUE(hardware.startHardware());
+    EXPECT_EQ(log.calls, "SN") << "told after the device has started";
+    EXPECT_EQ(hardware.backend()->config().sampleRate, 44100u);
+    // The common list of a technology that tells nothing holds 2048 but not 333.
+    EXPECT_EQ(settings.bufferSize_, 2048u);
+    EXPECT_EQ(manager.blockSize(), 2048u) << "the Manager hears of the new size";
+    EXPECT_EQ(manager.sampleRate(), 32000u) << "but the engine is not told of the replaced rate";
+    HostSettings reloaded;
+    ASSERT_TRUE(reloaded.load());
+    EXPECT_EQ(reloaded.bufferSize_, 2048u) << "the new size is stored at once";
+    hardware.stopHardware();
+
+    hardware.setProjectSampleRate(48000);
+    log.calls.clear();
+    ASSERT_TRUE(hardware.startHardware());
+    EXPECT_EQ(log.calls, "") << "a listed rate is no news";
+    EXPECT_EQ(hardware.backend()->config().sampleRate, 48000u);
+    hardware.stopHardware();
+}
+
+TEST(AudioHardwareJack, BringsTheEngineUpAndBlocksArriveAtTheServersPeriod)
+{
+    SettingsFolder folder;
+    JackTestServer server(48000, 256);
+    ASSERT_TRUE(server.start());
+    HostSettings settings = jackSettings(server, 2048);
+    AudioHardware hardware;
+    Manager manager;
+    manager.setFormat(48000, 2048);
+    hardware.setManager(&manager);
+    hardware.setSettings(&settings);
+    hardware.setProjectSampleRate(48000);
+    DelegateLog log;
+    hardware.setDelegate(&log);
+    hardware.waitForHardware();
+    ASSERT_TRUE(pollUntil(
+        hardware, [&] { return hardware.isRunning(); }, 3s))
+        << log.calls;
+    EXPECT_EQ(log.calls, "SWR");
+    EXPECT_EQ(settings.bufferSize_, 256u) << "the server's size replaces the stored one";
+    EXPECT_EQ(manager.blockSize(), 256u);
+    EXPECT_EQ(hardware.roundTripLatency(), 256u + 512u + 2u * 256u);
+
+    const std::uint32_t before = manager.blockCount();
+    const auto t0 = Clock::now();
+    std::this_thread::sleep_for(1s);
+    const double blocks = manager.blockCount() - before;
+    const double seconds = std::chrono::duration<double>(Clock::now() - t0).count();
+    EXPECT_GT(blocks, 120 * seconds);
+    EXPECT_LT(blocks, 260 * seconds);
+    int busy = -1;
+    hardware.readBusyLevel(&busy);
+    EXPECT_GE(busy, 0);
+    EXPECT_LT(busy, 100);
+    hardware.stopHardware();
+    EXPECT_EQ(log.calls.back(), 'S');
+}
+
+TEST(AudioHardwareJack, InputComesOutThroughTheLiveTrackWithTheInputGain)
+{
+    SettingsFolder folder;
+    JackTestServer server(48000, 256);
+    ASSERT_TRUE(server.start());
+    HostSettings settings = jackSettings(server, 256);
+    AudioHardware hardware;
+    Manager manager;
+    manager.setFormat(48000, 256);
+    MonitorSource monitor;
+    manager.setTrackSource(0, &monitor);
+    manager.setInputGain(0.0f);
+    hardware.setManager(&manager);
+    hardware.setSettings(&settings);
+    hardware.setProjectSampleRate(48000);
+    hardware.waitForHardware();
+    ASSERT_TRUE(pollUntil(
+        hardware, [&] { return hardware.isRunning(); }, 3s));
+
+    // Another program plays a steady 0.1 into the program's first input and listens to its first
+    // output.
+    struct Probe
+    {
+        jack_client_t* client = nullptr;
+        jack_port_t* out = nullptr;
+        jack_port_t* in = nullptr;
+        std::atomic<float> heard{0.0f};
+    } probe;
+    jack_status_t status;
+    probe.client = jack_client_open("kv3 probe", JackNoStartServer, &status);
+    ASSERT_NE(probe.client, nullptr);
+    probe.out = jack_port_register(probe.client, "out", JACK_DEFAULT_AUDIO_TYPE, JackPortIsOutput, 0);
+    probe.in = jack_port_register(probe.client, "in", JACK_DEFAULT_AUDIO_TYPE, JackPortIsInput, 0);
+    jack_set_process_callback(
+        probe.client,
+        [](jack_nframes_t n, void* arg) -> int
+        {
+            auto* p = static_cast<Probe*>(arg);
+            auto* out = static_cast<float*>(jack_port_get_buffer(p->out, n));
+            const auto* in = static_cast<const float*>(jack_port_get_buffer(p->in, n));
+            std::fill(out, out + n, 0.1f);
+            p->heard.store(in[n / 2], std::memory_order_relaxed);
+            return 0;
+        },
+        &probe);
+    ASSERT_EQ(jack_activate(probe.client), 0);
+    ASSERT_EQ(jack_connect(probe.client, jack_port_name(probe.out), "Korvalind 3:in_1"), 0);
+    ASSERT_EQ(jack_connect(probe.client, "Korvalind 3:out_1", jack_port_name(probe.in)), 0);
+
+    auto settle = [&](float expectedAbove)
+    {
+        const auto deadline = Clock::now() + 2s;
+        while (Clock::now() < deadline && probe.heard.load() <= expectedAbove)
+        {
+            std::this_thread::sleep_for(20ms);
+        }
+        std::this_thread::sleep_for(100ms);
+        return probe.heard.load();
+    };
+    const float unity = settle(0.0f);
+    ASSERT_GT(unity, 0.01f) << "the input never came out";
+    manager.setInputGain(12.0f);
+    const float louder = settle(unity * 1.5f);
+    EXPECT_NEAR(louder / unity, std::pow(10.0f, 12.0f / 20.0f), 0.02f) << unity << " " << louder;
+    jack_deactivate(probe.client);
+    jack_client_close(probe.client);
+    hardware.stopHardware();
+    manager.setTrackSource(0, nullptr);
+}
+
+TEST(AudioHardwareJack, MidiFromAnotherClientReachesTheBlockInArrivalOrder)
+{
+    SettingsFolder folder;
+    JackTestServer server(48000, 256);
+    ASSERT_TRUE(server.start());
+    HostSettings settings = jackSettings(server, 256);
+    settings.midiInputDevice_ = "JACK MIDI";
+    MidiSpy hardware;
+    Manager manager;
+    manager.setFormat(48000, 256);
+    hardware.setManager(&manager);
+    hardware.setSettings(&settings);
+    hardware.setProjectSampleRate(48000);
+    hardware.waitForHardware();
+    ASSERT_TRUE(pollUntil(
+        hardware, [&] { return hardware.isRunning(); }, 3s));
+    ASSERT_TRUE(hardware.MPMidi::isOpen());
+
+    jack_status_t status;
+    jack_client_t* sender = jack_client_open("kv3 midi sender", JackNoStartServer, &status);
+    ASSERT_NE(sender, nullptr);
+    struct Script
+    {
+        jack_port_t* port = nullptr;
+        std::atomic<int> sent{0};
+        std::atomic<bool> go{false};
+    } script;
+    script.port = jack_port_register(sender, "out", JACK_DEFAULT_MIDI_TYPE, JackPortIsOutput, 0);
+    jack_set_process_callback(
+        sender,
+        [](jack_nframes_t n, void* arg) -> int
+        {
+            auto* s = static_cast<Script*>(arg);
+            void* buffer = jack_port_get_buffer(s->port, n);
+            jack_midi_clear_buffer(buffer);
+            if (!s->go.load() || s->sent.load() >= 8)
+            {
+                return 0;
+            }
+            const int first = s->sent.load();
+            for (int i = 0; i < 4; ++i)
+            {
+                const std::uint8_t note[3] = {0x90, static_cast<std::uint8_t>(first + i), 100};
+                jack_midi_event_write(buffer, static_cast<jack_nframes_t>(i * 10), note, 3);
+            }
+            const std::uint8_t clock[1] = {0xF8};
+            jack_midi_event_write(buffer, 50, clock, 1);
+            s->sent.store(first + 4);
+            return 0;
+        },
+        &script);
+    ASSERT_EQ(jack_activate(sender), 0);
+    ASSERT_EQ(jack_connect(sender, jack_port_name(script.port), "Korvalind 3 MIDI:midi_in"), 0);
+
+    script.go = true;
+    for (int i = 0; i < 300 && hardware.seen.load() < 8; ++i)
+    {
+        std::this_thread::sleep_for(10ms);
+    }
+    jack_deactivate(sender);
+    jack_client_close(sender);
+    hardware.stopHardware();
+    // Every note once, in the order sent, numbered within its block; the clock never reaches it.
+    const int seen = hardware.seen.load(std::memory_order_acquire);
+    ASSERT_EQ(seen, 8);
+    for (int i = 0; i < seen; ++i)
+    {
+        EXPECT_EQ(hardware.events[i].message, 0x00640090u | static_cast<std::uint32_t>(i) << 8) << i;
+        if (i > 0 && hardware.events[i].position != 0)
+        {
+            EXPECT_EQ(hardware.events[i].position, hardware.events[i - 1].position + 1)
+                << "numbered in order";
+        }
+    }
+    EXPECT_TRUE(hardware.takeMidiActivity());
+}
+
+TEST(AudioHardwareJack, AKilledServerIsRetriedLostOnceAndResumedWhenItReturns)
+{
+    SettingsFolder folder;
+    JackTestServer server(48000, 256);
+    ASSERT_TRUE(server.start());
+    HostSettings settings = jackSettings(server, 256);
+    AudioHardware hardware;
+    Manager manager;
+    manager.setFormat(48000, 256);
+    hardware.setManager(&manager);
+    hardware.setSettings(&settings);
+    hardware.setProjectSampleRate(48000);
+    DelegateLog log;
+    hardware.setDelegate(&log);
+    hardware.waitForHardware();
+    ASSERT_TRUE(pollUntil(
+        hardware, [&] { return hardware.isRunning(); }, 3s));
+    log.calls.clear();
+
+    const auto killed = Clock::now();
+    server.kill();
+    ASSERT_TRUE(pollUntil(
+        hardware, [&] { return hardware.isWaiting(); }, 3s));
+    EXPECT_LT(Clock::now() - killed, 1200ms) << "the retry state within a second";
+    EXPECT_EQ(log.calls, "SW");
+
+    ASSERT_TRUE(pollUntil(
+        hardware, [&] { return log.count('L') > 0; }, 8s))
+        << log.calls;
+    EXPECT_EQ(hardware.waitAttempts(), 5);
+    pollUntil(
+        hardware, [&] { return hardware.waitAttempts() >= 7; }, 4s);
+    EXPECT_EQ(log.count('L'), 1);
+
+    ASSERT_TRUE(server.start());
+    ASSERT_TRUE(pollUntil(
+        hardware, [&] { return hardware.isRunning(); }, 4s))
+        << log.calls;
+    EXPECT_EQ(log.calls.back(), 'R');
+    const std::uint32_t blocks = manager.blockCount();
+    std::this_thread::sleep_for(300ms);
+    EXPECT_GT(manager.blockCount(), blocks + 20) << "running again, in the same process";
+    hardware.stopHardware();
+}
+
+TEST(AudioHardwareJack, AResetAskedForWhileWaitingRestartsOnceMore)
+{
+    SettingsFolder folder;
+    JackTestServer server(48000, 256);
+    ASSERT_TRUE(server.start());
+    HostSettings settings = jackSettings(server, 256);
+    TestHardware hardware;
+    Manager manager;
+    manager.setFormat(48000, 256);
+    hardware.setManager(&manager);
+    hardware.setSettings(&settings);
+    hardware.setProjectSampleRate(48000);
+    DelegateLog log;
+    hardware.setDelegate(&log);
+    hardware.waitForHardware();
+    EXPECT_EQ(hardware.notify(1), 0);
+    hardware.now += 1.01;
+    hardware.poll();
+    ASSERT_TRUE(hardware.isRunning());
+    hardware.poll(); // Running with the old request: stop and wait once more
+    EXPECT_TRUE(hardware.isWaiting());
+    EXPECT_EQ(log.calls, "SWRSW");
+    hardware.now += 1.01;
+    hardware.poll();
+    EXPECT_TRUE(hardware.isRunning());
+    hardware.poll();
+    EXPECT_TRUE(hardware.isRunning()) << "the request was taken once";
+    hardware.stopHardware();
+}
