@@ -8,6 +8,7 @@
 
 #include <cmath>
 #include <cstdlib>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -195,4 +196,53 @@ TEST(AudioResampler_DSP, RealFileAtAnotherRate)
     }
     file.close();
     std::remove(path.c_str());
+}
+
+// Over the matrix of rates and block sizes, and a random sequence of block sizes, reading block by
+// block gives exactly what one long read gives: no block boundary leaves a trace.
+TEST(AudioResampler_DSP, BlockSizesLeaveNoTraceAcrossTheRateMatrix)
+{
+    std::mt19937 rng(17);
+    for (int32_t in : {44100, 48000, 96000})
+        for (uint32_t out : {44100u, 48000u, 96000u})
+        {
+            if (static_cast<uint32_t>(in) == out)
+                continue;
+            RatedSound sound(in, 2, 30000, 997.0);
+            AudioResampler_DSP whole, blocks;
+            for (AudioResampler_DSP* r : {&whole, &blocks})
+            {
+                r->setProvider(&sound);
+                r->prepare(out, 1024);
+                r->sourceChanged();
+                ASSERT_TRUE(r->ready());
+            }
+            const int64_t total = std::min<int64_t>(whole.frames(), 12000);
+            Block reference(total);
+            reference.data.position = 0;
+            ASSERT_TRUE(whole.read(reference.data));
+            for (int sequence = 0; sequence < 4; ++sequence)
+            {
+                std::uniform_int_distribution<int64_t> sizes(1, 1024);
+                const int64_t fixed[] = {64, 256, 1024, 0};
+                Block block(1024);
+                blocks.setOutputRate(static_cast<float>(out)); // back to 0
+                for (int64_t position = 0; position < total;)
+                {
+                    const int64_t n =
+                        std::min(total - position, fixed[sequence] != 0 ? fixed[sequence] : sizes(rng));
+                    block.data.frames = n;
+                    block.data.position = position;
+                    ASSERT_TRUE(blocks.read(block.data));
+                    for (int64_t i = 0; i < n; ++i)
+                    {
+                        const auto at = static_cast<std::size_t>(position + i);
+                        ASSERT_EQ(block.left[static_cast<std::size_t>(i)], reference.left[at])
+                            << in << " -> " << out << " sequence " << sequence << " at " << at;
+                        ASSERT_EQ(block.right[static_cast<std::size_t>(i)], reference.right[at]);
+                    }
+                    position += n;
+                }
+            }
+        }
 }
