@@ -255,15 +255,14 @@ Result runRubberBand(const Material& m, const Setting& s, bool realTime)
     }
     else
     {
-        // Real time: feed what it asks for, then drop its start delay from the output's length.
-        int64_t pos = 0;
-        while (pos < m.frames)
+        // Real time, as a host drives it: blocks of 1024 frames in, whatever is ready out; its start
+        // delay is then taken off the output's length.
+        constexpr int64_t hostBlock = 1024;
+        for (int64_t pos = 0; pos < m.frames; pos += hostBlock)
         {
-            const auto want = static_cast<int64_t>(std::max<size_t>(rb.getSamplesRequired(), 1));
-            const int64_t n = std::min({want, chunk, m.frames - pos});
+            const int64_t n = std::min(hostBlock, m.frames - pos);
             const float* ins[2] = {m.left.data() + pos, m.right.data() + pos};
-            pos += n;
-            rb.process(ins, static_cast<size_t>(n), pos >= m.frames);
+            rb.process(ins, static_cast<size_t>(n), pos + n >= m.frames);
             drain();
         }
         while (drain() >= 0)
