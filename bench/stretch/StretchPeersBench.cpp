@@ -31,10 +31,12 @@ namespace
 
 constexpr int32_t kRate = 44100;
 
+// CPU time of the whole process: a peer may work on threads of its own (Rubber Band's offline mode
+// runs one per channel), and their time counts too.
 double cpuSeconds()
 {
     timespec t{};
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &t);
     return static_cast<double>(t.tv_sec) + 1e-9 * static_cast<double>(t.tv_nsec);
 }
 
