@@ -113,6 +113,8 @@ void AudioFxKV3Unit::prepare(std::uint32_t sampleRate, std::uint32_t blockSize)
     blockSize_ = blockSize;
     input_.alloc(blockSize, 2);
     output_.alloc(blockSize, 2);
+    warmUp_.alloc(blockSize, 2);
+    warmUpOut_.alloc(blockSize, 2);
     if (AudioFxKV3Instance* instance = instance_.load(std::memory_order_acquire); instance != nullptr)
     {
         instance->stopInstance();
@@ -151,16 +153,18 @@ void AudioFxKV3Unit::enable()
         instance->setState(userState_.data(), userState_.size());
     }
     instance->startInstance(sampleRate_, blockSize_, 2);
-    if (blockSize_ != 0 && input_.capacity() >= static_cast<std::int64_t>(blockSize_))
+    if (blockSize_ != 0 && warmUp_.capacity() >= static_cast<std::int64_t>(blockSize_))
     {
-        // Flush the library's start-up transients before the first block anyone hears.
-        input_.frames = blockSize_;
-        output_.frames = blockSize_;
-        input_.silence();
-        instance->process(input_.channel, output_.channel, static_cast<std::int32_t>(blockSize_));
+        // Flush the library's start-up transients before the first block anyone hears: one block
+        // of silence and a hundred more. The engine may be running and using the unit's own
+        // buffers as a pass-through meanwhile, so the warm-up has a pair of its own.
+        warmUp_.frames = blockSize_;
+        warmUpOut_.frames = blockSize_;
+        warmUp_.silence();
+        instance->process(warmUp_.channel, warmUpOut_.channel, static_cast<std::int32_t>(blockSize_));
         for (int i = 0; i < 100; ++i)
         {
-            instance->process(input_.channel, output_.channel, static_cast<std::int32_t>(blockSize_));
+            instance->process(warmUp_.channel, warmUpOut_.channel, static_cast<std::int32_t>(blockSize_));
         }
     }
     instance->setActive(true);

@@ -116,6 +116,9 @@ private:
     epiFileDump userState_;
     std::uint32_t sampleRate_ = 0;
     std::uint32_t blockSize_ = 0;
+    /** Silence in and scratch out for the warm-up of a new instance, apart from the engine's. */
+    AudioBuffer warmUp_;
+    AudioBuffer warmUpOut_;
     /** Blocks counted by the engine; release/acquire so that a grown count means the block is over. */
     std::atomic<std::uint32_t> tick_{0};
 };

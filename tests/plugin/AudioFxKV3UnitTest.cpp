@@ -306,7 +306,7 @@ TEST(AudioFxKV3Unit, ANeverEnabledUnitKeepsItsStateByteForByte)
     Rig rig;
     std::string bytes = "<KV3>\r\n\t<Program>x</Program>\r\n</KV3>";
     bytes.push_back('\0');
-    bytes += std::string("\xff\x00\x01 binary tail", 17);
+    bytes += std::string("\xff\x00\x01 binary tail", 15);
     epiFileDump loaded;
     fillDump(loaded, bytes);
     rig.unit.loadState(loaded);
