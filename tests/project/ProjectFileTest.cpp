@@ -1,0 +1,508 @@
+// The project file: its exact layout, saving and loading back, old and damaged files, moved folders.
+
+#include "ProjectFileBytes.h"
+#include "project/Document.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <limits>
+#include <random>
+#include <string>
+#include <unistd.h>
+
+namespace fs = std::filesystem;
+using projecttest::FileBytes;
+
+namespace
+{
+
+class ProjectFile : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        root_ = fs::temp_directory_path() / ("kv3-proj-" + std::to_string(::getpid()) + "-" +
+                                             ::testing::UnitTest::GetInstance()->current_test_info()->name());
+        fs::remove_all(root_);
+        fs::create_directories(root_);
+    }
+    void TearDown() override
+    {
+        fs::permissions(root_, fs::perms::owner_all, fs::perm_options::add);
+        fs::remove_all(root_);
+    }
+    std::string folder() const { return root_.string() + "/"; }
+
+    fs::path root_;
+};
+
+// Every field set away from its default, in a project of five tracks.
+void fillEverything(Document& doc, const std::string& folder)
+{
+    doc.addElement(epiPath(folder + "audio/bass.wav"));
+    doc.addElement(epiPath(folder + "audio/Audio_T1_1.aif"));
+    doc.elements[1]->recorded = true;
+    doc.addElement(epiPath("/elsewhere/chords.flac"));
+    doc.tracks.push_back(std::make_unique<DocumentTrack>());
+    for (size_t i = 0; i < doc.tracks.size(); ++i)
+    {
+        DocumentTrack& t = *doc.tracks[i];
+        const float f = static_cast<float>(i);
+        t.elementId = i < 3 ? static_cast<int32_t>(i + 1) : -1;
+        t.volume = -3.5f - f;
+        t.pan = -0.25f + f / 8.0f;
+        t.speed = 0.75f + f / 100.0f;
+        t.pitch = -2.0f + f;
+        t.effectEnabled = (i % 2) == 0;
+        t.effectLoaded = i != 1;
+        const uint8_t state[] = {1, 2, static_cast<uint8_t>(i), 0, 255};
+        t.effectState.copyBytes(state, i == 3 ? 0 : sizeof(state));
+        t.input = static_cast<int32_t>(i % 3);
+        t.armed = i == 2;
+        t.solo = i == 1;
+        t.mute = i == 3;
+        t.frozen = i == 0;
+        t.frozenPath = i == 0 ? epiPath(folder + "audio/bass_frozen.wav") : epiPath();
+    }
+    doc.sampleRate = 48000;
+    doc.workFolder = folder + "takes/";
+    doc.exportName = "mix.wav";
+    doc.masterSlider = 640;
+    doc.speedLink = false;
+    doc.clickEnabled = true;
+    doc.clickTempo = 133.3f;
+    doc.clickNumerator = 7;
+    doc.clickDenominator = 8;
+    doc.clickVolume = 35;
+    doc.loopEnabled = true;
+    doc.loopStart = 44100;
+    doc.loopEnd = 441000;
+    doc.speedRatio = 0.5f;
+    doc.inputGain = 13.5f;
+}
+
+void expectEqualTracks(const DocumentTrack& a, const DocumentTrack& b, size_t i)
+{
+    EXPECT_EQ(a.elementId, b.elementId) << i;
+    EXPECT_EQ(a.volume, b.volume) << i;
+    EXPECT_EQ(a.pan, b.pan) << i;
+    EXPECT_EQ(a.speed, b.speed) << i;
+    EXPECT_EQ(a.pitch, b.pitch) << i;
+    EXPECT_EQ(a.effectEnabled, b.effectEnabled) << i;
+    EXPECT_EQ(a.effectLoaded, b.effectLoaded) << i;
+    EXPECT_FALSE(a.effectState.differs(b.effectState)) << i;
+    EXPECT_EQ(a.input, b.input) << i;
+    EXPECT_EQ(a.armed, b.armed) << i;
+    EXPECT_EQ(a.solo, b.solo) << i;
+    EXPECT_EQ(a.mute, b.mute) << i;
+    EXPECT_EQ(a.frozen, b.frozen) << i;
+    EXPECT_EQ(a.frozenPath, b.frozenPath) << i;
+}
+
+// The file a saved new project with one element on track 1 must be, atom for atom.
+FileBytes expectedSmallProject(const std::string& folder)
+{
+    FileBytes f;
+    f.i32("vers", 4).i32("elcn", 1).i32("elid", 1).text("path", folder + "riff.wav").byte("kv3h", 1);
+    f.i32("tkcn", 4);
+    f.i32("elid", 1)
+        .f32("volu", -6.0f)
+        .f32("pann", 0.5f)
+        .f32("temp", 0.75f)
+        .f32("pich", 3.0f)
+        .i32("inps", 0)
+        .byte("fxen", 1)
+        .byte("fxlo", 1)
+        .byte("solo", 0)
+        .byte("mute", 1)
+        .byte("rarm", 1)
+        .byte("froz", 0)
+        .text("frpa", "")
+        .dump({0xDE, 0xAD, 0xBE, 0xEF, 0x01});
+    for (int i = 1; i < 4; ++i)
+    {
+        projecttest::plainTrack(f, -1);
+    }
+    f.text("wdir", folder)
+        .text("exfn", "out.wav")
+        .i32("masv", 870)
+        .byte("ckEn", 1)
+        .f32("meTe", 96.5f)
+        .i32("meSn", 3)
+        .i32("meSd", 4)
+        .i32("mevo", 80)
+        .byte("telk", 1)
+        .text("rpat", folder)
+        .i32("sara", 44100)
+        .byte("loen", 1)
+        .i32("lost", 1000)
+        .i32("loso", 88200)
+        .f32("mate", 2.0f)
+        .f32("inga", 6.0f);
+    return f;
+}
+
+} // namespace
+
+TEST_F(ProjectFile, SavedLayoutMatchesTheHandBuiltFileAtomForAtom)
+{
+    Document doc;
+    const int32_t id = doc.addElement(epiPath(folder() + "riff.wav"));
+    doc.elements[0]->recorded = true;
+    DocumentTrack& t = *doc.tracks[0];
+    t.elementId = id;
+    t.volume = -6.0f;
+    t.pan = 0.5f;
+    t.speed = 0.75f;
+    t.pitch = 3.0f;
+    t.mute = true;
+    const uint8_t state[] = {0xDE, 0xAD, 0xBE, 0xEF, 0x01};
+    t.effectState.copyBytes(state, sizeof(state));
+    doc.workFolder = folder();
+    doc.exportName = "out.wav";
+    doc.clickEnabled = true;
+    doc.clickTempo = 96.5f;
+    doc.clickNumerator = 3;
+    doc.clickVolume = 80;
+    doc.loopEnabled = true;
+    doc.loopStart = 1000;
+    doc.loopEnd = 88200;
+    doc.speedRatio = 2.0f;
+
+    // The extension is forced to kv3h.
+    ASSERT_TRUE(doc.save(epiPath(folder() + "small.project")));
+    const std::string saved = folder() + "small.kv3h";
+    EXPECT_FALSE(fs::exists(folder() + "small.project"));
+    EXPECT_FALSE(fs::exists(saved + ".part"));
+    EXPECT_EQ(doc.path, saved);
+    EXPECT_EQ(doc.name, "small");
+    EXPECT_EQ(doc.rootFolder, folder());
+
+    const std::vector<uint8_t> actual = projecttest::readAll(saved);
+    const FileBytes expectedFile = expectedSmallProject(folder());
+    const std::vector<uint8_t>& expected = expectedFile.bytes();
+    ASSERT_EQ(actual.size(), expected.size());
+    for (size_t i = 0; i < expected.size(); ++i)
+    {
+        ASSERT_EQ(actual[i], expected[i]) << "first difference at byte " << i;
+    }
+}
+
+TEST_F(ProjectFile, EveryFieldSavesAndLoadsBackEqual)
+{
+    Document doc;
+    fillEverything(doc, folder());
+    doc.modified = true;
+    ASSERT_TRUE(doc.save(epiPath(folder() + "all.kv3h")));
+    EXPECT_FALSE(doc.modified);
+
+    Document back;
+    ASSERT_TRUE(back.load(epiPath(folder() + "all.kv3h")));
+    ASSERT_EQ(back.elements.size(), doc.elements.size());
+    for (size_t i = 0; i < doc.elements.size(); ++i)
+    {
+        EXPECT_EQ(back.elements[i]->id, doc.elements[i]->id);
+        EXPECT_EQ(static_cast<const std::string&>(*back.elements[i]),
+                  static_cast<const std::string&>(*doc.elements[i]));
+        EXPECT_EQ(back.elements[i]->recorded, doc.elements[i]->recorded);
+    }
+    ASSERT_EQ(back.tracks.size(), 5u);
+    for (size_t i = 0; i < doc.tracks.size(); ++i)
+    {
+        expectEqualTracks(*back.tracks[i], *doc.tracks[i], i);
+    }
+    EXPECT_EQ(back.sampleRate, 48000);
+    EXPECT_EQ(back.workFolder, doc.workFolder);
+    EXPECT_EQ(back.exportName, "mix.wav");
+    EXPECT_EQ(back.masterSlider, 640);
+    EXPECT_FALSE(back.speedLink);
+    EXPECT_TRUE(back.clickEnabled);
+    EXPECT_EQ(back.clickTempo, 133.3f);
+    EXPECT_EQ(back.clickNumerator, 7);
+    EXPECT_EQ(back.clickDenominator, 8);
+    EXPECT_EQ(back.clickVolume, 35);
+    EXPECT_TRUE(back.loopEnabled);
+    EXPECT_EQ(back.loopStart, 44100);
+    EXPECT_EQ(back.loopEnd, 441000);
+    EXPECT_EQ(back.speedRatio, 0.5f);
+    EXPECT_EQ(back.inputGain, 13.5f);
+    EXPECT_EQ(back.rootFolder, folder());
+    EXPECT_EQ(back.path, folder() + "all.kv3h");
+    EXPECT_EQ(back.name, "all");
+}
+
+TEST_F(ProjectFile, VersionThreeDoesNotLoad)
+{
+    FileBytes f;
+    f.i32("vers", 3).i32("elcn", 1).i32("elid", 1).text("path", "/a.wav").byte("kv3h", 0).i32("tkcn", 4);
+    for (int i = 0; i < 4; ++i)
+    {
+        projecttest::plainTrack(f, 1);
+    }
+    projecttest::sessionUpToRatio(f, folder(), 100.0f);
+    ASSERT_TRUE(f.writeTo(folder() + "old.kv3h"));
+
+    Document doc;
+    EXPECT_FALSE(doc.load(epiPath(folder() + "old.kv3h")));
+    EXPECT_TRUE(doc.elements.empty());
+    ASSERT_EQ(doc.tracks.size(), 4u);
+    EXPECT_TRUE(doc.tracks[0]->armed);
+    EXPECT_EQ(doc.tracks[1]->elementId, -1);
+    EXPECT_FLOAT_EQ(doc.clickTempo, 120.0f);
+    // The file opened, so the project still takes its name.
+    EXPECT_EQ(doc.name, "old");
+}
+
+TEST_F(ProjectFile, MissingOrUnreadableFileFailsAndLeavesFourTracks)
+{
+    Document doc;
+    doc.addElement("/x.wav");
+    EXPECT_FALSE(doc.load(epiPath(folder() + "absent.kv3h")));
+    EXPECT_TRUE(doc.elements.empty());
+    EXPECT_EQ(doc.tracks.size(), 4u);
+    EXPECT_EQ(doc.name, "Untitled");
+
+    std::ofstream(folder() + "empty.kv3h").close();
+    EXPECT_FALSE(doc.load(epiPath(folder() + "empty.kv3h")));
+    EXPECT_EQ(doc.tracks.size(), 4u);
+}
+
+TEST_F(ProjectFile, FileEndingAfterTheSpeedRatioLoadsWithTheUsualInputGain)
+{
+    FileBytes f;
+    f.i32("vers", 4).i32("elcn", 0).i32("tkcn", 4);
+    for (int i = 0; i < 4; ++i)
+    {
+        projecttest::plainTrack(f, -1);
+    }
+    projecttest::sessionUpToRatio(f, folder(), 100.0f);
+    ASSERT_TRUE(f.writeTo(folder() + "nogain.kv3h"));
+
+    Document doc;
+    doc.inputGain = 20.0f;
+    EXPECT_TRUE(doc.load(epiPath(folder() + "nogain.kv3h")));
+    EXPECT_FLOAT_EQ(doc.inputGain, 6.0f);
+    EXPECT_FLOAT_EQ(doc.clickTempo, 100.0f);
+    // Saved here and loaded here: the work folder stays.
+    EXPECT_EQ(doc.workFolder, folder() + "takes/");
+}
+
+TEST_F(ProjectFile, SlowTempoComesUpAtSixty)
+{
+    for (float tempo : {40.0f, -5.0f, std::numeric_limits<float>::quiet_NaN()})
+    {
+        FileBytes f;
+        f.i32("vers", 4).i32("elcn", 0).i32("tkcn", 4);
+        for (int i = 0; i < 4; ++i)
+        {
+            projecttest::plainTrack(f, -1);
+        }
+        projecttest::sessionUpToRatio(f, folder(), tempo);
+        f.f32("inga", 3.0f);
+        ASSERT_TRUE(f.writeTo(folder() + "slow.kv3h"));
+        Document doc;
+        EXPECT_TRUE(doc.load(epiPath(folder() + "slow.kv3h")));
+        EXPECT_EQ(doc.clickTempo, 60.0f) << tempo;
+        EXPECT_EQ(doc.inputGain, 3.0f);
+    }
+}
+
+TEST_F(ProjectFile, FewerThanFourTracksComeUpAsFour)
+{
+    FileBytes f;
+    f.i32("vers", 4).i32("elcn", 0).i32("tkcn", 2);
+    projecttest::plainTrack(f, -1);
+    projecttest::plainTrack(f, -1);
+    projecttest::sessionUpToRatio(f, folder(), 120.0f);
+    ASSERT_TRUE(f.writeTo(folder() + "two.kv3h"));
+
+    Document doc;
+    EXPECT_TRUE(doc.load(epiPath(folder() + "two.kv3h")));
+    ASSERT_EQ(doc.tracks.size(), 4u);
+    // The two from the file are as saved (track 1 unarmed); the added ones are a new project's.
+    EXPECT_FALSE(doc.tracks[0]->armed);
+    EXPECT_FALSE(doc.tracks[2]->armed);
+    EXPECT_FALSE(doc.tracks[3]->effectLoaded);
+    EXPECT_EQ(doc.tracks[3]->input, 2);
+}
+
+TEST_F(ProjectFile, LoopPointsKeepOnlyTheirLowWords)
+{
+    Document doc;
+    doc.loopStart = (int64_t{1} << 32) + 5;
+    doc.loopEnd = (int64_t{3} << 32) + 700;
+    ASSERT_TRUE(doc.save(epiPath(folder() + "long.kv3h")));
+
+    Document fresh;
+    ASSERT_TRUE(fresh.load(epiPath(folder() + "long.kv3h")));
+    EXPECT_EQ(fresh.loopStart, 5);
+    EXPECT_EQ(fresh.loopEnd, 700);
+
+    // A high word in memory stays as it was at load.
+    Document kept;
+    kept.loopStart = int64_t{2} << 32;
+    ASSERT_TRUE(kept.load(epiPath(folder() + "long.kv3h")));
+    EXPECT_EQ(kept.loopStart, (int64_t{2} << 32) + 5);
+}
+
+TEST_F(ProjectFile, MovedProjectFolderFindsItsFilesWithoutAsking)
+{
+    const std::string before = folder() + "before/";
+    fs::create_directories(before + "audio");
+    std::ofstream(before + "audio/bass.wav") << "riff";
+    std::ofstream(before + "audio/bass_frozen.wav") << "riff";
+    Document doc;
+    doc.tracks[0]->elementId = doc.addElement(epiPath(before + "audio/bass.wav"));
+    doc.addElement(epiPath("/nowhere/lost.wav"));
+    doc.tracks[0]->frozen = true;
+    doc.tracks[0]->frozenPath = before + "audio/bass_frozen.wav";
+    doc.workFolder = before + "audio/";
+    ASSERT_TRUE(doc.save(epiPath(before + "song.kv3h")));
+
+    const std::string after = folder() + "after/moved/";
+    fs::create_directories(folder() + "after");
+    fs::rename(before, after);
+
+    class Recorder : public DocumentLocator
+    {
+    public:
+        bool locate(epiPath& path, const epiText& title) override
+        {
+            titles.push_back(title);
+            asked.push_back(path);
+            return false;
+        }
+        std::vector<std::string> titles, asked;
+    } locator;
+
+    Document back;
+    ASSERT_TRUE(back.load(epiPath(after + "song.kv3h")));
+    // The project moved: it no longer records into its old folder.
+    EXPECT_TRUE(back.workFolder.empty());
+    EXPECT_EQ(back.locateFiles(&locator), 1);
+    EXPECT_EQ(static_cast<const std::string&>(*back.elements[0]), after + "audio/bass.wav");
+    EXPECT_EQ(back.tracks[0]->frozenPath, after + "audio/bass_frozen.wav");
+    // Only the file that is nowhere was asked for, under its own name.
+    ASSERT_EQ(locator.titles.size(), 1u);
+    EXPECT_EQ(locator.titles[0], "Locate: lost.wav");
+    EXPECT_EQ(static_cast<const std::string&>(*back.elements[1]), "/nowhere/lost.wav");
+}
+
+TEST_F(ProjectFile, LocatorChoiceReplacesAMissingPath)
+{
+    std::ofstream(folder() + "found.wav") << "riff";
+    Document doc;
+    doc.addElement("/gone/take.wav");
+    ASSERT_TRUE(doc.save(epiPath(folder() + "p.kv3h")));
+
+    class Chooser : public DocumentLocator
+    {
+    public:
+        explicit Chooser(std::string choice) : choice_(std::move(choice)) {}
+        bool locate(epiPath& path, const epiText&) override
+        {
+            path = choice_;
+            return true;
+        }
+        std::string choice_;
+    } chooser(folder() + "found.wav");
+
+    Document back;
+    ASSERT_TRUE(back.load(epiPath(folder() + "p.kv3h")));
+    EXPECT_EQ(back.locateFiles(nullptr), 1);
+    EXPECT_EQ(static_cast<const std::string&>(*back.elements[0]), "/gone/take.wav");
+    EXPECT_EQ(back.locateFiles(&chooser), 0);
+    EXPECT_EQ(static_cast<const std::string&>(*back.elements[0]), folder() + "found.wav");
+}
+
+TEST_F(ProjectFile, FailedSaveKeepsTheOldFileAndTheDocumentsPath)
+{
+    Document doc;
+    doc.clickTempo = 99.0f;
+    ASSERT_TRUE(doc.save(epiPath(folder() + "keep.kv3h")));
+    const std::vector<uint8_t> good = projecttest::readAll(folder() + "keep.kv3h");
+
+    Document other;
+    other.save(epiPath(folder() + "no/such/folder/x.kv3h"));
+    EXPECT_TRUE(other.path.empty());
+    EXPECT_EQ(other.name, "Untitled");
+    EXPECT_EQ(other.rootFolder, folder() + "no/such/folder/");
+
+    if (::geteuid() != 0)
+    {
+        // A folder that can't be written: the old file is neither truncated nor replaced.
+        fs::permissions(root_, fs::perms::owner_write, fs::perm_options::remove);
+        doc.clickTempo = 150.0f;
+        doc.modified = true;
+        EXPECT_FALSE(doc.save(epiPath(folder() + "keep.kv3h")));
+        EXPECT_TRUE(doc.modified);
+        fs::permissions(root_, fs::perms::owner_write, fs::perm_options::add);
+        EXPECT_EQ(projecttest::readAll(folder() + "keep.kv3h"), good);
+    }
+}
+
+TEST_F(ProjectFile, EveryTruncationLoadsAPartialProjectWithFourTracks)
+{
+    Document doc;
+    fillEverything(doc, folder());
+    ASSERT_TRUE(doc.save(epiPath(folder() + "full.kv3h")));
+    const std::vector<uint8_t> full = projecttest::readAll(folder() + "full.kv3h");
+    const std::string cut = folder() + "cut.kv3h";
+    size_t successes = 0;
+    for (size_t length = 0; length < full.size(); ++length)
+    {
+        {
+            std::ofstream out(cut, std::ios::binary | std::ios::trunc);
+            out.write(reinterpret_cast<const char*>(full.data()), static_cast<std::streamsize>(length));
+        }
+        Document back;
+        const bool ok = back.load(epiPath(cut));
+        successes += ok ? 1 : 0;
+        ASSERT_GE(back.tracks.size(), 4u) << length;
+        ASSERT_GE(back.clickTempo, 60.0f) << length;
+        ASSERT_LE(back.elements.size(), doc.elements.size()) << length;
+        // Whatever was read before the cut is what was saved.
+        for (size_t i = 0; i < back.elements.size(); ++i)
+        {
+            if (back.elements[i]->id != -1)
+            {
+                ASSERT_EQ(back.elements[i]->id, doc.elements[i]->id) << length;
+            }
+        }
+    }
+    // Only a file cut inside the optional input gain (or not at all) reads completely.
+    EXPECT_EQ(successes, 16u);
+}
+
+TEST_F(ProjectFile, CorruptedBytesNeverBreakTheLoader)
+{
+    Document doc;
+    fillEverything(doc, folder());
+    ASSERT_TRUE(doc.save(epiPath(folder() + "full.kv3h")));
+    const std::vector<uint8_t> full = projecttest::readAll(folder() + "full.kv3h");
+    std::mt19937 random(1234);
+    const std::string bad = folder() + "bad.kv3h";
+    for (int round = 0; round < 400; ++round)
+    {
+        std::vector<uint8_t> bytes = full;
+        const int flips = 1 + static_cast<int>(random() % 8);
+        for (int k = 0; k < flips; ++k)
+        {
+            bytes[random() % bytes.size()] = static_cast<uint8_t>(random());
+        }
+        {
+            std::ofstream out(bad, std::ios::binary | std::ios::trunc);
+            out.write(reinterpret_cast<const char*>(bytes.data()),
+                      static_cast<std::streamsize>(bytes.size()));
+        }
+        Document back;
+        back.load(epiPath(bad));
+        ASSERT_GE(back.tracks.size(), 4u) << round;
+        ASSERT_GE(back.clickTempo, 60.0f) << round;
+        // A damaged count can't make the loader invent more records than the file has room for.
+        ASSERT_LE(back.elements.size(), bytes.size() / 36) << round;
+        ASSERT_LE(back.tracks.size(), std::max<size_t>(4, bytes.size() / 180)) << round;
+    }
+}
