@@ -145,6 +145,20 @@ TEST(PluginLoad, TheStoreNamesTheLibraryFirst)
     expectOneMessage(sink2, "VPA compatibility error", "VPA Host rejected VPA PlugIn");
 }
 
+TEST(PluginLoad, AStoredPathThatIsGoneIsNamedWithoutFallingBack)
+{
+    ConfigFolder folder;
+    ::setenv("KV3_VPA2_PATH", KV3_TEST_GAIN, 1);
+    Korvalind3Host::SettingsStore store;
+    const std::string gone = folder.path() + "/uninstalled/amp.so";
+    ASSERT_TRUE(store.writeString("VPA2Path", gone));
+    RecordingSink sink;
+    AudioFxKV3Plugin plugin(&sink);
+    ::unsetenv("KV3_VPA2_PATH");
+    EXPECT_EQ(plugin.plugin(), nullptr);
+    expectOneMessage(sink, "DLL error", "Can't load " + gone);
+}
+
 TEST(PluginLoad, TheInstalledLibraryIsFoundInTheSearchFolders)
 {
     ConfigFolder folder;
