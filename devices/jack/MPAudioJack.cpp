@@ -23,6 +23,10 @@ struct CallbackState
     /** Relaxed counters: read by the watchdog and by tests, never to publish data. */
     std::atomic<std::uint32_t> callbacks{0};
     std::atomic<std::uint32_t> xruns{0};
+    /** Callbacks that have returned: release at the end of each, acquire by the interface thread
+        once the server has stopped calling, so that everything a callback did happens before what
+        the interface thread does next (the server's own hand-off is in another process). */
+    std::atomic<std::uint32_t> returned{0};
     /** The first reset request of a start wins; relaxed, it is a one-shot latch. */
     std::atomic<bool> resetSent{false};
     jack_nframes_t frames = 0;     ///< the block size the device was opened with
@@ -56,12 +60,15 @@ int processThunk(jack_nframes_t frames, void* arg)
     if (backend && !state->muted.load(std::memory_order_acquire) && frames == state->frames)
     {
         backend->jackProcess(frames);
-        return 0;
     }
-    for (jack_port_t* port : state->outputPorts)
+    else
     {
-        std::memset(jack_port_get_buffer(port, frames), 0, frames * sizeof(float));
+        for (jack_port_t* port : state->outputPorts)
+        {
+            std::memset(jack_port_get_buffer(port, frames), 0, frames * sizeof(float));
+        }
     }
+    state->returned.fetch_add(1, std::memory_order_release);
     return 0;
 }
 
@@ -155,6 +162,7 @@ void MPAudioJack::dropClient()
     state_->backend.store(nullptr, std::memory_order_release);
     if (kv3jack::closeClient(client_, false, deleteStateThunk, state_))
     {
+        state_->returned.load(std::memory_order_acquire);
         delete state_;
     }
     client_ = nullptr;
@@ -410,6 +418,10 @@ void MPAudioJack::LoLevelStop()
     {
         // The server doesn't answer: the block path is muted, and close gives the client up.
         lastError_ = "the JACK server did not answer the stop";
+    }
+    else if (state_)
+    {
+        state_->returned.load(std::memory_order_acquire);
     }
 }
 

@@ -19,6 +19,9 @@ struct JackMidiState
         the pointer sees the object built. */
     std::atomic<MPMidiLinux*> owner{nullptr};
     jack_port_t* port = nullptr;
+    /** Callbacks that have returned: release at the end of each, acquire once the server has
+        stopped calling (its own hand-off happens in another process). */
+    std::atomic<std::uint32_t> returned{0};
 };
 
 } // namespace kv3midi
@@ -51,6 +54,7 @@ int jackMidiThunk(jack_nframes_t frames, void* arg)
             owner->deliver(event.buffer, event.size);
         }
     }
+    state->returned.fetch_add(1, std::memory_order_release);
     return 0;
 }
 
@@ -290,6 +294,10 @@ void MPMidiLinux::LoLevelClose()
         }
         if (kv3jack::closeClient(jack_, true, deleteStateThunk, jackState_))
         {
+            if (jackState_)
+            {
+                jackState_->returned.load(std::memory_order_acquire);
+            }
             delete jackState_;
         }
         jack_ = nullptr;

@@ -1,3 +1,4 @@
+#include "tests/devices/JackPeer.h"
 #include "tests/devices/JackTestServer.h"
 
 #include "devices/AudioHardware.h"
@@ -5,7 +6,6 @@
 #include "host/settings/HostSettings.h"
 
 #include <gtest/gtest.h>
-#include <jack/midiport.h>
 
 #include <algorithm>
 
@@ -530,53 +530,33 @@ TEST(AudioHardwareJack, InputComesOutThroughTheLiveTrackWithTheInputGain)
     ASSERT_TRUE(pollUntil(
         hardware, [&] { return hardware.isRunning(); }, 3s));
 
-    // Another program plays a steady 0.1 into the program's first input and listens to its first
-    // output.
-    struct Probe
-    {
-        jack_client_t* client = nullptr;
-        jack_port_t* out = nullptr;
-        jack_port_t* in = nullptr;
-        std::atomic<float> heard{0.0f};
-    } probe;
-    jack_status_t status;
-    probe.client = jack_client_open("kv3 probe", JackNoStartServer, &status);
-    ASSERT_NE(probe.client, nullptr);
-    probe.out = jack_port_register(probe.client, "out", JACK_DEFAULT_AUDIO_TYPE, JackPortIsOutput, 0);
-    probe.in = jack_port_register(probe.client, "in", JACK_DEFAULT_AUDIO_TYPE, JackPortIsInput, 0);
-    jack_set_process_callback(
-        probe.client,
-        [](jack_nframes_t n, void* arg) -> int
-        {
-            auto* p = static_cast<Probe*>(arg);
-            auto* out = static_cast<float*>(jack_port_get_buffer(p->out, n));
-            const auto* in = static_cast<const float*>(jack_port_get_buffer(p->in, n));
-            std::fill(out, out + n, 0.1f);
-            p->heard.store(in[n / 2], std::memory_order_relaxed);
-            return 0;
-        },
-        &probe);
-    ASSERT_EQ(jack_activate(probe.client), 0);
-    ASSERT_EQ(jack_connect(probe.client, jack_port_name(probe.out), "Korvalind 3:in_1"), 0);
-    ASSERT_EQ(jack_connect(probe.client, "Korvalind 3:out_1", jack_port_name(probe.in)), 0);
-
-    auto settle = [&](float expectedAbove)
-    {
-        const auto deadline = Clock::now() + 2s;
-        while (Clock::now() < deadline && probe.heard.load() <= expectedAbove)
-        {
-            std::this_thread::sleep_for(20ms);
-        }
-        std::this_thread::sleep_for(100ms);
-        return probe.heard.load();
-    };
-    const float unity = settle(0.0f);
-    ASSERT_GT(unity, 0.01f) << "the input never came out";
+    // Another program plays a steady 0.1 into the program's first input and records its first
+    // output for two seconds; halfway the input gain goes from 0 to 12 dB.
+    const std::string file = "/tmp/kv3hwpeer_" + std::to_string(getpid()) + ".raw";
+    JackPeer peer({"audio", "Korvalind 3:in_1", "Korvalind 3:out_1", "96000", file, "0.1"});
+    std::this_thread::sleep_for(1000ms);
     manager.setInputGain(12.0f);
-    const float louder = settle(unity * 1.5f);
+    ASSERT_EQ(peer.wait(), 0);
+    const std::vector<float> heard = JackPeer::readFloats(file);
+    std::remove(file.c_str());
+    ASSERT_EQ(heard.size(), 96000u);
+    // The first and the last level that held for a tenth of a second.
+    auto steadyLevel = [&](bool fromEnd)
+    {
+        for (std::size_t k = 0; k + 4800 < heard.size(); ++k)
+        {
+            const std::size_t i = fromEnd ? heard.size() - 4800 - k : k;
+            if (heard[i] > 0.0f && heard[i + 4799] == heard[i])
+            {
+                return heard[i];
+            }
+        }
+        return 0.0f;
+    };
+    const float unity = steadyLevel(false);
+    const float louder = steadyLevel(true);
+    ASSERT_GT(unity, 0.01f) << "the input never came out";
     EXPECT_NEAR(louder / unity, std::pow(10.0f, 12.0f / 20.0f), 0.02f) << unity << " " << louder;
-    jack_deactivate(probe.client);
-    jack_client_close(probe.client);
     hardware.stopHardware();
     manager.setTrackSource(0, nullptr);
 }
@@ -599,56 +579,20 @@ TEST(AudioHardwareJack, MidiFromAnotherClientReachesTheBlockInArrivalOrder)
         hardware, [&] { return hardware.isRunning(); }, 3s));
     ASSERT_TRUE(hardware.MPMidi::isOpen());
 
-    jack_status_t status;
-    jack_client_t* sender = jack_client_open("kv3 midi sender", JackNoStartServer, &status);
-    ASSERT_NE(sender, nullptr);
-    struct Script
-    {
-        jack_port_t* port = nullptr;
-        std::atomic<int> sent{0};
-        std::atomic<bool> go{false};
-    } script;
-    script.port = jack_port_register(sender, "out", JACK_DEFAULT_MIDI_TYPE, JackPortIsOutput, 0);
-    jack_set_process_callback(
-        sender,
-        [](jack_nframes_t n, void* arg) -> int
-        {
-            auto* s = static_cast<Script*>(arg);
-            void* buffer = jack_port_get_buffer(s->port, n);
-            jack_midi_clear_buffer(buffer);
-            if (!s->go.load() || s->sent.load() >= 8)
-            {
-                return 0;
-            }
-            const int first = s->sent.load();
-            for (int i = 0; i < 4; ++i)
-            {
-                const std::uint8_t note[3] = {0x90, static_cast<std::uint8_t>(first + i), 100};
-                jack_midi_event_write(buffer, static_cast<jack_nframes_t>(i * 10), note, 3);
-            }
-            const std::uint8_t clock[1] = {0xF8};
-            jack_midi_event_write(buffer, 50, clock, 1);
-            s->sent.store(first + 4);
-            return 0;
-        },
-        &script);
-    ASSERT_EQ(jack_activate(sender), 0);
-    ASSERT_EQ(jack_connect(sender, jack_port_name(script.port), "Korvalind 3 MIDI:midi_in"), 0);
-
-    script.go = true;
-    for (int i = 0; i < 300 && hardware.seen.load() < 8; ++i)
+    JackPeer peer({"midi", "Korvalind 3 MIDI:midi_in", "8"});
+    ASSERT_EQ(peer.wait(), 0);
+    for (int i = 0; i < 100 && hardware.seen.load() < 8; ++i)
     {
         std::this_thread::sleep_for(10ms);
     }
-    jack_deactivate(sender);
-    jack_client_close(sender);
     hardware.stopHardware();
     // Every note once, in the order sent, numbered within its block; the clock never reaches it.
     const int seen = hardware.seen.load(std::memory_order_acquire);
     ASSERT_EQ(seen, 8);
     for (int i = 0; i < seen; ++i)
     {
-        EXPECT_EQ(hardware.events[i].message, 0x00640090u | static_cast<std::uint32_t>(i) << 8) << i;
+        const auto status = static_cast<std::uint32_t>(0x90 | (i % 16));
+        EXPECT_EQ(hardware.events[i].message, 0x00400000u | static_cast<std::uint32_t>(i) << 8 | status) << i;
         if (i > 0 && hardware.events[i].position != 0)
         {
             EXPECT_EQ(hardware.events[i].position, hardware.events[i - 1].position + 1)

@@ -1,3 +1,4 @@
+#include "tests/devices/JackPeer.h"
 #include "tests/devices/JackTestServer.h"
 #include "tests/devices/ScriptedBackend.h"
 
@@ -50,76 +51,16 @@ public:
     }
 };
 
-/**
- * Another program on the server: it plays a frame-counter signal into the backend's first input
- * and records what comes back from the backend's first output.
- */
-class SignalClient
+/** The value the peer plays at a frame: a ramp that repeats every 4096 frames, never above 0.5. */
+float played(std::size_t frame)
 {
-public:
-    static constexpr std::size_t kCapacity = 48000 * 4;
+    return static_cast<float>(frame % 4096) / 8192.0f;
+}
 
-    SignalClient() : received_(kCapacity, 0.0f)
-    {
-        jack_status_t status;
-        client_ = jack_client_open("kv3 signal", JackNoStartServer, &status);
-        if (!client_)
-        {
-            return;
-        }
-        out_ = jack_port_register(client_, "out", JACK_DEFAULT_AUDIO_TYPE, JackPortIsOutput, 0);
-        in_ = jack_port_register(client_, "in", JACK_DEFAULT_AUDIO_TYPE, JackPortIsInput, 0);
-        jack_set_process_callback(client_, processThunk, this);
-        jack_activate(client_);
-    }
-    ~SignalClient()
-    {
-        if (client_)
-        {
-            jack_deactivate(client_);
-            jack_client_close(client_);
-        }
-    }
-    bool ok() const { return client_ && out_ && in_; }
-    bool connectTo(const char* backendIn, const char* backendOut)
-    {
-        return jack_connect(client_, jack_port_name(out_), backendIn) == 0 &&
-               jack_connect(client_, backendOut, jack_port_name(in_)) == 0;
-    }
-    /** The value played at a frame: a ramp that repeats every 4096 frames, never louder than 0.5. */
-    static float played(std::size_t frame) { return static_cast<float>(frame % 4096) / 8192.0f; }
-    std::size_t receivedFrames() const { return written_.load(std::memory_order_acquire); }
-    const std::vector<float>& received() const { return received_; }
-    jack_client_t* handle() const { return client_; }
-
-private:
-    static int processThunk(jack_nframes_t n, void* arg)
-    {
-        auto* self = static_cast<SignalClient*>(arg);
-        auto* out = static_cast<float*>(jack_port_get_buffer(self->out_, n));
-        const auto* in = static_cast<const float*>(jack_port_get_buffer(self->in_, n));
-        std::size_t w = self->written_.load(std::memory_order_relaxed);
-        for (jack_nframes_t i = 0; i < n; ++i)
-        {
-            out[i] = played(self->frame_ + i);
-            if (w < kCapacity)
-            {
-                self->received_[w++] = in[i];
-            }
-        }
-        self->frame_ += n;
-        // Release: the samples above are visible to a reader that sees the new count.
-        self->written_.store(w, std::memory_order_release);
-        return 0;
-    }
-
-    jack_client_t* client_ = nullptr;
-    jack_port_t* out_ = nullptr;
-    jack_port_t* in_ = nullptr;
-    std::size_t frame_ = 0;
-    std::vector<float> received_;
-    std::atomic<std::size_t> written_{0};
-};
+std::string tempFile(const char* stem)
+{
+    return "/tmp/" + std::string(stem) + "_" + std::to_string(getpid()) + ".raw";
+}
 
 MPAudioConfig stereoConfig(std::uint32_t rate = 48000, std::uint32_t frames = 1024)
 {
@@ -265,22 +206,23 @@ TEST(MPAudioJack, AnotherClientsAudioComesBackThroughTheRouting)
     config.outputRouting[0] = {true, 1};
     ASSERT_TRUE(jack.open(config)) << jack.lastError();
     ASSERT_TRUE(jack.start());
-    SignalClient signal;
-    ASSERT_TRUE(signal.ok());
-    ASSERT_TRUE(signal.connectTo("Korvalind 3:in_1", "Korvalind 3:out_2"));
-    ASSERT_TRUE(waitFor([&] { return signal.receivedFrames() >= 48000; }, 5s));
+    const std::string file = tempFile("kv3jackpeer");
+    JackPeer peer({"audio", "Korvalind 3:in_1", "Korvalind 3:out_2", "48000", file, "ramp"});
+    ASSERT_EQ(peer.wait(), 0);
     jack.stop();
+    const std::vector<float> got = JackPeer::readFloats(file);
+    std::remove(file.c_str());
+    ASSERT_EQ(got.size(), 48000u);
 
     // Find the delay on a stretch well after the connections settled, then check every frame.
-    const std::vector<float>& got = signal.received();
     const std::size_t from = 24000;
     std::size_t delay = 0;
     bool found = false;
     for (; delay < 8192; ++delay)
     {
-        if (std::fabs(got[from] - 0.5f * SignalClient::played(from - delay)) < 1e-6f &&
-            std::fabs(got[from + 1] - 0.5f * SignalClient::played(from + 1 - delay)) < 1e-6f &&
-            std::fabs(got[from + 2000] - 0.5f * SignalClient::played(from + 2000 - delay)) < 1e-6f)
+        if (std::fabs(got[from] - 0.5f * played(from - delay)) < 1e-6f &&
+            std::fabs(got[from + 1] - 0.5f * played(from + 1 - delay)) < 1e-6f &&
+            std::fabs(got[from + 2000] - 0.5f * played(from + 2000 - delay)) < 1e-6f)
         {
             found = true;
             break;
@@ -291,7 +233,7 @@ TEST(MPAudioJack, AnotherClientsAudioComesBackThroughTheRouting)
     int wrong = 0;
     for (std::size_t i = from; i < from + 16000; ++i)
     {
-        wrong += std::fabs(got[i] - 0.5f * SignalClient::played(i - delay)) > 1e-6f;
+        wrong += std::fabs(got[i] - 0.5f * played(i - delay)) > 1e-6f;
     }
     // A missed period of the unscheduled dummy driver can shift a stretch; most frames must match.
     EXPECT_LT(wrong, 1024);
@@ -339,9 +281,8 @@ TEST(MPAudioJack, ABufferSizeChangeAsksForAReset)
     ASSERT_TRUE(jack.open(stereoConfig()));
     ASSERT_TRUE(jack.start());
     ASSERT_TRUE(waitFor([&] { return client.blocks.load() > 5; }, 2s));
-    SignalClient other;
-    ASSERT_TRUE(other.ok());
-    ASSERT_EQ(jack_set_buffer_size(other.handle(), 512), 0);
+    JackPeer peer({"buffersize", "512"});
+    ASSERT_EQ(peer.wait(), 0);
     EXPECT_TRUE(waitFor([&] { return client.resets.load() == 1; }, 2s));
     const int blocks = client.blocks.load();
     std::this_thread::sleep_for(100ms);

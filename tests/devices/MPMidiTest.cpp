@@ -1,10 +1,10 @@
+#include "tests/devices/JackPeer.h"
 #include "tests/devices/JackTestServer.h"
 
 #include "devices/MPMidi.h"
 #include "devices/midi/MPMidiLinux.h"
 
 #include <gtest/gtest.h>
-#include <jack/midiport.h>
 
 #include <atomic>
 #include <chrono>
@@ -76,68 +76,6 @@ protected:
             inputDevices_.push_back(device);
         }
     }
-};
-
-/** Another program on the JACK server that plays a script of MIDI events, a few per period. */
-class MidiSender
-{
-public:
-    struct Event
-    {
-        std::vector<std::uint8_t> bytes;
-    };
-
-    explicit MidiSender(std::vector<Event> script) : script_(std::move(script))
-    {
-        jack_status_t status;
-        client_ = jack_client_open("kv3 midi sender", JackNoStartServer, &status);
-        if (client_)
-        {
-            port_ = jack_port_register(client_, "out", JACK_DEFAULT_MIDI_TYPE, JackPortIsOutput, 0);
-            jack_set_process_callback(client_, thunk, this);
-            jack_activate(client_);
-        }
-    }
-    ~MidiSender()
-    {
-        if (client_)
-        {
-            jack_deactivate(client_);
-            jack_client_close(client_);
-        }
-    }
-    bool connect(const char* to) { return client_ && jack_connect(client_, jack_port_name(port_), to) == 0; }
-    /** Starts playing the script from the next period. */
-    void go() { go_.store(true, std::memory_order_release); }
-    bool done() const { return next_.load(std::memory_order_acquire) >= script_.size(); }
-
-private:
-    static int thunk(jack_nframes_t frames, void* arg)
-    {
-        auto* self = static_cast<MidiSender*>(arg);
-        void* buffer = jack_port_get_buffer(self->port_, frames);
-        jack_midi_clear_buffer(buffer);
-        if (!self->go_.load(std::memory_order_acquire))
-        {
-            return 0;
-        }
-        // Three events per period at rising offsets, so both the order within a period and the
-        // order across periods are exercised.
-        std::size_t next = self->next_.load(std::memory_order_relaxed);
-        for (jack_nframes_t slot = 0; slot < 3 && next < self->script_.size(); ++slot, ++next)
-        {
-            const auto& bytes = self->script_[next].bytes;
-            jack_midi_event_write(buffer, slot * (frames / 3), bytes.data(), bytes.size());
-        }
-        self->next_.store(next, std::memory_order_release);
-        return 0;
-    }
-
-    std::vector<Event> script_;
-    jack_client_t* client_ = nullptr;
-    jack_port_t* port_ = nullptr;
-    std::atomic<bool> go_{false};
-    std::atomic<std::size_t> next_{0};
 };
 
 } // namespace
@@ -247,10 +185,19 @@ TEST(MPMidiLinux, JackMidiFromAnotherClientArrivesInOrder)
     EXPECT_EQ(index, static_cast<int>(midi.inputDevices().size()) - 1) << "JACK MIDI comes last";
     ASSERT_TRUE(midi.open(MPMidiLinux::kJackInputName, nullptr));
 
-    std::vector<MidiSender::Event> script;
+    JackPeer peer({"midi", "Korvalind 3 MIDI:midi_in", "40"});
+    ASSERT_EQ(peer.wait(), 0);
+    std::this_thread::sleep_for(50ms);
+    midi.close();
+    // The peer's script: before note i a clock byte when i % 7 == 0 and a system exclusive message
+    // when i % 11 == 0.
+    struct Event
+    {
+        std::vector<std::uint8_t> bytes;
+    };
+    std::vector<Event> script;
     for (int i = 0; i < 40; ++i)
     {
-        script.push_back({{static_cast<std::uint8_t>(0x90 | (i % 16)), static_cast<std::uint8_t>(i), 64}});
         if (i % 7 == 0)
         {
             script.push_back({{0xF8}});
@@ -259,17 +206,8 @@ TEST(MPMidiLinux, JackMidiFromAnotherClientArrivesInOrder)
         {
             script.push_back({{0xF0, 0x01, 0x02, 0xF7}});
         }
+        script.push_back({{static_cast<std::uint8_t>(0x90 | (i % 16)), static_cast<std::uint8_t>(i), 64}});
     }
-    MidiSender sender(script);
-    ASSERT_TRUE(sender.connect("Korvalind 3 MIDI:midi_in"));
-    sender.go();
-    for (int i = 0; i < 300 && !sender.done(); ++i)
-    {
-        std::this_thread::sleep_for(10ms);
-    }
-    ASSERT_TRUE(sender.done());
-    std::this_thread::sleep_for(100ms);
-    midi.close();
 
     // Every short message once, in the order sent; system exclusive never.
     const int got = collector.count.load(std::memory_order_acquire);
