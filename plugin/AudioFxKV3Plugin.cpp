@@ -3,7 +3,6 @@
 #include "host/settings/SettingsStore.h"
 
 #include <cstdlib>
-#include <dlfcn.h>
 #include <filesystem>
 #include <memory>
 
@@ -22,14 +21,6 @@ SearchFolders& searchFolders()
 {
     static SearchFolders folders;
     return folders;
-}
-
-/** The folder of the running program, empty when unknown. */
-std::string programFolder()
-{
-    std::error_code ec;
-    const auto exe = std::filesystem::read_symlink("/proc/self/exe", ec);
-    return ec ? std::string() : exe.parent_path().string();
 }
 
 } // namespace
@@ -63,7 +54,7 @@ void AudioFxKV3Plugin::setDefaultSink(AudioFxKV3MessageSink* sink)
 std::vector<std::string> AudioFxKV3Plugin::defaultFolders()
 {
     std::vector<std::string> folders;
-    const std::string program = programFolder();
+    const std::string program = DynamicLibrary::programFolder();
     if (!program.empty())
     {
         folders.push_back(program + "/../lib/korvalind3");
@@ -144,22 +135,20 @@ bool AudioFxKV3Plugin::loadFrom(const epiText& path)
     path_ = path;
 
     auto library = std::make_unique<NV::VPA2::Library>();
-    library->module = ::dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
-    if (library->module == nullptr)
+    if (!library->module.open(path.c_str()))
     {
-        const char* detail = ::dlerror();
-        lastDetail_ = detail != nullptr ? detail : "";
+        lastDetail_ = library->module.error();
         epiText text("Can't load ");
         text += path;
         return fail("DLL error", text);
     }
-    library->acquire = reinterpret_cast<NV::VPA2::AcquireFunction>(::dlsym(library->module, "VPA2Acquire"));
+    library->acquire = reinterpret_cast<NV::VPA2::AcquireFunction>(library->module.symbol("VPA2Acquire"));
     if (library->acquire == nullptr)
     {
         // The library is closed as `library` goes.
         return fail("DLL error", "Can't find VPA2Acquire function");
     }
-    library->release = reinterpret_cast<NV::VPA2::ReleaseFunction>(::dlsym(library->module, "VPA2Release"));
+    library->release = reinterpret_cast<NV::VPA2::ReleaseFunction>(library->module.symbol("VPA2Release"));
     if (library->release == nullptr)
     {
         return fail("DLL error", "Can't find VPA2Release function");

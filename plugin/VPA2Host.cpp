@@ -1,7 +1,5 @@
 #include "plugin/VPA2Host.h"
 
-#include <dlfcn.h>
-
 namespace NV::VPA2
 {
 
@@ -286,14 +284,6 @@ void slot38Thunk(HostAudioTable* t, std::int32_t a)
 }
 
 } // namespace
-
-Library::~Library()
-{
-    if (module != nullptr)
-    {
-        ::dlclose(module);
-    }
-}
 
 Host::Host()
 {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "epi/epiText.h"
+#include "plugin/DynamicLibrary.h"
 #include "plugin/VPA2.h"
 
 #include <cstdint>
@@ -12,17 +13,12 @@ namespace NV::VPA2
 class HostAudio;
 
 /**
- * An opened amplifier library: the module handle and its two functions of the handshake. Closing
- * the module is this record's job, so every early return of a load lets go of it.
+ * An opened amplifier library: the module and its two functions of the handshake. The module
+ * closes itself, so every early return of a load lets go of it.
  */
 struct Library
 {
-    Library() = default;
-    Library(const Library&) = delete;
-    Library& operator=(const Library&) = delete;
-    ~Library();
-
-    void* module = nullptr;
+    DynamicLibrary module;
     AcquireFunction acquire = nullptr;
     ReleaseFunction release = nullptr;
 };

@@ -1,14 +1,11 @@
 #include "host/settings/SettingsStore.h"
 
-#include <cerrno>
+#include "host/settings/ReplaceFile.h"
+
 #include <charconv>
 #include <cstdlib>
-#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
-#include <sys/stat.h>
-#include <unistd.h>
 #include <vector>
 
 namespace Korvalind3Host
@@ -48,25 +45,6 @@ std::string_view lineName(std::string_view line)
         return {};
     }
     return line.substr(0, at);
-}
-
-bool writeAll(int fd, const std::string& bytes)
-{
-    std::size_t done = 0;
-    while (done < bytes.size())
-    {
-        const ssize_t n = ::write(fd, bytes.data() + done, bytes.size() - done);
-        if (n < 0)
-        {
-            if (errno == EINTR)
-            {
-                continue;
-            }
-            return false;
-        }
-        done += static_cast<std::size_t>(n);
-    }
-    return true;
 }
 
 } // namespace
@@ -251,22 +229,7 @@ bool SettingsStore::writeRaw(std::string_view name, const std::string* raw)
         text.append(name).append(kSeparator).append(*raw).append("\n");
     }
 
-    // Write beside the file and rename over it: the rename is atomic, so readers (and a crash)
-    // see the whole old file or the whole new one.
-    const std::string temporary = path + ".tmp." + std::to_string(::getpid());
-    const int fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-    if (fd < 0)
-    {
-        return false;
-    }
-    const bool ok = writeAll(fd, text) && ::fsync(fd) == 0;
-    ::close(fd);
-    if (!ok || ::rename(temporary.c_str(), path.c_str()) != 0)
-    {
-        ::unlink(temporary.c_str());
-        return false;
-    }
-    return true;
+    return replaceFile(path, text);
 }
 
 } // namespace Korvalind3Host
