@@ -180,9 +180,18 @@ bool AudioFileStreaming::read(AudioData& into)
     return true;
 }
 
+void AudioFileStreaming::prepare(uint32_t sampleRate, uint32_t blockSize)
+{
+    AudioFileGuess::prepare(sampleRate, blockSize);
+    output_.alloc(static_cast<int64_t>(blockSize), 2);
+}
+
 bool AudioFileStreaming::provide(AudioData& request)
 {
-    output_.alloc(request.frames, request.channels);
+    // Grown only: a smaller block would lower the buffer's capacity, and the next full-size block
+    // would then allocate on the audio thread.
+    if (request.frames > output_.capacity() || request.channels != output_.channels)
+        output_.alloc(request.frames, request.channels);
     output_.frames = request.frames;
     output_.position = request.position;
     if (!read(output_))

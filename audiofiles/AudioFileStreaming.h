@@ -43,7 +43,11 @@ public:
      */
     // [audio thread]
     bool read(AudioData& into) override;
-    /** read() into this node's own buffer, with the request's channels as they stand. */
+    /** Sizes the block buffer of provide for blockSize frames of two channels. Allocates. */
+    // [ui thread, device stopped]
+    void prepare(uint32_t sampleRate, uint32_t blockSize) override;
+    /** read() into this node's own buffer, with the request's channels as they stand. Allocates
+     * only for a block larger than any before (or than prepare's). */
     // [audio thread]
     bool provide(AudioData& request) override;
 

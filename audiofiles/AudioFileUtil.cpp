@@ -30,7 +30,9 @@ bool provideThroughRead(AudioFile& file, AudioBuffer& block, AudioData& request)
 {
     int32_t wanted = request.channels != 0 ? request.channels : file.channels();
     wanted = std::clamp(wanted, 0, 2);
-    block.alloc(request.frames, wanted);
+    // Grown only, so that steady reads of any size up to the largest so far never allocate.
+    if (request.frames > block.capacity() || wanted != block.channels)
+        block.alloc(request.frames, wanted);
     block.frames = request.frames;
     block.position = request.position;
     if (!file.read(block))

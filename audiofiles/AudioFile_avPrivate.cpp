@@ -61,7 +61,10 @@ bool libSoundFilePrivate_av::open(const std::string& path)
     std::call_once(quiet, [] { av_log_set_level(AV_LOG_QUIET); });
     freeAll();
     error_.clear();
-    int status = avformat_open_input(&format_, path.c_str(), nullptr, nullptr);
+    // Through the file protocol only: a name that happens to look like a URL or one of FFmpeg's
+    // pseudo-protocols ("concat:", "subfile,") is still just a file here.
+    const std::string url = "file:" + path;
+    int status = avformat_open_input(&format_, url.c_str(), nullptr, nullptr);
     if (status < 0)
     {
         format_ = nullptr;

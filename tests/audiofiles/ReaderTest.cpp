@@ -549,3 +549,51 @@ TEST_F(ReaderTest, ProvideHandsOutTheReadersOwnBlock)
     EXPECT_EQ(request.channel[0][0], staircase(1234, 0));
     EXPECT_EQ(request.channel[1][511], staircase(1234 + 511, 1));
 }
+
+namespace
+{
+
+size_t openDescriptors()
+{
+    size_t count = 0;
+    for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator("/proc/self/fd"))
+        ++count;
+    return count;
+}
+
+} // namespace
+
+TEST_F(ReaderTest, NamesBeyondAsciiReadOnlyFilesAndNoLeakedHandles)
+{
+    const std::string wav = dir_.file("Übung – Tänze ♪.wav");
+    ASSERT_TRUE(testfiles::writeStaircase(wav, SF_FORMAT_WAV | SF_FORMAT_PCM_16, 2, 44100, 4410));
+    const std::string m4a = dir_.file("Übung – Tänze ♪.m4a");
+    ASSERT_TRUE(testfiles::encode(wav, m4a, "aac"));
+    std::filesystem::permissions(wav, std::filesystem::perms::owner_read,
+                                 std::filesystem::perm_options::replace);
+    const std::string text = dir_.file("readme.wav");
+    ASSERT_TRUE(testfiles::writeBytes(text, "words"));
+
+    AudioFileGuess warmUp;
+    ASSERT_TRUE(warmUp.open(m4a));
+    warmUp.close();
+    const size_t before = openDescriptors();
+    for (int round = 0; round < 20; ++round)
+    {
+        AudioFileGuess file;
+        ASSERT_TRUE(file.open(wav));
+        EXPECT_STREQ(file.readerName(), "sndfile");
+        ASSERT_TRUE(file.open(m4a)); // open over an open file closes the first
+        EXPECT_STREQ(file.readerName(), "ffmpeg");
+        AudioBuffer block;
+        block.alloc(100, 2);
+        block.frames = 100;
+        block.position = 50;
+        EXPECT_TRUE(file.read(block));
+        EXPECT_FALSE(file.open(text));
+        EXPECT_FALSE(file.open(dir_.file("missing ü.wav")));
+        AudioFileGuessSafe safe;
+        ASSERT_TRUE(safe.open(wav));
+    }
+    EXPECT_EQ(openDescriptors(), before);
+}

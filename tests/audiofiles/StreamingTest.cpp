@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <sndfile.h>
 #include <thread>
@@ -236,6 +237,23 @@ TEST_F(StreamingTest, ProvideHandsOutTheSameFramesAsRead)
     EXPECT_FALSE(file.underrun());
     EXPECT_EQ(request.position, at + 512);
     EXPECT_EQ(wrongFrames(request, 2), 0);
+
+    // After prepare, blocks up to its size, smaller ones between them included, reuse one buffer:
+    // nothing is allocated on the audio thread.
+    file.prepare(48000, 1024);
+    std::vector<const float*> arrays;
+    for (const int64_t frames : {1024, 100, 1024, 512})
+    {
+        AudioData again;
+        again.channels = 2;
+        again.position = at + 1024;
+        again.frames = frames;
+        ASSERT_TRUE(file.provide(again));
+        EXPECT_FALSE(file.underrun());
+        EXPECT_EQ(wrongFrames(again, 2), 0);
+        arrays.push_back(again.channel[0]);
+    }
+    EXPECT_EQ(std::count(arrays.begin(), arrays.end(), arrays.front()), 4);
 }
 
 TEST_F(StreamingTest, CloseReturnsPromptlyFromAnyState)
