@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <random>
 #include <sys/stat.h>
 
 using Korvalind3Host::SettingsStore;
@@ -176,4 +177,35 @@ TEST(SettingsStore, AWriteIntoAReadOnlyFolderFailsAndKeepsTheFile)
     std::uint32_t n = 0;
     EXPECT_TRUE(store.readNumber("A", n));
     EXPECT_EQ(n, 1u);
+}
+
+TEST(SettingsStore, AFileOfRandomBytesIsReadWithoutHarmAndRepairedByAWrite)
+{
+    SettingsFolder folder;
+    std::mt19937 random(9);
+    for (int round = 0; round < 50; ++round)
+    {
+        {
+            std::ofstream out(folder.file(), std::ios::binary);
+            const int length = static_cast<int>(random() % 2000);
+            for (int i = 0; i < length; ++i)
+            {
+                // Mostly printable with separators, so that some lines almost parse.
+                const unsigned r = random() % 64;
+                out << (r == 0   ? '\n'
+                        : r == 1 ? '='
+                        : r == 2 ? ':'
+                        : r == 3 ? '\0'
+                                 : static_cast<char>(random() % 256));
+            }
+        }
+        SettingsStore store;
+        std::string text;
+        std::uint32_t number = 0;
+        store.readString("Host.Midi.InputDevice", text);
+        store.readNumber("Host.AudioInterface.BufferSize", number);
+        ASSERT_TRUE(store.writeNumber("Host.AudioInterface.BufferSize", 64));
+        ASSERT_TRUE(store.readNumber("Host.AudioInterface.BufferSize", number));
+        EXPECT_EQ(number, 64u);
+    }
 }

@@ -270,6 +270,34 @@ TEST(RefAmpState, BadTextChangesNothingAndBadValuesAreTamed)
     EXPECT_EQ(q.program, 2);
 }
 
+TEST(RefAmpState, RandomBytesNeverLeaveAValueOutOfRange)
+{
+    std::mt19937 random(5);
+    const std::string pieces[] = {"<Program>", "</Program>", "<drive>", "</drive>", "<master>", "</master>",
+                                  "1e38",      "-inf",       "nan",     "<name>",   "lead",     "</name>",
+                                  "\r\n",      "<",          ">",       "/",        "0.5",      "\xff"};
+    for (int round = 0; round < 2000; ++round)
+    {
+        std::string text;
+        const int count = static_cast<int>(random() % 12);
+        for (int i = 0; i < count; ++i)
+        {
+            text += pieces[random() % std::size(pieces)];
+            if (random() % 4 == 0)
+            {
+                text += static_cast<char>(random() % 256);
+            }
+        }
+        AmpParams p = builtInProgram(0);
+        readState(text, p);
+        EXPECT_GE(p.drive, 0.0f) << text;
+        EXPECT_LE(p.drive, kDriveMax) << text;
+        EXPECT_GE(p.master, kMasterMin) << text;
+        EXPECT_LE(p.master, kMasterMax) << text;
+        EXPECT_TRUE(p.program >= 0 && p.program < kProgramCount) << text;
+    }
+}
+
 TEST(RefAmpState, NumbersDontDependOnTheLocale)
 {
     const char* old = std::setlocale(LC_NUMERIC, nullptr);
