@@ -1,0 +1,158 @@
+// The click choice: the resources a choice names, and loading them from a resource pack made of the
+// program's own click files.
+
+#include "engine/ClickChoice.h"
+#include "engine/Manager.h"
+#include "engine/Metronome.h"
+#include "epi/epiAtomsFile.h"
+#include "epi/epiResourcePack.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <unistd.h>
+#include <vector>
+
+namespace fs = std::filesystem;
+
+namespace
+{
+
+std::vector<char> readFile(const fs::path& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    return std::vector<char>((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+}
+
+fs::path clicksFolder()
+{
+    const char* source = std::getenv("KV3_SOURCE_DIR");
+    return fs::path(source != nullptr ? source : ".") / "resources" / "clicks";
+}
+
+// A pack as the pack tool makes it: every click under "/aux/", except the names in `leaveOut`.
+std::string makePack(const std::vector<std::string>& leaveOut)
+{
+    const std::string path =
+        (fs::temp_directory_path() / ("kv3-clicks-" + std::to_string(::getpid()) + ".pack")).string();
+    std::vector<std::pair<std::string, std::vector<char>>> entries;
+    for (const auto& entry : fs::directory_iterator(clicksFolder()))
+    {
+        const std::string name = entry.path().filename().string();
+        if (std::find(leaveOut.begin(), leaveOut.end(), name) == leaveOut.end())
+        {
+            entries.emplace_back("/aux/" + name, readFile(entry.path()));
+        }
+    }
+    epiAtomsFile atoms;
+    EXPECT_TRUE(atoms.open(epiPath(path), epiFile::kWrite | epiFile::kDeleteFirst));
+    atoms.writeU32(epiResourcePack::kTagVersion, epiResourcePack::kPackVersion);
+    atoms.writeU32(epiResourcePack::kTagCount, static_cast<uint32_t>(entries.size()));
+    for (const auto& [name, bytes] : entries)
+    {
+        const epiText text(name);
+        atoms.writeText(epiResourcePack::kTagName, &text);
+        atoms.writeU32(epiResourcePack::kTagSize, static_cast<uint32_t>(bytes.size()));
+        atoms.writeAtom(epiResourcePack::kTagData, bytes.data(), static_cast<uint32_t>(bytes.size()));
+    }
+    atoms.writeU32(epiResourcePack::kTagEnd, 0);
+    atoms.close();
+    return path;
+}
+
+// The first frames of a raw click, as the program converts them.
+std::vector<float> rawLeft(const std::string& name, size_t frames)
+{
+    const std::vector<char> bytes = readFile(clicksFolder() / name);
+    std::vector<float> left;
+    for (size_t i = 0; i < frames && 4 * i + 1 < bytes.size(); ++i)
+    {
+        const auto lo = static_cast<uint8_t>(bytes[4 * i]);
+        const auto hi = static_cast<uint8_t>(bytes[4 * i + 1]);
+        left.push_back(static_cast<float>(static_cast<int16_t>(lo | (hi << 8))) / 32767.0f);
+    }
+    return left;
+}
+
+std::vector<float> heldLeft(const AudioFileLoaded& sample, size_t frames)
+{
+    const AudioBuffer& b = sample.buffer();
+    return std::vector<float>(b.channel[0],
+                              b.channel[0] + std::min<int64_t>(b.frames, static_cast<int64_t>(frames)));
+}
+
+} // namespace
+
+TEST(ClickChoice, NamesFollowTheSetAndTheAccent)
+{
+    epiText beat, first;
+    ASSERT_TRUE(ClickChoice::resourceNames(0, true, beat, first));
+    EXPECT_EQ(beat, "aux/Classic_accent_lo.raw");
+    EXPECT_EQ(first, "aux/Classic_accent_hi.raw");
+    ASSERT_TRUE(ClickChoice::resourceNames(2, false, beat, first));
+    EXPECT_EQ(beat, "aux/El_Sticks_noaccent.raw");
+    EXPECT_EQ(first, "aux/El_Sticks_noaccent.raw");
+    ASSERT_TRUE(ClickChoice::resourceNames(4, true, beat, first));
+    EXPECT_EQ(first, "aux/Perc_2_accent_hi.raw");
+    EXPECT_FALSE(ClickChoice::resourceNames(5, true, beat, first));
+    EXPECT_FALSE(ClickChoice::resourceNames(-1, true, beat, first));
+    EXPECT_STREQ(ClickChoice::setName(1), "Sidestick");
+    EXPECT_STREQ(ClickChoice::setName(3), "Perc_1");
+}
+
+TEST(ClickChoice, LoadsBothClicksFromThePackWithTheirExactLengths)
+{
+    const std::string packPath = makePack({});
+    epiResourcePack pack;
+    ASSERT_TRUE(pack.openFile(epiPath(packPath)));
+    Manager manager;
+    Metronome metronome;
+    metronome.prepare(44100, 512);
+
+    // El_Sticks is the one set whose accent and ordinary clicks differ in length.
+    EXPECT_EQ(ClickChoice::choose(manager, metronome, pack, 2, true, false), 2);
+    EXPECT_EQ(metronome.accentSample().frames(), 19404u);
+    EXPECT_EQ(metronome.beatSample().frames(), 19992u);
+    EXPECT_EQ(heldLeft(metronome.accentSample(), 2000), rawLeft("El_Sticks_accent_hi.raw", 2000));
+    EXPECT_EQ(heldLeft(metronome.beatSample(), 2000), rawLeft("El_Sticks_accent_lo.raw", 2000));
+    // Switched off, nothing was enabled behind the player's back.
+    EXPECT_FALSE(metronome.isEnabled());
+
+    // Without the accent both beats get the same click.
+    EXPECT_EQ(ClickChoice::choose(manager, metronome, pack, 0, false, false), 2);
+    EXPECT_EQ(metronome.accentSample().frames(), 1292u);
+    EXPECT_EQ(metronome.beatSample().frames(), 1292u);
+    EXPECT_EQ(heldLeft(metronome.accentSample(), 1292), rawLeft("Classic_noaccent.raw", 1292));
+    EXPECT_EQ(heldLeft(metronome.beatSample(), 1292), rawLeft("Classic_noaccent.raw", 1292));
+    pack.close();
+    fs::remove(packPath);
+}
+
+TEST(ClickChoice, AMissingResourceKeepsTheFormerClickAndTheClickComesBackOn)
+{
+    const std::string packPath = makePack({"Perc_1_accent_hi.raw"});
+    epiResourcePack pack;
+    ASSERT_TRUE(pack.openFile(epiPath(packPath)));
+    Manager manager;
+    Metronome metronome;
+    metronome.prepare(44100, 512);
+    ASSERT_EQ(ClickChoice::choose(manager, metronome, pack, 1, true, false), 2);
+    ASSERT_EQ(metronome.accentSample().frames(), 18228u);
+
+    // With the click on, the strip is muted and the metronome disabled around the change (the waits
+    // return after a second with no device), then both are restored.
+    metronome.setEnabled(true);
+    EXPECT_EQ(ClickChoice::choose(manager, metronome, pack, 3, true, true), 1);
+    EXPECT_EQ(heldLeft(metronome.accentSample(), 500), rawLeft("Sidestick_accent_hi.raw", 500));
+    EXPECT_EQ(metronome.beatSample().frames(), 12936u);
+    EXPECT_EQ(heldLeft(metronome.beatSample(), 500), rawLeft("Perc_1_accent_lo.raw", 500));
+    EXPECT_TRUE(metronome.isEnabled());
+    EXPECT_FALSE(manager.mixerInput(Manager::kMetronomeIndex).isMuted());
+    pack.close();
+    fs::remove(packPath);
+}
