@@ -212,6 +212,15 @@ bool libSoundFilePrivate_av::decodeMore()
     for (;;)
     {
         int status = avcodec_receive_frame(codec_, frame_);
+        if (status == 0 && (frame_->ch_layout.nb_channels != channels_ || frame_->sample_rate != sampleRate_))
+        {
+            // A stream that changes its layout or rate midway (a damaged or spliced file): those frames
+            // can't be placed in this reader's format and are dropped; their time becomes silence.
+            if (frame_->sample_rate > 0)
+                decodeCursor_ += av_rescale(frame_->nb_samples, sampleRate_, frame_->sample_rate);
+            av_frame_unref(frame_);
+            continue;
+        }
         if (status == 0)
         {
             const int64_t count = frame_->nb_samples;
