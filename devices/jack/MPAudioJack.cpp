@@ -160,9 +160,10 @@ void MPAudioJack::dropClient()
     // Cut off from this object before the close: if the server doesn't answer, its threads may
     // still call with `state_` until the close returns on the helper thread, which then deletes it.
     state_->backend.store(nullptr, std::memory_order_release);
+    // Whatever the close's outcome, every callback that has returned happens before what follows.
+    state_->returned.load(std::memory_order_acquire);
     if (kv3jack::closeClient(client_, false, deleteStateThunk, state_))
     {
-        state_->returned.load(std::memory_order_acquire);
         delete state_;
     }
     client_ = nullptr;
@@ -419,7 +420,7 @@ void MPAudioJack::LoLevelStop()
         // The server doesn't answer: the block path is muted, and close gives the client up.
         lastError_ = "the JACK server did not answer the stop";
     }
-    else if (state_)
+    if (state_)
     {
         state_->returned.load(std::memory_order_acquire);
     }

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <string>
+#include <sys/file.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <thread>
@@ -23,12 +24,35 @@ class JackTestServer
 public:
     explicit JackTestServer(unsigned rate = 48000, unsigned period = 256) : rate_(rate), period_(period)
     {
-        static int counter = 0;
-        name_ = "kv3test_" + std::to_string(getpid()) + "_" + std::to_string(++counter);
+        // Names come from a small pool, each held by a lock on a file for as long as this object
+        // lives: two test processes never share a name, and a name is used again by later runs.
+        // JACK's registry of servers holds only eight and reclaims an entry only for the same name,
+        // so names that never repeat would fill it with the entries of killed servers.
+        for (int slot = 0; slot < 64 && name_.empty(); ++slot)
+        {
+            const std::string lock = "/tmp/kv3-jack-test-" + std::to_string(slot) + ".lock";
+            const int fd = ::open(lock.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+            if (fd >= 0 && flock(fd, LOCK_EX | LOCK_NB) == 0)
+            {
+                lockFd_ = fd;
+                name_ = "kv3test_" + std::to_string(slot);
+            }
+            else if (fd >= 0)
+            {
+                ::close(fd);
+            }
+        }
         setenv("JACK_DEFAULT_SERVER", name_.c_str(), 1);
         setenv("JACK_NO_AUDIO_RESERVATION", "1", 1);
     }
-    ~JackTestServer() { stop(); }
+    ~JackTestServer()
+    {
+        stop();
+        if (lockFd_ >= 0)
+        {
+            ::close(lockFd_);
+        }
+    }
 
     JackTestServer(const JackTestServer&) = delete;
     JackTestServer& operator=(const JackTestServer&) = delete;
@@ -93,7 +117,8 @@ public:
 
     /**
      * Stops the server: SIGTERM, then SIGKILL after `grace`. A server that was frozen with a client
-     * on it waits up to 20 seconds for that client before it exits, hence the longer grace then.
+     * on it waits up to 20 seconds for that client before it exits; it is killed instead, and the
+     * entry it leaves in JACK's registry is taken back by the next server of the same name.
      */
     void stop(std::chrono::seconds grace = std::chrono::seconds(5))
     {
@@ -136,4 +161,5 @@ private:
     unsigned period_;
     std::string name_;
     pid_t pid_ = 0;
+    int lockFd_ = -1;
 };
