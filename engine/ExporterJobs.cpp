@@ -118,10 +118,15 @@ TrackFreezer::TrackFreezer(Manager& manager, int32_t track) : manager_(&manager)
 {
     block_.alloc(std::max<uint32_t>(manager.blockSize(), 1), 2);
     Track& node = manager.trackNode(track_);
-    path_ = frozenPathFor(node.filePath());
-    path_.remove();
     node.setDirectRead(true);
     node.setPlaying(true);
+    if (node.filePath().empty())
+    {
+        // Nothing to render: no file is made, and the first step fails.
+        return;
+    }
+    path_ = frozenPathFor(node.filePath());
+    path_.remove();
     writer_.open(path_, stereoFormat(manager, AudioFileFormats::kWave, AudioFileFormats::k24Bit));
     end_ = node.length();
     position_ = 0;
@@ -188,7 +193,10 @@ void TrackFreezer::cancel()
     node.setDirectRead(false);
     node.setPlaying(false);
     writer_.close();
-    path_.remove();
+    if (!path_.empty())
+    {
+        path_.remove();
+    }
 }
 
 void ManagerJobs::startExport(Manager& manager, const epiPath& path, int32_t container, int32_t bitDepth,

@@ -1,0 +1,154 @@
+// Freeze: a track rendered through its effect (the test library, which halves its input) into its
+// "_frozen" file, which it then plays with its plug-in instance released.
+
+#include "SessionRig.h"
+#include "engine/ExporterJobs.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+
+using namespace sessiontest;
+
+namespace
+{
+
+constexpr int32_t kRate = 48000;
+constexpr uint32_t kBlock = 256;
+constexpr int64_t kFrames = kRate * 5 / 2;
+
+// The plug-in host finds the library through the environment; an empty settings folder keeps any
+// stored path from winning. Must be in place before the Manager is made.
+class GainLibrary
+{
+public:
+    GainLibrary() : settings_("freeze-settings")
+    {
+        ::setenv("KV3_CONFIG_DIR", settings_.path().c_str(), 1);
+        ::setenv("KV3_VPA2_PATH", KV3_TEST_GAIN, 1);
+    }
+    ~GainLibrary() { ::unsetenv("KV3_VPA2_PATH"); }
+
+private:
+    Folder settings_;
+};
+
+class FreezeRig : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        manager.setDelegate(&delegate);
+        manager.setFormat(kRate, kBlock);
+        audio = makeSignal(kFrames, kRate, 440.0, 0.5);
+        ASSERT_TRUE(writeWave(folder.file("riff.wav"), audio));
+        ASSERT_TRUE(manager.loadTrack(1, epiPath(folder.file("riff.wav"))));
+        manager.track(1).setEffectLoaded(true);
+        manager.track(1).setEffectEnabled(true);
+    }
+
+    Track& track() { return manager.trackNode(1); }
+
+    GainLibrary library;
+    Folder folder{"freeze"};
+    RecordingDelegate delegate;
+    Manager manager;
+    Stereo audio;
+};
+
+} // namespace
+
+TEST_F(FreezeRig, FrozenFileHoldsTheTrackThroughItsEffectAndTheInstanceIsReleased)
+{
+    ASSERT_TRUE(track().effect().hasInstance()) << "the test library did not load";
+    ManagerJobs::setTrackFrozen(manager, 1, true);
+    EXPECT_EQ(delegate.titles, std::vector<std::string>{"Freezing track"});
+    EXPECT_EQ(delegate.messages, std::vector<std::string>{"Freezing track..."});
+    // Two and a half seconds: three steps.
+    EXPECT_EQ(pumpToEnd(manager), 3);
+    EXPECT_EQ(delegate.finished, 1);
+    EXPECT_EQ(delegate.suspends, 1);
+    EXPECT_EQ(delegate.resumes, 1);
+
+    const std::string frozen = folder.file("riff_frozen.wav");
+    EXPECT_EQ(track().frozenPathCopy(), frozen);
+    const Stereo out = readWave(frozen);
+    ASSERT_EQ(out.frames(), kFrames);
+    EXPECT_EQ(out.rate, kRate);
+    double worst = 0.0;
+    for (int64_t i = 0; i < kFrames; ++i)
+    {
+        worst = std::max(worst, std::fabs(out.left[size_t(i)] - 0.5 * audio.left[size_t(i)]));
+        worst = std::max(worst, std::fabs(out.right[size_t(i)] - 0.5 * audio.right[size_t(i)]));
+    }
+    // 24-bit samples: half a step of 2^-23 at most.
+    EXPECT_LT(worst, 1.0e-6);
+
+    EXPECT_TRUE(track().isFrozen());
+    EXPECT_FALSE(track().effect().hasInstance());
+    // The file and the effect settings stay; only the instance is gone.
+    EXPECT_EQ(track().filePath(), folder.file("riff.wav"));
+    EXPECT_TRUE(track().isEffectLoaded());
+    EXPECT_TRUE(track().isEffectEnabled());
+    EXPECT_FALSE(track().isDirectRead());
+    EXPECT_FALSE(track().isPlaying());
+
+    ManagerJobs::setTrackFrozen(manager, 1, false);
+    EXPECT_FALSE(manager.hasTask());
+    EXPECT_FALSE(track().isFrozen());
+    EXPECT_TRUE(track().effect().hasInstance());
+    EXPECT_FALSE(std::filesystem::exists(frozen));
+}
+
+TEST_F(FreezeRig, FrozenFileFollowsTheTracksSpeed)
+{
+    manager.track(1).setSpeed(0.8f);
+    const int64_t length = track().length();
+    EXPECT_GT(length, kFrames);
+    ManagerJobs::setTrackFrozen(manager, 1, true);
+    pumpToEnd(manager);
+    EXPECT_EQ(delegate.finished, 1);
+    EXPECT_EQ(readWave(folder.file("riff_frozen.wav")).frames(), length);
+}
+
+TEST_F(FreezeRig, FreezingAFrozenTrackRendersItThroughTheEffectAgain)
+{
+    ManagerJobs::setTrackFrozen(manager, 1, true);
+    pumpToEnd(manager);
+    ASSERT_TRUE(track().isFrozen());
+    ManagerJobs::setTrackFrozen(manager, 1, true);
+    EXPECT_EQ(pumpToEnd(manager), 3);
+    EXPECT_EQ(delegate.finished, 2);
+    const Stereo out = readWave(folder.file("riff_frozen.wav"));
+    ASSERT_EQ(out.frames(), kFrames);
+    EXPECT_NEAR(out.left[1000], 0.5 * audio.left[1000], 1.0e-6);
+    EXPECT_TRUE(track().isFrozen());
+}
+
+TEST_F(FreezeRig, CancelLeavesNoFileAndTheTrackAsItWas)
+{
+    ManagerJobs::setTrackFrozen(manager, 1, true);
+    manager.poll();
+    const std::string frozen = folder.file("riff_frozen.wav");
+    EXPECT_TRUE(std::filesystem::exists(frozen));
+    manager.cancelTask();
+    EXPECT_FALSE(std::filesystem::exists(frozen));
+    EXPECT_FALSE(track().isFrozen());
+    EXPECT_FALSE(track().isDirectRead());
+    EXPECT_TRUE(track().effect().hasInstance());
+    EXPECT_EQ(delegate.resumes, 1);
+    EXPECT_EQ(delegate.finished, 0);
+    // The original file is untouched.
+    EXPECT_EQ(readWave(folder.file("riff.wav")).frames(), kFrames);
+}
+
+TEST_F(FreezeRig, EmptyTrackFailsAtItsFirstStep)
+{
+    ManagerJobs::setTrackFrozen(manager, 3, true);
+    EXPECT_EQ(pumpToEnd(manager), 1);
+    EXPECT_EQ(delegate.failures, std::vector<std::string>{"Unknown error"});
+    EXPECT_FALSE(manager.track(3).isFrozen());
+    // Out of range does nothing at all.
+    ManagerJobs::setTrackFrozen(manager, 7, true);
+    EXPECT_FALSE(manager.hasTask());
+}
