@@ -43,6 +43,14 @@ bool AudioFile_sf::open(const epiPath& path)
         close();
         return false;
     }
+    // A stream whose end libsndfile can't find (a cut Ogg file) reports the largest count there is:
+    // it is no file of a known length, and the chain's fall-back measures such a stream itself.
+    if (private_->info.frames < 0 || private_->info.frames == SF_COUNT_MAX)
+    {
+        error_ = "the length of the file is unknown";
+        close();
+        return false;
+    }
     length_ = private_->info.frames;
     cursor_ = 0;
     sf_command(private_->handle, SFC_SET_NORM_FLOAT, nullptr, SF_TRUE);

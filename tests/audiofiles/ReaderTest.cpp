@@ -597,3 +597,71 @@ TEST_F(ReaderTest, NamesBeyondAsciiReadOnlyFilesAndNoLeakedHandles)
     }
     EXPECT_EQ(openDescriptors(), before);
 }
+
+TEST_F(ReaderTest, DamagedFilesOpenOrFailButNeverCrashOrHang)
+{
+    // Real files of every kind, then bytes overwritten and ends cut at random: each opens or
+    // fails, and an opened one reads to its end in blocks, jumps included.
+    const std::string wav = dir_.file("src.wav");
+    ASSERT_TRUE(testfiles::writeSignal(wav, SF_FORMAT_WAV | SF_FORMAT_FLOAT, 2, 44100, 44100,
+                                       [](int64_t i, int32_t c) { return testfiles::music(i, c, 44100); }));
+    std::vector<std::string> sources = {wav};
+    sources.push_back(dir_.file("src.flac"));
+    ASSERT_TRUE(
+        testfiles::writeStaircase(sources.back(), SF_FORMAT_FLAC | SF_FORMAT_PCM_16, 2, 44100, 44100));
+    sources.push_back(dir_.file("src.ogg"));
+    ASSERT_TRUE(testfiles::writeSignal(sources.back(), SF_FORMAT_OGG | SF_FORMAT_VORBIS, 2, 44100, 44100,
+                                       [](int64_t i, int32_t c) { return testfiles::music(i, c, 44100); }));
+    sources.push_back(dir_.file("src.mp3"));
+    ASSERT_TRUE(testfiles::encode(wav, sources.back(), "libmp3lame"));
+    sources.push_back(dir_.file("src.m4a"));
+    ASSERT_TRUE(testfiles::encode(wav, sources.back(), "aac", "-movflags +faststart"));
+
+    std::mt19937 random(2024);
+    int opened = 0;
+    int refused = 0;
+    for (const std::string& source : sources)
+    {
+        const std::string bytes = testfiles::readBytes(source);
+        ASSERT_GT(bytes.size(), 1000u);
+        for (int variant = 0; variant < 12; ++variant)
+        {
+            std::string damaged = bytes;
+            if (variant % 3 == 0)
+                damaged.resize(random() % damaged.size());
+            else
+                for (int hits = 0; hits < 1 + variant * 3; ++hits)
+                    damaged[random() % damaged.size()] = static_cast<char>(random());
+            const std::string path = dir_.file(
+                testfiles::join("damaged", variant, std::filesystem::path(source).extension().string()));
+            ASSERT_TRUE(testfiles::writeBytes(path, damaged));
+            SCOPED_TRACE(testfiles::join(source, " variant ", variant));
+            AudioFileGuessSafe file;
+            if (!file.open(path))
+            {
+                ++refused;
+                continue;
+            }
+            ++opened;
+            const auto length = static_cast<int64_t>(file.frames());
+            EXPECT_LT(length, 44100 * 100) << "a length far beyond the file";
+            AudioBuffer block;
+            block.alloc(4096, 2);
+            for (int64_t at = 0; at < std::min<int64_t>(length, 44100 * 100); at += 4096)
+            {
+                block.position = at;
+                block.frames = 4096;
+                file.read(block);
+            }
+            for (int jump = 0; jump < 5 && length > 0; ++jump)
+            {
+                block.position = static_cast<int64_t>(random() % static_cast<uint64_t>(length));
+                block.frames = 1000;
+                file.read(block);
+            }
+        }
+    }
+    // Both outcomes occur: the damage is real, and the readers are tolerant.
+    EXPECT_GT(opened, 0);
+    EXPECT_GT(refused, 0);
+}
