@@ -1,0 +1,284 @@
+// A project made and rendered with the kv3 program gives the same file as the export job run here,
+// through the document and the engine; and the document's tracks reach the engine and come back.
+
+#include "engine/ExporterJobs.h"
+#include "engine/Manager.h"
+#include "engine/ManagerDelegate.h"
+#include "project/Document.h"
+#include "project/DocumentSession.h"
+
+#include <gtest/gtest.h>
+#include <sndfile.h>
+
+#include <cmath>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <unistd.h>
+#include <vector>
+
+namespace fs = std::filesystem;
+
+namespace
+{
+
+struct Audio
+{
+    int32_t rate = 0;
+    int32_t channels = 0;
+    std::vector<float> samples; // interleaved
+};
+
+bool writeAudio(const std::string& path, int32_t rate, int64_t frames, double frequency)
+{
+    SF_INFO info{};
+    info.samplerate = rate;
+    info.channels = 2;
+    info.format = SF_FORMAT_WAV | SF_FORMAT_FLOAT;
+    SNDFILE* file = sf_open(path.c_str(), SFM_WRITE, &info);
+    if (file == nullptr)
+        return false;
+    std::vector<float> data;
+    for (int64_t i = 0; i < frames; ++i)
+    {
+        const double t = static_cast<double>(i) / rate;
+        data.push_back(static_cast<float>(0.3 * std::sin(2 * M_PI * frequency * t)));
+        data.push_back(static_cast<float>(0.2 * std::sin(2 * M_PI * frequency * 1.25 * t)));
+    }
+    const bool ok = sf_writef_float(file, data.data(), frames) == frames;
+    sf_close(file);
+    return ok;
+}
+
+Audio readAudio(const std::string& path)
+{
+    Audio audio;
+    SF_INFO info{};
+    SNDFILE* file = sf_open(path.c_str(), SFM_READ, &info);
+    if (file == nullptr)
+        return audio;
+    audio.rate = info.samplerate;
+    audio.channels = info.channels;
+    audio.samples.resize(static_cast<size_t>(info.frames * info.channels));
+    sf_readf_float(file, audio.samples.data(), info.frames);
+    sf_close(file);
+    return audio;
+}
+
+class QuietDelegate : public ManagerDelegate
+{
+public:
+    void taskTitle(const epiText&) override {}
+    void taskMessage(const epiText&) override {}
+    void taskProgress(float) override {}
+    void taskFinished() override { finished = true; }
+    void taskFailed(const epiText&) override {}
+    void audioSuspend() override {}
+    void audioResume() override {}
+    void endReached() override {}
+    void autoRecordStarted() override {}
+    void pluginChanged() override {}
+    void metronomeBeat() override {}
+    bool finished = false;
+};
+
+class RenderRig : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        folder_ =
+            fs::temp_directory_path() / ("kv3-render-" + std::to_string(::getpid()) + "-" +
+                                         ::testing::UnitTest::GetInstance()->current_test_info()->name());
+        fs::remove_all(folder_);
+        fs::create_directories(folder_ / "settings");
+        // Both this process and the program load the test library that halves its input, and no stored
+        // setting may point elsewhere.
+        ::setenv("KV3_CONFIG_DIR", (folder_ / "settings").c_str(), 1);
+        ::setenv("KV3_VPA2_PATH", KV3_TEST_GAIN, 1);
+    }
+    void TearDown() override
+    {
+        ::unsetenv("KV3_VPA2_PATH");
+        fs::remove_all(folder_);
+    }
+    std::string file(const std::string& name) const { return (folder_ / name).string(); }
+
+    int kv3(const std::string& arguments) const
+    {
+        const std::string command = std::string(KV3_BIN) + " " + arguments + " 2>" + file("stderr.txt");
+        const int status = std::system(command.c_str());
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+
+    void renderBothWays(int32_t keysRate, double& worst);
+
+    fs::path folder_;
+};
+
+} // namespace
+
+// Renders one project with the program and with the export job here, and gives the largest
+// difference of a sample between the two files (which must have the same shape).
+void RenderRig::renderBothWays(int32_t keysRate, double& worst)
+{
+    worst = -1.0;
+    ASSERT_TRUE(writeAudio(file("bass.wav"), 44100, 44100 * 3 + 777, 110.0));
+    ASSERT_TRUE(writeAudio(file("keys.wav"), keysRate, keysRate * 2, 440.0));
+    const std::string project = file("song.kv3h");
+    ASSERT_EQ(kv3("project new " + project + " --rate 44100"), 0);
+    ASSERT_EQ(kv3("project set " + project + " --track 1 --file " + file("bass.wav") +
+                  " --armed off --volume -3 --pan -0.4"),
+              0);
+    ASSERT_EQ(kv3("project set " + project + " --track 3 --file " + file("keys.wav") + " --pan 0.5 --fx off"),
+              0);
+    ASSERT_EQ(kv3("project set " + project + " --master 0 --tempo 90"), 0);
+    ASSERT_EQ(kv3("render " + project + " " + file("program.wav") + " --depth float"), 0);
+
+    // The same project through the document and the export job, here.
+    Document doc;
+    ASSERT_TRUE(doc.load(epiPath(project)));
+    EXPECT_FALSE(doc.tracks[0]->armed);
+    EXPECT_TRUE(doc.tracks[0]->effectEnabled);
+    QuietDelegate delegate;
+    {
+        Manager manager;
+        manager.setDelegate(&delegate);
+        manager.setFormat(44100, 512);
+        applyDocumentSession(doc, manager, nullptr);
+        ASSERT_TRUE(manager.trackNode(0).effect().hasInstance()) << "the test library did not load";
+        ManagerJobs::startExport(manager, epiPath(file("here.wav")), AudioFileFormats::kWave,
+                                 AudioFileFormats::k32BitFloat, false);
+        while (manager.hasTask())
+            manager.poll();
+    }
+    ASSERT_TRUE(delegate.finished);
+
+    const Audio program = readAudio(file("program.wav"));
+    const Audio here = readAudio(file("here.wav"));
+    EXPECT_EQ(program.rate, 44100);
+    EXPECT_EQ(program.channels, 2);
+    ASSERT_EQ(program.samples.size(), here.samples.size());
+    ASSERT_EQ(program.samples.size(), size_t(2 * (44100 * 3 + 777)));
+    worst = 0.0;
+    for (size_t i = 0; i < here.samples.size(); ++i)
+        worst = std::max(worst, std::fabs(double(program.samples[i]) - here.samples[i]));
+    // The bass went through its effect at half level, panned left: its left side is audible.
+    float peak = 0.0f;
+    for (size_t i = 0; i < program.samples.size(); i += 2)
+        peak = std::max(peak, std::fabs(program.samples[i]));
+    EXPECT_GT(peak, 0.2f);
+    EXPECT_FALSE(fs::exists(file("program.wav.part")));
+}
+
+TEST_F(RenderRig, ProgramRenderEqualsTheExportJobOnTheSameProject)
+{
+    double worst = -1.0;
+    renderBothWays(44100, worst);
+    EXPECT_EQ(worst, 0.0);
+}
+
+TEST_F(RenderRig, ProgramRenderOfAResampledTrackEqualsTheExportJobToFloatPrecision)
+{
+    // The quality resampler's transforms may round differently from one process to the next (the
+    // plans are measured), so the files agree to float precision rather than bit for bit.
+    double worst = -1.0;
+    renderBothWays(48000, worst);
+    EXPECT_GE(worst, 0.0);
+    EXPECT_LT(worst, 2.0e-6);
+}
+
+TEST_F(RenderRig, RenderRefusesBadInputAndLeavesNothing)
+{
+    ASSERT_EQ(kv3("project new " + file("empty.kv3h")), 0);
+    // All four tracks empty: nothing to render, and no output or temporary file remains.
+    EXPECT_EQ(kv3("render " + file("empty.kv3h") + " " + file("out.wav")), 1);
+    EXPECT_EQ(kv3("render " + file("missing.kv3h") + " " + file("out.wav")), 1);
+    EXPECT_EQ(kv3("render " + file("empty.kv3h") + " " + file("out.mp3")), 2);
+    EXPECT_EQ(kv3("render " + file("empty.kv3h") + " " + file("out.wav") + " --depth 12"), 2);
+    std::ofstream(file("junk.kv3h")) << "not a project";
+    EXPECT_EQ(kv3("render " + file("junk.kv3h") + " " + file("out.wav")), 1);
+    for (const auto& entry : fs::directory_iterator(folder_))
+    {
+        EXPECT_EQ(entry.path().filename().string().find("out."), std::string::npos) << entry.path();
+    }
+}
+
+TEST_F(RenderRig, FreezeAndUnfreezeThroughTheProgramSaveTheProject)
+{
+    ASSERT_TRUE(writeAudio(file("gtr.wav"), 44100, 44100 + 100, 220.0));
+    const std::string project = file("f.kv3h");
+    ASSERT_EQ(kv3("project new " + project), 0);
+    ASSERT_EQ(kv3("project set " + project + " --track 1 --file " + file("gtr.wav") + " --armed off"), 0);
+    EXPECT_EQ(kv3("freeze " + project + " --track 2"), 1);
+    ASSERT_EQ(kv3("freeze " + project + " --track 1"), 0);
+    Document doc;
+    ASSERT_TRUE(doc.load(epiPath(project)));
+    EXPECT_TRUE(doc.tracks[0]->frozen);
+    EXPECT_EQ(doc.tracks[0]->frozenPath, file("gtr_frozen.wav"));
+    const Audio frozen = readAudio(file("gtr_frozen.wav"));
+    const Audio original = readAudio(file("gtr.wav"));
+    ASSERT_EQ(frozen.samples.size(), original.samples.size());
+    // Through the halving effect, in 24 bit.
+    for (size_t i = 0; i < frozen.samples.size(); i += 997)
+        ASSERT_NEAR(frozen.samples[i], 0.5f * original.samples[i], 1e-6) << i;
+
+    ASSERT_EQ(kv3("unfreeze " + project + " --track 1"), 0);
+    ASSERT_TRUE(doc.load(epiPath(project)));
+    EXPECT_FALSE(doc.tracks[0]->frozen);
+    EXPECT_FALSE(fs::exists(file("gtr_frozen.wav")));
+    EXPECT_TRUE(fs::exists(file("gtr.wav")));
+}
+
+TEST_F(RenderRig, TracksGoIntoTheEngineAndComeBack)
+{
+    ASSERT_TRUE(writeAudio(file("a.wav"), 44100, 44100, 300.0));
+    Document doc;
+    doc.tracks[1]->elementId = doc.addElement(epiPath(file("a.wav")));
+    DocumentTrack& t = *doc.tracks[1];
+    t.volume = -7.5f;
+    t.pan = 0.25f;
+    t.speed = 0.75f;
+    t.pitch = 2.0f;
+    t.solo = true;
+    t.mute = true;
+    t.input = 1;
+    t.effectEnabled = true;
+    t.effectLoaded = true;
+    QuietDelegate delegate;
+    Manager manager;
+    manager.setDelegate(&delegate);
+    manager.setFormat(44100, 256);
+    doc.applyAll(manager);
+    EXPECT_FLOAT_EQ(manager.mixerInput(1).volume(), -7.5f);
+    EXPECT_FLOAT_EQ(manager.mixerInput(1).pan(), 0.25f);
+    EXPECT_TRUE(manager.mixerInput(1).isSolo());
+    EXPECT_TRUE(manager.mixerInput(1).isMuted());
+    EXPECT_FLOAT_EQ(manager.track(1).speed(), 0.75f);
+    EXPECT_FLOAT_EQ(manager.track(1).pitch(), 2.0f);
+    EXPECT_EQ(manager.track(1).input(), 1);
+    EXPECT_TRUE(manager.track(0).isArmed());
+    EXPECT_FALSE(manager.track(1).isArmed());
+    EXPECT_EQ(manager.trackNode(1).filePath(), file("a.wav"));
+    // A second at three quarter speed lasts 58800 frames.
+    EXPECT_EQ(manager.trackLength(1), 58800);
+    ASSERT_TRUE(manager.trackNode(1).effect().hasInstance());
+
+    Document back;
+    back.captureAll(manager);
+    const DocumentTrack& b = *back.tracks[1];
+    EXPECT_FLOAT_EQ(b.volume, -7.5f);
+    EXPECT_FLOAT_EQ(b.pan, 0.25f);
+    EXPECT_FLOAT_EQ(b.speed, 0.75f);
+    EXPECT_FLOAT_EQ(b.pitch, 2.0f);
+    EXPECT_TRUE(b.solo);
+    EXPECT_TRUE(b.mute);
+    EXPECT_EQ(b.input, 1);
+    EXPECT_TRUE(b.effectEnabled);
+    EXPECT_TRUE(b.effectLoaded);
+    EXPECT_FALSE(b.frozen);
+    EXPECT_TRUE(back.tracks[0]->armed);
+    // The effect's state came back from the running instance.
+    EXPECT_GT(b.effectState.size(), 0u);
+}
