@@ -58,6 +58,8 @@ bool loadWhole(Document& doc, const std::string& file, std::string& why)
         why = file + " is not a readable Korvalind 3 project (version 4)";
         return false;
     }
+    // A project folder that was moved finds its files again; nobody can be asked about the others.
+    doc.locateFiles(nullptr);
     return true;
 }
 

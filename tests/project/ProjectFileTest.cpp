@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <limits>
@@ -505,4 +506,26 @@ TEST_F(ProjectFile, CorruptedBytesNeverBreakTheLoader)
         ASSERT_LE(back.elements.size(), bytes.size() / 36) << round;
         ASSERT_LE(back.tracks.size(), std::max<size_t>(4, bytes.size() / 180)) << round;
     }
+}
+
+TEST_F(ProjectFile, DemoSessionCopiedElsewherePlaysTheCopiedAudio)
+{
+    const char* source = std::getenv("KV3_SOURCE_DIR");
+    ASSERT_NE(source, nullptr);
+    const fs::path demo = fs::path(source) / "resources" / "demo";
+    for (const char* name : {"demo.kv3h", "demo_bass.flac", "demo_chords.flac"})
+    {
+        fs::copy_file(demo / name, root_ / name);
+    }
+    Document doc;
+    ASSERT_TRUE(doc.load(epiPath(folder() + "demo.kv3h")));
+    EXPECT_EQ(doc.locateFiles(nullptr), 0);
+    ASSERT_EQ(doc.elements.size(), 2u);
+    EXPECT_EQ(static_cast<const std::string&>(*doc.elements[0]), folder() + "demo_bass.flac");
+    EXPECT_EQ(static_cast<const std::string&>(*doc.elements[1]), folder() + "demo_chords.flac");
+    EXPECT_FALSE(doc.tracks[0]->armed);
+    EXPECT_EQ(doc.sampleRate, 44100);
+    EXPECT_FLOAT_EQ(doc.clickTempo, 100.0f);
+    // Copied elsewhere, it doesn't record into the folder it came from.
+    EXPECT_TRUE(doc.workFolder.empty());
 }
