@@ -83,6 +83,11 @@ std::string deviceName()
     return server == "default" ? std::string("JACK") : server;
 }
 
+int pendingCalls()
+{
+    return stuckCalls.load(std::memory_order_relaxed);
+}
+
 void silenceLibraryMessages()
 {
     jack_set_error_function(quietThunk);
@@ -139,7 +144,7 @@ jack_client_t* openClient(const char* clientName, std::string* error)
     return call->client;
 }
 
-bool deactivateClient(jack_client_t* client)
+bool deactivateClient(jack_client_t* client, void (*lateCleanup)(void*), void* arg)
 {
     if (!client)
     {
@@ -148,7 +153,16 @@ bool deactivateClient(jack_client_t* client)
     auto call = std::make_shared<BoundedCall>();
     return runBounded(
         call, kCloseWait, [client](BoundedCall& c) { c.result = jack_deactivate(client); },
-        [](BoundedCall&) {});
+        [client, lateCleanup, arg](BoundedCall&)
+        {
+            // Given up: no other thread touches the client any more, so it is closed here, after
+            // the deactivation, never beside it.
+            jack_client_close(client);
+            if (lateCleanup)
+            {
+                lateCleanup(arg);
+            }
+        });
 }
 
 bool closeClient(jack_client_t* client, bool deactivate, void (*lateCleanup)(void*), void* arg)

@@ -40,8 +40,18 @@ jack_client_t* openClient(const char* clientName, std::string* error);
 bool closeClient(jack_client_t* client, bool deactivate, void (*lateCleanup)(void*) = nullptr,
                  void* arg = nullptr);
 
-/** Deactivates a client within the bounded wait; false when the server didn't answer. */
-bool deactivateClient(jack_client_t* client);
+/**
+ * Deactivates a client within the bounded wait.
+ * @param lateCleanup when the server didn't answer in time, the client is given up: once the
+ *        deactivation finally returns on the helper thread, the helper closes the client and calls
+ *        this with `arg`. No other call may then touch the client. May be null.
+ * @returns false when the server didn't answer and the client was given up
+ */
+bool deactivateClient(jack_client_t* client, void (*lateCleanup)(void*) = nullptr, void* arg = nullptr);
+
+/** Calls to libjack given up on and still running on their helper threads. While there are any,
+    no new connection is tried. */
+int pendingCalls();
 
 /** Routes libjack's own error and info printing away from the terminal; the callers report. */
 void silenceLibraryMessages();

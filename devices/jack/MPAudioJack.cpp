@@ -415,15 +415,30 @@ void MPAudioJack::LoLevelStop()
         watchdogWake_.notify_all();
         watchdog_.join();
     }
-    if (client_ && !kv3jack::deactivateClient(client_))
+    if (!client_)
     {
-        // The server doesn't answer: the block path is muted, and close gives the client up.
+        return;
+    }
+    // Cut off before the call: if the server doesn't answer, the client is given up to the helper
+    // thread, whose late close deletes the state.
+    state_->backend.store(nullptr, std::memory_order_release);
+    // Callbacks that have already returned happen before this point even if the server never
+    // answers below; later ones find no backend and touch nothing of this object.
+    state_->returned.load(std::memory_order_acquire);
+    if (!kv3jack::deactivateClient(client_, deleteStateThunk, state_))
+    {
+        // The server doesn't answer: the block path is muted and the client belongs to the helper
+        // thread now; the next open connects afresh.
+        // The state is the helper's too, and may be gone at any moment: it is not touched again.
         lastError_ = "the JACK server did not answer the stop";
+        client_ = nullptr;
+        state_ = nullptr;
+        inputPorts_.clear();
+        outputPorts_.clear();
+        return;
     }
-    if (state_)
-    {
-        state_->returned.load(std::memory_order_acquire);
-    }
+    state_->returned.load(std::memory_order_acquire);
+    state_->backend.store(this, std::memory_order_release);
 }
 
 void MPAudioJack::watchdogLoop()

@@ -3,6 +3,7 @@
 #include "tests/devices/ScriptedBackend.h"
 
 #include "devices/MPAudio.h"
+#include "devices/jack/JackClient.h"
 #include "devices/jack/MPAudioJack.h"
 
 #include <gtest/gtest.h>
@@ -306,6 +307,8 @@ TEST(MPAudioJack, AServerThatNeverAnswersDoesNotHang)
     EXPECT_LT(Clock::now() - t0, 4s);
     server.thaw();
     server.stop();
+    // The calls given up on end once the server is gone; the next test starts without them.
+    EXPECT_TRUE(waitFor([] { return kv3jack::pendingCalls() == 0; }, 10s));
 }
 
 TEST(MPAudioJack, StoppingWhenTheServerHangsMidRunReturns)
@@ -328,6 +331,8 @@ TEST(MPAudioJack, StoppingWhenTheServerHangsMidRunReturns)
     EXPECT_LT(Clock::now() - t0, 4s);
     server.thaw();
     server.stop();
+    // The calls given up on end once the server is gone; the next test starts without them.
+    EXPECT_TRUE(waitFor([] { return kv3jack::pendingCalls() == 0; }, 10s));
 }
 
 TEST(MPAudioJack, ThroughTheDriverTable)
