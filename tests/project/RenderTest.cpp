@@ -107,7 +107,8 @@ protected:
 
     int kv3(const std::string& arguments) const
     {
-        const std::string command = std::string(KV3_BIN) + " " + arguments + " 2>" + file("stderr.txt");
+        const std::string command =
+            std::string(KV3_BIN) + " " + arguments + " >" + file("stdout.txt") + " 2>" + file("stderr.txt");
         const int status = std::system(command.c_str());
         return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     }
@@ -281,4 +282,79 @@ TEST_F(RenderRig, TracksGoIntoTheEngineAndComeBack)
     EXPECT_TRUE(back.tracks[0]->armed);
     // The effect's state came back from the running instance.
     EXPECT_GT(b.effectState.size(), 0u);
+}
+
+TEST_F(RenderRig, ProjectCommandChangesOnlyWhatItIsToldAndRefusesBadValues)
+{
+    const std::string project = file("p.kv3h");
+    ASSERT_EQ(kv3("project new " + file("p.txt") + " --rate 48000"), 0);
+    // The extension is always kv3h.
+    ASSERT_TRUE(fs::exists(project));
+    ASSERT_TRUE(writeAudio(file("x.wav"), 48000, 4800, 100.0));
+    ASSERT_EQ(kv3("project set " + project + " --track 4 --file " + file("x.wav") +
+                  " --volume -12.5 --pan 1 --speed 0.5 --pitch -3 --mute on --solo on --input right --fx on"),
+              0);
+    ASSERT_EQ(kv3("project set " + project +
+                  " --loop 100:4000 --loop-on on --ratio 2 --click on --tempo 133.5"
+                  " --signature 7/8 --click-volume 25 --master -10"),
+              0);
+    const std::vector<uint8_t> before = [&]
+    {
+        std::ifstream in(project, std::ios::binary);
+        return std::vector<uint8_t>((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    }();
+    // Every bad value is refused with the usage status, and the project stays byte for byte as it was.
+    for (const char* bad : {"--track 5 --mute on", "--track 1 --pan 2", "--track 1 --input middle",
+                            "--track 1 --mute maybe", "--ratio 3", "--tempo 30", "--signature 9/4",
+                            "--loop 50:10", "--click-volume 101", "--volume 3", "--track 1 --speed fast"})
+    {
+        EXPECT_EQ(kv3("project set " + project + " " + bad), 2) << bad;
+    }
+    EXPECT_EQ(kv3("project set " + project + " --track 1 --file " + file("nothing.wav")), 1);
+    EXPECT_EQ(kv3("project set " + file("absent.kv3h") + " --tempo 100"), 1);
+    EXPECT_EQ(kv3("project frobnicate " + project), 2);
+    std::ifstream in(project, std::ios::binary);
+    EXPECT_EQ(std::vector<uint8_t>((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>()),
+              before);
+
+    Document doc;
+    ASSERT_TRUE(doc.load(epiPath(project)));
+    EXPECT_EQ(doc.sampleRate, 48000);
+    const DocumentTrack& t = *doc.tracks[3];
+    EXPECT_EQ(doc.trackElementIndex(3), 0);
+    EXPECT_FLOAT_EQ(t.volume, -12.5f);
+    EXPECT_FLOAT_EQ(t.pan, 1.0f);
+    EXPECT_FLOAT_EQ(t.speed, 0.5f);
+    EXPECT_FLOAT_EQ(t.pitch, -3.0f);
+    EXPECT_TRUE(t.mute);
+    EXPECT_TRUE(t.solo);
+    EXPECT_EQ(t.input, 1);
+    EXPECT_TRUE(t.effectEnabled);
+    EXPECT_TRUE(t.effectLoaded);
+    // Untouched: a new project's first track stays armed.
+    EXPECT_TRUE(doc.tracks[0]->armed);
+    EXPECT_EQ(doc.loopStart, 100);
+    EXPECT_EQ(doc.loopEnd, 4000);
+    EXPECT_TRUE(doc.loopEnabled);
+    EXPECT_FLOAT_EQ(doc.speedRatio, 2.0f);
+    EXPECT_TRUE(doc.clickEnabled);
+    EXPECT_FLOAT_EQ(doc.clickTempo, 133.5f);
+    EXPECT_EQ(doc.clickNumerator, 7);
+    EXPECT_EQ(doc.clickDenominator, 8);
+    EXPECT_EQ(doc.clickVolume, 25);
+    EXPECT_NEAR(Document::masterDb(doc.masterSlider), -10.0f, 0.03f);
+
+    const std::string json = file("show.json");
+    ASSERT_EQ(std::system((std::string(KV3_BIN) + " project show --json " + project + " > " + json).c_str()),
+              0);
+    std::ifstream shown(json);
+    const std::string text((std::istreambuf_iterator<char>(shown)), std::istreambuf_iterator<char>());
+    for (const char* key :
+         {"\"version\":4", "\"sample_rate\":48000", "\"speed_ratio\":2", "\"input_gain\":6",
+          "\"master_slider\":", "\"loop\":{\"enabled\":true,\"start\":100,\"end\":4000}", "\"numerator\":7",
+          "\"denominator\":8", "\"elements\":[{\"id\":1", "\"recorded\":false", "\"input\":\"right\"",
+          "\"fx_enabled\":true", "\"frozen_path\":\"\"", "\"element\":-1"})
+    {
+        EXPECT_NE(text.find(key), std::string::npos) << key << " in " << text;
+    }
 }
