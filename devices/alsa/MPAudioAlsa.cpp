@@ -96,6 +96,16 @@ void MPAudioAlsa::LoLevelEnumerate()
         }
     }
     snd_device_name_free_hint(hints);
+    // The system's default device carries no hint where no sound card is described, yet it is
+    // the one most users want: it comes first whenever the configuration defines it.
+    snd_config_t* node = nullptr;
+    if (defaults.empty() && snd_config_update() >= 0 && snd_config &&
+        snd_config_search(snd_config, "pcm.default", &node) == 0)
+    {
+        Hint hint;
+        hint.name = "default";
+        defaults.push_back(hint);
+    }
     for (const std::vector<Hint>* group : {&defaults, &hardware, &plugins})
     {
         for (const Hint& hint : *group)

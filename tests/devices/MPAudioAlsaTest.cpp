@@ -172,6 +172,41 @@ TEST_F(AlsaPlugins, ListsTheConfiguredDevicesByTheirPcmNames)
     EXPECT_EQ(sizes.front(), 128u) << "a technology that tells nothing gets the common default";
 }
 
+TEST_F(AlsaPlugins, TheDefaultDeviceComesFirstWhenTheConfigurationDefinesOne)
+{
+    MPAudioAlsa alsa;
+    alsa.enumerateDevices(false);
+    EXPECT_EQ(indexOf(alsa, "default", false), -1) << "this configuration has no default device";
+    const fs::path conf = dir / "with-default.conf";
+    std::ifstream original(dir / "asound.conf");
+    std::ofstream(conf) << original.rdbuf() << "pcm.!default { type null }\n";
+    setenv("ALSA_CONFIG_PATH", conf.c_str(), 1);
+    alsa.enumerateDevices(true);
+    setenv("ALSA_CONFIG_PATH", (dir / "asound.conf").c_str(), 1);
+    EXPECT_EQ(indexOf(alsa, "default", false), 0);
+    EXPECT_EQ(indexOf(alsa, "default", true), 0);
+    EXPECT_GT(indexOf(alsa, "kvnull", false), 0);
+    snd_config_update_free_global(); // the next test reads the suite's own configuration again
+}
+
+TEST(BlockPacer, HoldsAClocklessDeviceToRealTimeAndLetsAClockedOneLead)
+{
+    BlockPacer pacer;
+    pacer.reset(48, 48000, 2); // 1 ms blocks, two allowed ahead
+    const auto t0 = Clock::now();
+    for (int i = 0; i < 22; ++i)
+    {
+        pacer.pace(false);
+    }
+    EXPECT_GE(Clock::now() - t0, 19ms) << "22 blocks, two of them ahead: at least 20 ms";
+    const auto t1 = Clock::now();
+    for (int i = 0; i < 50; ++i)
+    {
+        EXPECT_EQ(pacer.pace(true), 0) << "a device that waits sets the pace itself";
+    }
+    EXPECT_LT(Clock::now() - t1, 40ms);
+}
+
 TEST_F(AlsaPlugins, PlaybackOnlyRunsAtTheDevicesPaceAndWritesTheOutput)
 {
     MPAudioAlsa alsa;
