@@ -202,7 +202,9 @@ TEST_F(RenderRig, RenderRefusesBadInputAndLeavesNothing)
     EXPECT_EQ(kv3("render " + file("junk.kv3h") + " " + file("out.wav")), 1);
     for (const auto& entry : fs::directory_iterator(folder_))
     {
-        EXPECT_EQ(entry.path().filename().string().find("out."), std::string::npos) << entry.path();
+        const std::string name = entry.path().filename().string();
+        EXPECT_EQ(name.find("out.wav"), std::string::npos) << entry.path();
+        EXPECT_EQ(name.find("out.mp3"), std::string::npos) << entry.path();
     }
 }
 
