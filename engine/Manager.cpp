@@ -22,6 +22,12 @@ float linearFromDb(float dB)
 
 Manager::Manager() : inputGain_(linearFromDb(kDefaultInputGainDb))
 {
+    effects_.setDelegate(this);
+    for (int32_t i = 0; i < kTracks; ++i)
+    {
+        tracks_[i].effect().setManager(&effects_);
+        setTrackSource(i, &tracks_[i]);
+    }
     mixer_.strip(kMetronomeIndex).setSoloExempt(true);
     mixer_.strip(kMetronomeIndex).setVolume(0.0f);
 }
@@ -99,9 +105,23 @@ void Manager::processBlock(AudioData& input, AudioData& output, MidiEventBlock& 
         }
     }
 
-    // The effect units take their host time and MIDI here once they join the engine; until then the
-    // block's MIDI has no receiver.
-    static_cast<void>(midi);
+    // Host time for the plug-ins: the tempo they hear is the session's at the present speed, and the beat
+    // is counted in the metronome's frames per beat at that tempo.
+    const float tempo = tempo_.load(std::memory_order_relaxed) * speedRatio_.load(std::memory_order_relaxed);
+    const double framesPerBeat =
+        tempo > 0.0f ? static_cast<double>(sampleRate_) * 60.0 / static_cast<double>(tempo) : 0.0;
+    effects_.setTransport(tempo, static_cast<double>(position),
+                          framesPerBeat > 0.0 ? static_cast<double>(position) / framesPerBeat : 0.0);
+    // Every unit gets the same MIDI; one without a running instance drops it.
+    for (Track& t : tracks_)
+    {
+        t.effect().forwardMidi(midi);
+    }
+    // The count that switching an effect off waits on.
+    for (Track& t : tracks_)
+    {
+        t.effect().noteTick();
+    }
 
     input.position = position;
     output.position = position;
@@ -314,6 +334,69 @@ void Manager::waitForBlocks()
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
+}
+
+bool Manager::loadTrack(int32_t track, const epiPath& path)
+{
+    const bool opened = tracks_[clampTrack(track)].load(path);
+    pendingLocate_.store(0, std::memory_order_relaxed);
+    return opened;
+}
+
+void Manager::unloadTrack(int32_t track)
+{
+    tracks_[clampTrack(track)].unload();
+}
+
+bool Manager::startTake(int32_t track, const epiPath& path)
+{
+    Track& t = tracks_[clampTrack(track)];
+    if (isLoopEnabled())
+    {
+        t.beginTake(path, loopStartFrames(), loopEndFrames());
+    }
+    else
+    {
+        t.beginTake(path, 0, 0);
+    }
+    return t.setRecording(true);
+}
+
+void Manager::setRecordLatency(int64_t frames, int32_t unused)
+{
+    static_cast<void>(unused);
+    for (Track& t : tracks_)
+    {
+        t.recorder().setLatency(frames);
+    }
+}
+
+void Manager::showEditor(int32_t track)
+{
+    hideEditor();
+    editorTrack_ = clampTrack(track);
+    tracks_[editorTrack_].effect().setEditorParent(editorParent_);
+}
+
+void Manager::hideEditor()
+{
+    if (editorTrack_ >= 0)
+    {
+        tracks_[editorTrack_].effect().closeEditor();
+    }
+    editorTrack_ = -1;
+}
+
+bool Manager::anyEffectChanged()
+{
+    for (Track& t : tracks_)
+    {
+        if (t.effect().isStateChanged())
+        {
+            return true;
+        }
+    }
+    return false;
 }
 
 int64_t Manager::trackLength(int32_t track)

@@ -6,9 +6,15 @@
 #include "engine/ManagerDelegate.h"
 #include "engine/MetronomeDelegate.h"
 #include "engine/MidiEvent.h"
+#include "engine/Track.h"
+#include "engine/TrackControls.h"
 #include "engine/TrackSource.h"
+#include "epi/epiPath.h"
 #include "epi/epiText.h"
+#include "plugin/AudioFxKV3Manager.h"
+#include "plugin/AudioFxKV3Messages.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <functional>
@@ -30,7 +36,7 @@
  * taken by poll. A change that needs more than one write takes the node out of the path, calls
  * waitForBlocks, and then changes it.
  */
-class Manager : public MetronomeDelegate
+class Manager : public AudioFxKV3ManagerDelegate, public MetronomeDelegate
 {
 public:
     /** Strips of the mixer: the four tracks, then the metronome. */
@@ -45,7 +51,11 @@ public:
     /** Blocks waitForBlocks waits for. */
     static constexpr uint32_t kWaitBlocks = 3;
 
-    /** Marks the metronome's strip exempt from solo at 0 dB; the transport starts stopped at 0. */
+    /**
+     * Loads the effect library (found as the plug-in host finds it), gives every track's effect unit the
+     * effect manager, puts the four tracks on strips 0 to 3, marks the metronome's strip exempt from solo
+     * at 0 dB; the transport starts stopped at 0.
+     */
     Manager();
     ~Manager() override;
     Manager(const Manager&) = delete;
@@ -53,7 +63,8 @@ public:
 
     /**
      * Puts a track (index 0 to 3) or the metronome (index 4) on its mixer strip and tells it the
-     * transport's state. Not owned. The Manager drives exactly these sources.
+     * transport's state. Not owned. The Manager drives exactly these sources; strips 0 to 3 start with
+     * the Manager's own tracks, which the track commands below always address.
      */
     // [ui thread, device stopped]
     void setTrackSource(int32_t index, TrackSource* source);
@@ -176,6 +187,53 @@ public:
     const epiText& masterVolumeText() { return mixer_.masterText(); }
     AudioMixer& mixer() { return mixer_; }
 
+    /** The controls of track 0 to 3. */
+    // [ui thread]
+    TrackControls& track(int32_t index) { return tracks_[clampTrack(index)]; }
+    /** Track 0 to 3 itself, for the offline jobs and the device front. */
+    Track& trackNode(int32_t index) { return tracks_[clampTrack(index)]; }
+    /** The effect manager that the four units share. */
+    AudioFxKV3Manager& effects() { return effects_; }
+
+    /**
+     * Has the track load a file and asks for a locate to 0. The track leaves the path while its files
+     * change.
+     * @return whether the file opened; a track whose file failed stays silent
+     */
+    // [ui thread]
+    bool loadTrack(int32_t track, const epiPath& path);
+    /** Closes the track's files; it goes silent. */
+    // [ui thread]
+    void unloadTrack(int32_t track);
+    /**
+     * Begins a take on the track into path: the loop points are its punch points when the loop is on
+     * (none otherwise), and the recorder opens.
+     * @return false when the recorder could not open; the track's takeErrorText says why
+     */
+    // [ui thread]
+    bool startTake(int32_t track, const epiPath& path);
+    /**
+     * The device's round trip, which each track's recorder takes off the start of the timeline.
+     * @param frames input plus output latency
+     */
+    // [ui thread, device stopped]
+    void setRecordLatency(int64_t frames, int32_t unused);
+
+    /** The native window in which effect editors open (0 for none). */
+    // [ui thread]
+    void setEditorParent(AudioFxKV3Unit::WindowHandle parent) { editorParent_ = parent; }
+    /** Shows the editor of a track's effect in the parent, closing the one shown before. */
+    // [ui thread]
+    void showEditor(int32_t track);
+    /** Closes the editor shown, if any. */
+    // [ui thread]
+    void hideEditor();
+    /** The track whose editor is shown, -1 for none. */
+    int32_t editorTrack() const { return editorTrack_; }
+    /** Whether some track's plug-in state differs from the state last stored. */
+    // [ui thread]
+    bool anyEffectChanged();
+
     /** The track's length in session frames; 0 for an empty strip. */
     // [ui thread]
     int64_t trackLength(int32_t track);
@@ -223,20 +281,26 @@ public:
 
     /** A plug-in changed its state; reported by the next poll. */
     // [any thread]
-    void pluginChanged() { pluginChanged_.store(true, std::memory_order_relaxed); }
+    void pluginChanged() override { pluginChanged_.store(true, std::memory_order_relaxed); }
 
     /** The metronome's beat, passed on to the delegate at once. */
     // [audio thread]
     void beat() override;
 
 private:
+    static int32_t clampTrack(int32_t index) { return std::clamp(index, 0, kTracks - 1); }
     void propagatePlaying(bool playing);
     void pumpTask();
     void finishTask();
     int64_t toEngine(int64_t sessionFrames) const;
     int64_t toSession(int64_t engineFrames) const;
 
+    // Declared before the mixer so that they outlive it; the units hold the effect manager's library.
+    AudioFxKV3Manager effects_;
+    Track tracks_[kTracks];
     AudioMixer mixer_;
+    int32_t editorTrack_ = -1;                      // interface thread only
+    AudioFxKV3Unit::WindowHandle editorParent_ = 0; // interface thread only
     // The sources of strips 0 to 4, not owned; wired with the device stopped.
     TrackSource* sources_[AudioMixer::kInputs] = {};
 

@@ -12,16 +12,15 @@ namespace tracktest
 {
 
 /**
- * A Manager with its first track, driven by the offline harness. The device input is the staircase
- * stepValue on the left and its negative on the right, counted in device frames, and the input gain is
- * 0 dB so that what is recorded can be compared with it sample by sample.
+ * A Manager, whose own track 0 the tests use, driven by the offline harness. The device input is the
+ * staircase stepValue on the left and its negative on the right, counted in device frames, and the input gain
+ * is 0 dB so that what is recorded can be compared with it sample by sample.
  */
 class TrackRig
 {
 public:
-    TrackRig(uint32_t sampleRate, uint32_t block) : sampleRate_(sampleRate), block_(block)
+    TrackRig(uint32_t sampleRate, uint32_t block) : block_(block)
     {
-        manager_.setTrackSource(0, &track_);
         manager_.setInputGain(0.0f);
         harness_ = std::make_unique<enginetest::EngineHarness>(manager_, sampleRate, block);
         harness_->recordOutput = false;
@@ -36,7 +35,7 @@ public:
     }
 
     Manager& manager() { return manager_; }
-    Track& track() { return track_; }
+    Track& track() { return manager_.trackNode(0); }
     enginetest::EngineHarness& harness() { return *harness_; }
 
     /** Runs blocks until frames have passed. */
@@ -49,9 +48,9 @@ public:
     int64_t record(const std::string& path, int64_t start, int64_t frames, int64_t punchIn = 0,
                    int64_t punchOut = 0)
     {
-        track_.setArmed(true);
-        track_.beginTake(epiPath(path), punchIn, punchOut);
-        takeStarted_ = track_.setRecording(true);
+        track().setArmed(true);
+        track().beginTake(epiPath(path), punchIn, punchOut);
+        takeStarted_ = track().setRecording(true);
         manager_.locate(start);
         manager_.start();
         const int64_t first = harness_->deviceFrames();
@@ -63,8 +62,8 @@ public:
     bool stopTake()
     {
         manager_.stop();
-        const bool merged = track_.setRecording(false);
-        track_.setArmed(false);
+        const bool merged = track().setRecording(false);
+        track().setArmed(false);
         return merged;
     }
 
@@ -72,9 +71,7 @@ public:
     uint32_t block() const { return block_; }
 
 private:
-    uint32_t sampleRate_;
     uint32_t block_;
-    Track track_;
     Manager manager_;
     std::unique_ptr<enginetest::EngineHarness> harness_;
     bool takeStarted_ = false;

@@ -1,0 +1,183 @@
+#include "tests/engine/tracks/PluginEnv.h"
+#include "tests/engine/tracks/TrackRig.h"
+
+#include <gtest/gtest.h>
+#include <sndfile.h>
+
+using namespace tracktest;
+
+namespace
+{
+
+constexpr uint32_t kRate = 48000;
+constexpr uint32_t kBlock = 256;
+
+void expectInput(const FileAudio& audio, int64_t at, int64_t first, int64_t count)
+{
+    ASSERT_LE(at + count, audio.frames());
+    for (int64_t i = 0; i < count; ++i)
+    {
+        const size_t k = static_cast<size_t>(at + i);
+        ASSERT_FLOAT_EQ(audio.left[k], stepValue(first + i)) << "frame " << at + i;
+        ASSERT_FLOAT_EQ(audio.right[k], stepValueRight(first + i)) << "frame " << at + i;
+    }
+}
+
+float half(int64_t)
+{
+    return 0.5f;
+}
+
+class ManagerTrackTest : public ::testing::Test
+{
+protected:
+    ManagerTrackTest()
+        : env_(KV3_TEST_GAIN), folder_(::testing::UnitTest::GetInstance()->current_test_info()->name()),
+          rig_(kRate, kBlock)
+    {
+    }
+
+    PluginEnv env_;
+    TempFolder folder_;
+    TrackRig rig_;
+};
+
+} // namespace
+
+TEST_F(ManagerTrackTest, PunchPointsFollowTheLoopThroughTheManager)
+{
+    Manager& manager = rig_.manager();
+    manager.sessionLength();
+    manager.setLoopStart(1000);
+    manager.setLoopEnd(3000);
+    manager.setLoopEnabled(true);
+    rig_.track().setArmed(true);
+    const std::string path = folder_.file("loop.aif");
+    ASSERT_TRUE(manager.startTake(0, epiPath(path)));
+    EXPECT_EQ(rig_.track().punchIn(), 1000);
+    EXPECT_EQ(rig_.track().punchOut(), 3000);
+    manager.setRecording(true);
+    manager.locate(0);
+    manager.start();
+    const int64_t first = rig_.harness().deviceFrames();
+    rig_.run(5000);
+    // A take doesn't wrap: the transport ran on past the loop end and the end was reported.
+    EXPECT_GE(manager.enginePosition(), 3000);
+    manager.setRecording(false);
+    ASSERT_TRUE(rig_.stopTake()) << rig_.track().takeErrorText();
+    const FileAudio audio = readFile(path);
+    ASSERT_EQ(audio.frames(), 2816);
+    expectInput(audio, 768, first + 768, 2816 - 768);
+}
+
+TEST_F(ManagerTrackTest, LatencyIsCompensatedAtTheStartOfTheTimeline)
+{
+    rig_.manager().setRecordLatency(100, 0);
+    const std::string path = folder_.file("latency.aif");
+    const int64_t first = rig_.record(path, 0, 20 * kBlock);
+    ASSERT_TRUE(rig_.stopTake()) << rig_.track().takeErrorText();
+    EXPECT_EQ(rig_.track().takeStart(), 0);
+    const FileAudio audio = readFile(path);
+    // The first 100 frames of input are dropped: frame 0 of the file is what came in at position 100.
+    ASSERT_EQ(audio.frames(), 20 * kBlock - 100);
+    expectInput(audio, 0, first + 100, 20 * kBlock - 100);
+}
+
+TEST_F(ManagerTrackTest, LatencyIsNotAppliedToATakeLaterOnTheTimeline)
+{
+    rig_.manager().setRecordLatency(100, 0);
+    const std::string path = folder_.file("later.aif");
+    const int64_t first = rig_.record(path, 4096, 20 * kBlock);
+    ASSERT_TRUE(rig_.stopTake()) << rig_.track().takeErrorText();
+    const FileAudio audio = readFile(path);
+    ASSERT_EQ(audio.frames(), 4096 + 20 * kBlock);
+    expectInput(audio, 4096, first, 20 * kBlock);
+}
+TEST_F(ManagerTrackTest, LoadTrackLocatesToTheStartAndTrackLengthIsInSessionFrames)
+{
+    Manager& manager = rig_.manager();
+    const std::string path = folder_.file("second.wav");
+    ASSERT_TRUE(writeFile(path, SF_FORMAT_WAV | SF_FORMAT_FLOAT, 1, 44100, 44100, half, half));
+    manager.locate(5000);
+    rig_.run(kBlock);
+    EXPECT_EQ(manager.sessionPosition(), 5000);
+    ASSERT_TRUE(manager.loadTrack(2, epiPath(path)));
+    EXPECT_EQ(manager.sessionPosition(), 0);
+    // One second at 44.1 kHz is 48000 frames at the session's 48 kHz.
+    EXPECT_EQ(manager.trackLength(2), 48000);
+    EXPECT_EQ(manager.sessionLength(), 48000);
+    // At twice the speed ratio the track takes half the engine frames, the same session frames.
+    manager.setSpeedRatio(2.0f);
+    EXPECT_EQ(manager.trackNode(2).length(), 24000);
+    EXPECT_EQ(manager.trackLength(2), 48000);
+    manager.unloadTrack(2);
+    EXPECT_EQ(manager.trackLength(2), 0);
+    EXPECT_FALSE(manager.loadTrack(2, epiPath(folder_.file("absent.wav"))));
+    EXPECT_FALSE(manager.trackNode(2).isLoaded());
+}
+
+TEST_F(ManagerTrackTest, RecordingTrackKeepsTheSessionOpen)
+{
+    rig_.track().setArmed(true);
+    ASSERT_TRUE(rig_.manager().startTake(0, epiPath(folder_.file("open.aif"))));
+    EXPECT_EQ(rig_.track().length(), Track::kRecordingLength);
+    EXPECT_EQ(rig_.manager().sessionLength(), Track::kRecordingLength);
+    rig_.stopTake();
+}
+
+TEST_F(ManagerTrackTest, MidiReachesEveryRunningEffectOnce)
+{
+    Manager& manager = rig_.manager();
+    kv3test::TestPluginLog* log = env_.log();
+    ASSERT_NE(log, nullptr);
+    manager.trackNode(0).setEffectEnabled(true);
+    manager.trackNode(2).setEffectEnabled(true);
+    const int before = log->midiEvents.load();
+    MidiEventBlock& midi = rig_.harness().midi();
+    midi.events[0] = {0, 0x643C90};
+    midi.events[1] = {1, 0x003C80};
+    midi.events[2] = {2, 0x7F07B0};
+    midi.count = 3;
+    rig_.run(kBlock);
+    // Two units with an instance, three events each; the two units without one drop them.
+    EXPECT_EQ(log->midiEvents.load() - before, 6);
+    EXPECT_EQ(log->lastMessage, 0x7F07B0u);
+    rig_.run(kBlock);
+    EXPECT_EQ(log->midiEvents.load() - before, 6) << "a block's MIDI is delivered once";
+}
+
+TEST_F(ManagerTrackTest, HostTimeAndTicksFollowEveryBlock)
+{
+    Manager& manager = rig_.manager();
+    manager.setTempo(90.0f);
+    manager.locate(48000);
+    const uint32_t ticks = manager.trackNode(3).effect().tick();
+    rig_.run(kBlock);
+    float tempo = 0.0f;
+    double samples = -1.0;
+    double beats = -1.0;
+    ASSERT_TRUE(manager.effects().plugin().getTimeInfo(&tempo, &samples, &beats));
+    EXPECT_FLOAT_EQ(tempo, 90.0f);
+    EXPECT_DOUBLE_EQ(samples, 48000.0);
+    // At 90 BPM a beat is 32000 frames of 48 kHz.
+    EXPECT_DOUBLE_EQ(beats, 1.5);
+    manager.setSpeedRatio(2.0f);
+    rig_.run(kBlock);
+    ASSERT_TRUE(manager.effects().plugin().getTimeInfo(&tempo, &samples, &beats));
+    EXPECT_FLOAT_EQ(tempo, 180.0f) << "the plug-in hears the tempo at the present speed";
+    EXPECT_EQ(manager.trackNode(3).effect().tick() - ticks, 2u);
+}
+
+TEST_F(ManagerTrackTest, EditorFollowsTheTrackShown)
+{
+    Manager& manager = rig_.manager();
+    EXPECT_EQ(manager.editorTrack(), -1);
+    manager.setEditorParent(0);
+    manager.showEditor(1);
+    EXPECT_EQ(manager.editorTrack(), 1);
+    manager.showEditor(3);
+    EXPECT_EQ(manager.editorTrack(), 3);
+    manager.hideEditor();
+    EXPECT_EQ(manager.editorTrack(), -1);
+    EXPECT_FALSE(manager.anyEffectChanged());
+}

@@ -1,0 +1,208 @@
+#include "tests/engine/tracks/PluginEnv.h"
+#include "tests/engine/tracks/TrackRig.h"
+
+#include <gtest/gtest.h>
+#include <sndfile.h>
+
+#include <chrono>
+#include <cmath>
+#include <thread>
+
+using namespace tracktest;
+
+// Each row of the track's switch table, heard through the mixer. The track plays a file of a constant
+// 0.4; the device input is a constant 0.2; the effect is the test library, which halves what it gets.
+
+namespace
+{
+
+constexpr uint32_t kRate = 48000;
+constexpr uint32_t kBlock = 128;
+
+float fileLevel(int64_t)
+{
+    return 0.4f;
+}
+
+float frozenLevel(int64_t)
+{
+    return 0.1f;
+}
+
+class RoutingTest : public ::testing::Test
+{
+protected:
+    RoutingTest()
+        : env_(KV3_TEST_GAIN), folder_(::testing::UnitTest::GetInstance()->current_test_info()->name()),
+          rig_(std::make_unique<TrackRig>(kRate, kBlock))
+    {
+        rig_->harness().fillInput = [](AudioData& input, int64_t)
+        {
+            for (int64_t i = 0; i < input.frames; ++i)
+            {
+                input.channel[0][i] = input.channel[1][i] = 0.2f;
+            }
+        };
+        rig_->harness().recordOutput = true;
+        const std::string path = folder_.file("level.wav");
+        EXPECT_TRUE(
+            writeFile(path, SF_FORMAT_WAV | SF_FORMAT_FLOAT, 2, kRate, kRate * 4, fileLevel, fileLevel));
+        // The Manager's own track 0, read by the calling thread so that every block is exact.
+        EXPECT_TRUE(manager().loadTrack(0, epiPath(path)));
+        track().setDirectRead(true);
+        track().rewire();
+    }
+
+    Manager& manager() { return rig_->manager(); }
+    Track& track() { return manager().trackNode(0); }
+
+    /** The output level of the last block after running a few. */
+    float levelAfter(int blocks)
+    {
+        rig_->harness().left.clear();
+        rig_->harness().right.clear();
+        for (int b = 0; b < blocks; ++b)
+        {
+            rig_->harness().runBlock(kBlock);
+        }
+        const auto& left = rig_->harness().left;
+        const float level = left.back();
+        EXPECT_FLOAT_EQ(rig_->harness().right.back(), level);
+        return level;
+    }
+
+    PluginEnv env_;
+    TempFolder folder_;
+    std::unique_ptr<TrackRig> rig_;
+};
+
+} // namespace
+
+TEST_F(RoutingTest, PlayingTrackIsHeardAndAStoppedOneFeedsSilence)
+{
+    // Neither armed nor playing: the effect is fed silence (so that tails ring out), nothing is heard.
+    EXPECT_FALSE(track().sourceSwitch().isFirstSelected());
+    EXPECT_FALSE(track().monitorSwitch().isFirstSelected());
+    EXPECT_EQ(levelAfter(2), 0.0f);
+    manager().start();
+    EXPECT_TRUE(track().sourceSwitch().isFirstSelected());
+    EXPECT_FLOAT_EQ(levelAfter(2), 0.4f);
+    manager().stop();
+    EXPECT_EQ(levelAfter(2), 0.0f);
+}
+
+TEST_F(RoutingTest, EffectInThePathProcessesThePlayback)
+{
+    ASSERT_TRUE(manager().effects().isLoaded());
+    track().setEffectEnabled(true);
+    EXPECT_TRUE(track().isEffectLoaded()) << "enabling loads";
+    EXPECT_TRUE(track().effect().isEnabled());
+    EXPECT_TRUE(track().effectInputSwitch().isFirstSelected());
+    EXPECT_TRUE(track().effectFeed().isFirstSelected());
+    manager().start();
+    EXPECT_FLOAT_EQ(levelAfter(2), 0.2f);
+}
+
+TEST_F(RoutingTest, BypassedEffectKeepsItsInstance)
+{
+    track().setEffectEnabled(true);
+    track().setEffectEnabled(false);
+    EXPECT_TRUE(track().effect().isEnabled()) << "bypassing keeps the plug-in alive";
+    EXPECT_FALSE(track().effectInputSwitch().isFirstSelected());
+    EXPECT_FALSE(track().effectFeed().isFirstSelected());
+    manager().start();
+    EXPECT_FLOAT_EQ(levelAfter(2), 0.4f);
+}
+
+TEST_F(RoutingTest, ArmedTrackMonitorsItsInputThroughTheEffect)
+{
+    track().setEffectEnabled(true);
+    track().setArmed(true);
+    EXPECT_TRUE(track().monitorSwitch().isFirstSelected());
+    // Stopped: the live input is heard through the effect, the file not.
+    EXPECT_FLOAT_EQ(levelAfter(2), 0.1f);
+    // Playing: still the input, never the file.
+    manager().start();
+    EXPECT_FALSE(track().sourceSwitch().isFirstSelected());
+    EXPECT_FLOAT_EQ(levelAfter(2), 0.1f);
+    track().setArmed(false);
+    EXPECT_FLOAT_EQ(levelAfter(2), 0.2f);
+}
+
+TEST_F(RoutingTest, FrozenTrackPlaysItsFrozenFileWithoutAnInstance)
+{
+    const std::string frozen = folder_.file("level_frozen.wav");
+    ASSERT_TRUE(
+        writeFile(frozen, SF_FORMAT_WAV | SF_FORMAT_FLOAT, 2, kRate, kRate * 4, frozenLevel, frozenLevel));
+    track().setEffectEnabled(true);
+    track().loadFrozen(epiPath(frozen));
+    track().setFrozen(true);
+    EXPECT_FALSE(track().effect().isEnabled()) << "a frozen track holds no plug-in instance";
+    EXPECT_FALSE(track().effectInputSwitch().isFirstSelected());
+    // Stopped, it goes the normal way with the effect out of the path: silence.
+    EXPECT_TRUE(track().outputSwitch().isFirstSelected());
+    EXPECT_EQ(levelAfter(1), 0.0f);
+    manager().start();
+    EXPECT_FALSE(track().outputSwitch().isFirstSelected());
+    // The frozen file streams from its own thread: paced like a device, it arrives.
+    float level = 0.0f;
+    for (int tries = 0; tries < 200 && level == 0.0f; ++tries)
+    {
+        level = levelAfter(1);
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    EXPECT_FLOAT_EQ(level, 0.1f);
+    // Unfreezing brings the instance back and deletes the frozen file.
+    track().setFrozen(false);
+    EXPECT_TRUE(track().effect().isEnabled());
+    EXPECT_FALSE(exists(frozen));
+    EXPECT_FLOAT_EQ(levelAfter(2), 0.2f);
+}
+
+TEST_F(RoutingTest, DirectReadSelectsTheFileReadByTheCallingThread)
+{
+    EXPECT_FALSE(track().resamplerSwitch().isFirstSelected());
+    manager().start();
+    // The first block is already the file's: nothing waits for a disk thread.
+    EXPECT_FLOAT_EQ(levelAfter(1), 0.4f);
+    track().setDirectRead(false);
+    track().rewire();
+    EXPECT_TRUE(track().resamplerSwitch().isFirstSelected());
+    EXPECT_TRUE(track().isLoaded());
+}
+
+TEST_F(RoutingTest, MutedTrackIsSilentYetKeepsRecording)
+{
+    manager().mixerInput(0).setMute(true);
+    const std::string take = folder_.file("muted.aif");
+    track().setArmed(true);
+    ASSERT_TRUE(manager().startTake(0, epiPath(take)));
+    manager().start();
+    EXPECT_EQ(levelAfter(8), 0.0f);
+    manager().stop();
+    ASSERT_TRUE(track().setRecording(false)) << track().takeErrorText();
+    const FileAudio audio = readFile(take);
+    // The take, the dry input, lies over the start of the old file, whose rest follows.
+    ASSERT_EQ(audio.frames(), kRate * 4);
+    // 24-bit files hold these levels to within one step of 2^-23.
+    EXPECT_NEAR(audio.left[100], 0.2f, 1e-6f);
+    EXPECT_NEAR(audio.left[8 * kBlock - 1], 0.2f, 1e-6f);
+    EXPECT_NEAR(audio.left[8 * kBlock], 0.4f, 1e-6f);
+}
+
+TEST_F(RoutingTest, SoloOnAnotherTrackSilencesThisOne)
+{
+    const std::string other = folder_.file("other.wav");
+    ASSERT_TRUE(writeFile(other, SF_FORMAT_WAV | SF_FORMAT_FLOAT, 2, kRate, kRate, frozenLevel, frozenLevel));
+    ASSERT_TRUE(manager().loadTrack(1, epiPath(other)));
+    manager().trackNode(1).setDirectRead(true);
+    manager().trackNode(1).rewire();
+    manager().start();
+    EXPECT_FLOAT_EQ(levelAfter(2), 0.5f);
+    manager().setSolo(1, true);
+    EXPECT_FLOAT_EQ(levelAfter(2), 0.1f);
+    manager().setSolo(0, true);
+    EXPECT_FLOAT_EQ(levelAfter(2), 0.5f);
+    manager().setSolo(1, false);
+    EXPECT_FLOAT_EQ(levelAfter(2), 0.4f);
+}
