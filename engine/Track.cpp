@@ -147,7 +147,7 @@ bool Track::processInput(AudioData& input, AudioData& output)
         return false;
     }
     inputStore_.store(input);
-    if (recording_.load(std::memory_order_relaxed) && playing_.load(std::memory_order_relaxed))
+    if (recording_.load(std::memory_order_acquire) && playing_.load(std::memory_order_relaxed))
     {
         const int64_t p = input.position;
         const int64_t end = p + input.frames;

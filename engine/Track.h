@@ -204,8 +204,9 @@ private:
     AudioFxPSTS stretch_;
     AudioFxKV3Unit effect_;
     AudioFileRecorder recorder_;
-    // Read by the audio thread in the live pass. seq_cst: it pairs with busy_ so that once setRecording
-    // has cleared it and seen busy_ false, write no longer runs.
+    // Read by the audio thread in the live pass. Set with release after the recorder has opened, read
+    // with acquire, so that the recorder's fresh state is seen; cleared before the busy_ handshake, so that
+    // once setRecording has seen busy_ false, write no longer runs.
     std::atomic<bool> recording_{false};
     AudioTemporary inputStore_;
     AudioSwitch monitorSwitch_;
