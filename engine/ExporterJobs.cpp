@@ -229,3 +229,13 @@ void ManagerJobs::setTrackFrozen(Manager& manager, int32_t track, bool on)
         },
         epiText("Freezing track"), epiText("Freezing track..."));
 }
+
+void Manager::startExport(const epiPath& path, int32_t container, int32_t bitDepth, bool loopOnly)
+{
+    ManagerJobs::startExport(*this, path, container, bitDepth, loopOnly);
+}
+
+void Manager::setTrackFrozen(int32_t track, bool on)
+{
+    ManagerJobs::setTrackFrozen(*this, track, on);
+}

@@ -28,6 +28,8 @@ Manager::Manager() : inputGain_(linearFromDb(kDefaultInputGainDb))
         tracks_[i].effect().setManager(&effects_);
         setTrackSource(i, &tracks_[i]);
     }
+    setTrackSource(kMetronomeIndex, &metronome_);
+    metronome_.setDelegate(this);
     mixer_.strip(kMetronomeIndex).setSoloExempt(true);
     mixer_.strip(kMetronomeIndex).setVolume(0.0f);
 }

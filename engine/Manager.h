@@ -4,6 +4,7 @@
 #include "engine/AudioMixer.h"
 #include "engine/Exporter.h"
 #include "engine/ManagerDelegate.h"
+#include "engine/Metronome.h"
 #include "engine/MetronomeDelegate.h"
 #include "engine/MidiEvent.h"
 #include "engine/Track.h"
@@ -187,6 +188,33 @@ public:
     const epiText& masterVolumeText() { return mixer_.masterText(); }
     AudioMixer& mixer() { return mixer_; }
 
+    /** The metronome on strip 4. */
+    // [ui thread]
+    MetronomeControls& metronome() { return metronome_; }
+    Metronome& metronomeNode() { return metronome_; }
+    /**
+     * Replaces a click of the metronome: index 0 the ordinary beat, 1 the first beat of a bar. Only with
+     * the metronome's strip muted, the metronome disabled and waitForBlocks passed.
+     */
+    // [ui thread]
+    void loadClick(int32_t index, const AudioBuffer& samples) { metronome_.loadClick(index == 1, samples); }
+
+    /**
+     * Suspends the device and starts rendering the session (or its loop, in session frames) into path
+     * at the Manager's rate; poll renders it a second at a time. The progress panel gets "Rendering
+     * session".
+     * @param container, bitDepth values of AudioFileFormats
+     */
+    // [ui thread]
+    void startExport(const epiPath& path, int32_t container, int32_t bitDepth, bool loopOnly);
+    /**
+     * Off: the track plays its file through its effect again and its frozen file is deleted. On: the
+     * device is suspended and a job renders the track through its effect into its "_frozen" file, then
+     * freezes it.
+     */
+    // [ui thread]
+    void setTrackFrozen(int32_t track, bool on);
+
     /** The controls of track 0 to 3. */
     // [ui thread]
     TrackControls& track(int32_t index) { return tracks_[clampTrack(index)]; }
@@ -298,6 +326,7 @@ private:
     // Declared before the mixer so that they outlive it; the units hold the effect manager's library.
     AudioFxKV3Manager effects_;
     Track tracks_[kTracks];
+    Metronome metronome_;
     AudioMixer mixer_;
     int32_t editorTrack_ = -1;                      // interface thread only
     AudioFxKV3Unit::WindowHandle editorParent_ = 0; // interface thread only

@@ -195,11 +195,9 @@ int runRender(const std::vector<std::string>& argv)
 
     RenderDelegate delegate("render");
     Manager manager;
-    Metronome metronome;
+    Metronome& metronome = manager.metronomeNode();
     manager.setDelegate(&delegate);
     manager.setFormat(static_cast<uint32_t>(doc.sampleRate), block);
-    manager.setTrackSource(Manager::kMetronomeIndex, &metronome);
-    metronome.setDelegate(&manager);
     applyDocumentSession(doc, manager, &metronome);
     if (args.flag("with-click"))
     {

@@ -61,7 +61,7 @@ protected:
 TEST_F(FreezeRig, FrozenFileHoldsTheTrackThroughItsEffectAndTheInstanceIsReleased)
 {
     ASSERT_TRUE(track().effect().hasInstance()) << "the test library did not load";
-    ManagerJobs::setTrackFrozen(manager, 1, true);
+    manager.setTrackFrozen(1, true);
     EXPECT_EQ(delegate.titles, std::vector<std::string>{"Freezing track"});
     EXPECT_EQ(delegate.messages, std::vector<std::string>{"Freezing track..."});
     // Two and a half seconds: three steps.
@@ -93,7 +93,7 @@ TEST_F(FreezeRig, FrozenFileHoldsTheTrackThroughItsEffectAndTheInstanceIsRelease
     EXPECT_FALSE(track().isDirectRead());
     EXPECT_FALSE(track().isPlaying());
 
-    ManagerJobs::setTrackFrozen(manager, 1, false);
+    manager.setTrackFrozen(1, false);
     EXPECT_FALSE(manager.hasTask());
     EXPECT_FALSE(track().isFrozen());
     EXPECT_TRUE(track().effect().hasInstance());
