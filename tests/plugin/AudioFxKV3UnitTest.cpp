@@ -15,6 +15,9 @@
 #include <thread>
 #include <vector>
 
+using kv3test::bytesOf;
+using kv3test::disableWhileTicking;
+using kv3test::fillDump;
 using kv3test::RecordingSink;
 using kv3test::TestLibrary;
 
@@ -50,38 +53,13 @@ public:
 constexpr std::uint32_t kRate = 48000;
 constexpr std::uint32_t kBlock = 64;
 
-/** A unit wired to a manager over the gain library, with its record of calls. */
-struct Rig
+AudioData requestAt(std::int64_t position)
 {
-    explicit Rig(const char* path = KV3_TEST_GAIN) : library(path), manager(&sink, path)
-    {
-        unit.setManager(&manager);
-        unit.setSource(&source);
-    }
-
-    TestLibrary library;
-    RecordingSink sink;
-    AudioFxKV3Manager manager;
-    Staircase source;
-    AudioFxKV3Unit unit;
-};
-
-/** Switches a unit off while another thread counts engine blocks, as the running engine does. */
-void disableWhileTicking(AudioFxKV3Unit& unit)
-{
-    std::atomic<bool> running{true};
-    std::thread engine(
-        [&]
-        {
-            while (running.load())
-            {
-                unit.noteTick();
-                std::this_thread::sleep_for(std::chrono::milliseconds(1));
-            }
-        });
-    unit.setEnabled(false);
-    running.store(false);
-    engine.join();
+    AudioData request;
+    request.frames = kBlock;
+    request.position = position;
+    request.channels = 2;
+    return request;
 }
 
 void blockAt(AudioBuffer& buffer, std::int64_t position, std::int64_t frames = kBlock)
@@ -91,16 +69,33 @@ void blockAt(AudioBuffer& buffer, std::int64_t position, std::int64_t frames = k
     buffer.position = position;
 }
 
-void fillDump(epiFileDump& dump, const std::string& bytes)
+/** A unit wired to a manager over the gain library, with its record of calls. */
+struct Rig
 {
-    dump.copyBytes(bytes.data(), static_cast<std::uint32_t>(bytes.size()));
-}
+    explicit Rig(const char* path = KV3_TEST_GAIN) : library(path), manager(&sink, path)
+    {
+        unit.setManager(&manager);
+        unit.setSource(&source);
+    }
+    /** Prepares at the test's rate and block and switches on. */
+    void start()
+    {
+        unit.prepare(kRate, kBlock);
+        unit.setEnabled(true);
+    }
+    /** The last state the library was given. */
+    std::string lastState() const
+    {
+        return std::string(reinterpret_cast<const char*>(library.log()->lastState),
+                           static_cast<std::size_t>(library.log()->lastStateSize));
+    }
 
-std::string bytesOf(const epiFileDump& dump)
-{
-    return dump.size() == 0 ? std::string()
-                            : std::string(reinterpret_cast<const char*>(dump.data()), dump.size());
-}
+    TestLibrary library;
+    RecordingSink sink;
+    AudioFxKV3Manager manager;
+    Staircase source;
+    AudioFxKV3Unit unit;
+};
 
 } // namespace
 
@@ -108,14 +103,10 @@ TEST(AudioFxKV3Unit, AnEnabledUnitProcessesThroughTheInstance)
 {
     Rig rig;
     ASSERT_TRUE(rig.manager.isLoaded());
-    rig.unit.prepare(kRate, kBlock);
-    rig.unit.setEnabled(true);
+    rig.start();
     ASSERT_TRUE(rig.unit.isEnabled());
 
-    AudioData request;
-    request.frames = kBlock;
-    request.position = 1000;
-    request.channels = 2;
+    AudioData request = requestAt(1000);
     ASSERT_TRUE(rig.unit.provide(request));
     for (std::int64_t i = 0; i < kBlock; ++i)
     {
@@ -139,10 +130,7 @@ TEST(AudioFxKV3Unit, ADisabledUnitPassesAudioThrough)
 {
     Rig rig;
     rig.unit.prepare(kRate, kBlock);
-    AudioData request;
-    request.frames = kBlock;
-    request.position = 300;
-    request.channels = 2;
+    AudioData request = requestAt(300);
     ASSERT_TRUE(rig.unit.provide(request));
     EXPECT_FLOAT_EQ(request.channel[0][10], 310.0f / 100000.0f);
     EXPECT_FLOAT_EQ(request.channel[1][10], -310.0f / 100000.0f);
@@ -173,9 +161,7 @@ TEST(AudioFxKV3Unit, AFailedSourceReadIsSilenceInReadOnly)
     ASSERT_TRUE(rig.unit.read(second));
     EXPECT_EQ(second.channel[0][5], 0.0f);
     // provide does not look at the source's result: the unit still answers true.
-    AudioData request;
-    request.frames = kBlock;
-    request.channels = 2;
+    AudioData request = requestAt(0);
     EXPECT_TRUE(rig.unit.provide(request));
     // A request larger than the prepared block is refused rather than overrun.
     AudioBuffer tooLong;
@@ -189,8 +175,7 @@ TEST(AudioFxKV3Unit, TheLifeCycleCallsInOrderWithItsWarmUp)
     epiFileDump defaults;
     fillDump(defaults, "<S><Program>3</Program></S>");
     rig.unit.defaultState().copyFrom(defaults);
-    rig.unit.prepare(kRate, kBlock);
-    rig.unit.setEnabled(true);
+    rig.start();
     // prepare, createInstance, two channels each way, initialise, the default state (given twice:
     // once as the default, once as the user's state would be, but userState was empty so it is
     // only copied), block size, rate, channels again, start.
@@ -218,12 +203,9 @@ TEST(AudioFxKV3Unit, AUserStateIsGivenAfterTheDefault)
     epiFileDump user;
     fillDump(user, "<S><Program>2</Program></S>");
     rig.unit.loadState(user);
-    rig.unit.prepare(kRate, kBlock);
-    rig.unit.setEnabled(true);
+    rig.start();
     EXPECT_EQ(rig.library.calls(), "aVpCioIWWBRioS");
-    EXPECT_EQ(std::string(reinterpret_cast<const char*>(rig.library.log()->lastState),
-                          static_cast<std::size_t>(rig.library.log()->lastStateSize)),
-              bytesOf(user));
+    EXPECT_EQ(rig.lastState(), bytesOf(user));
     disableWhileTicking(rig.unit);
 }
 
@@ -244,8 +226,7 @@ TEST(AudioFxKV3Unit, BlockSizeZeroRunsNoProcessAndPrepareStartsAnew)
 TEST(AudioFxKV3Unit, DisablingWithTheEngineStoppedTakesOneToTwoSeconds)
 {
     Rig rig;
-    rig.unit.prepare(kRate, kBlock);
-    rig.unit.setEnabled(true);
+    rig.start();
     const auto start = std::chrono::steady_clock::now();
     rig.unit.setEnabled(false);
     const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
@@ -258,8 +239,7 @@ TEST(AudioFxKV3Unit, DisablingWithTheEngineStoppedTakesOneToTwoSeconds)
 TEST(AudioFxKV3Unit, DisablingWithTheEngineRunningWaitsForThreeBlocks)
 {
     Rig rig;
-    rig.unit.prepare(kRate, kBlock);
-    rig.unit.setEnabled(true);
+    rig.start();
 
     // The engine: one block a millisecond, each pulling the unit and then counting the block.
     std::atomic<bool> running{true};
@@ -267,14 +247,9 @@ TEST(AudioFxKV3Unit, DisablingWithTheEngineRunningWaitsForThreeBlocks)
     std::thread engine(
         [&]
         {
-            AudioBuffer out;
-            out.alloc(kBlock, 2);
             while (running.load(std::memory_order_relaxed))
             {
-                AudioData request;
-                request.frames = kBlock;
-                request.channels = 2;
-                request.position = blocks.load(std::memory_order_relaxed) * kBlock;
+                AudioData request = requestAt(blocks.load(std::memory_order_relaxed) * kBlock);
                 rig.unit.provide(request);
                 rig.unit.noteTick();
                 blocks.fetch_add(1, std::memory_order_relaxed);
@@ -370,8 +345,7 @@ TEST(AudioFxKV3Unit, MidiGoesOutInBatchesOfAThousand)
 TEST(AudioFxKV3Unit, StateChangedFollowsAChangeOfProgram)
 {
     Rig rig;
-    rig.unit.prepare(kRate, kBlock);
-    rig.unit.setEnabled(true);
+    rig.start();
     epiFileDump saved;
     rig.unit.saveState(saved);
     EXPECT_NE(bytesOf(saved).find("<Program>0</Program>"), std::string::npos);
@@ -399,14 +373,11 @@ TEST(AudioFxKV3Unit, LoadingAnEmptyStateWithAnInstanceFallsBackToTheDefault)
 {
     Rig rig;
     fillDump(rig.unit.defaultState(), "<S><Program>4</Program></S>");
-    rig.unit.prepare(kRate, kBlock);
-    rig.unit.setEnabled(true);
+    rig.start();
     epiFileDump empty;
     rig.unit.loadState(empty);
     EXPECT_EQ(bytesOf(rig.unit.userState()), "<S><Program>4</Program></S>");
-    EXPECT_EQ(std::string(reinterpret_cast<const char*>(rig.library.log()->lastState),
-                          static_cast<std::size_t>(rig.library.log()->lastStateSize)),
-              "<S><Program>4</Program></S>");
+    EXPECT_EQ(rig.lastState(), "<S><Program>4</Program></S>");
     disableWhileTicking(rig.unit);
 }
 
@@ -414,8 +385,7 @@ TEST(AudioFxKV3Unit, ANullInstanceKeepsTheUnitPassingThrough)
 {
     Rig rig(KV3_TEST_NULLINSTANCE);
     ASSERT_TRUE(rig.manager.isLoaded());
-    rig.unit.prepare(kRate, kBlock);
-    rig.unit.setEnabled(true);
+    rig.start();
     EXPECT_TRUE(rig.unit.isEnabled());
     AudioBuffer into;
     blockAt(into, 100);

@@ -45,45 +45,36 @@ TEST(PluginLoad, HandshakeOnVersion13BothWays)
     EXPECT_EQ(library.calls(), "aVr");
 }
 
-TEST(PluginLoad, AVersion12LibraryIsReleasedAndRejected)
+// Each library that fails the load sequence: the message the user sees and the calls it got.
+TEST(PluginLoad, EachFailureOfTheLoadSequence)
 {
-    TestLibrary library(KV3_TEST_V12);
-    RecordingSink sink;
-    AudioFxKV3Plugin plugin(&sink, KV3_TEST_V12);
-    EXPECT_EQ(plugin.plugin(), nullptr);
-    EXPECT_EQ(plugin.service(), nullptr);
-    expectOneMessage(sink, "VPA compatibility error", "VPA Host rejected VPA PlugIn");
-    EXPECT_EQ(library.calls(), "ar");
-}
-
-TEST(PluginLoad, ALibraryThatRefusesTheHost)
-{
-    TestLibrary library(KV3_TEST_REJECT);
-    RecordingSink sink;
-    AudioFxKV3Plugin plugin(&sink, KV3_TEST_REJECT);
-    EXPECT_EQ(plugin.plugin(), nullptr);
-    expectOneMessage(sink, "VPA compatibility error", "VPA PlugIn rejected VPA Host");
-    EXPECT_EQ(library.calls(), "a"); // never released: it gave nothing
-}
-
-TEST(PluginLoad, WithoutVPA2ReleaseTheLibraryIsNeverAcquired)
-{
-    TestLibrary library(KV3_TEST_NORELEASE);
-    RecordingSink sink;
-    AudioFxKV3Plugin plugin(&sink, KV3_TEST_NORELEASE);
-    EXPECT_EQ(plugin.plugin(), nullptr);
-    expectOneMessage(sink, "DLL error", "Can't find VPA2Release function");
-    EXPECT_EQ(library.calls(), "");
-}
-
-TEST(PluginLoad, WithoutVPA2Acquire)
-{
-    TestLibrary library(KV3_TEST_NOACQUIRE);
-    RecordingSink sink;
-    AudioFxKV3Plugin plugin(&sink, KV3_TEST_NOACQUIRE);
-    EXPECT_EQ(plugin.plugin(), nullptr);
-    expectOneMessage(sink, "DLL error", "Can't find VPA2Acquire function");
-    EXPECT_EQ(library.calls(), "");
+    struct Case
+    {
+        const char* path;
+        const char* title;
+        const char* text;
+        const char* calls;
+    };
+    const Case cases[] = {
+        // A version 12 library is released and rejected.
+        {KV3_TEST_V12, "VPA compatibility error", "VPA Host rejected VPA PlugIn", "ar"},
+        // A library that refuses the host gave nothing, so it is never released.
+        {KV3_TEST_REJECT, "VPA compatibility error", "VPA PlugIn rejected VPA Host", "a"},
+        // Without VPA2Release the library is never acquired.
+        {KV3_TEST_NORELEASE, "DLL error", "Can't find VPA2Release function", ""},
+        {KV3_TEST_NOACQUIRE, "DLL error", "Can't find VPA2Acquire function", ""},
+    };
+    for (const Case& c : cases)
+    {
+        SCOPED_TRACE(c.path);
+        TestLibrary library(c.path);
+        RecordingSink sink;
+        AudioFxKV3Plugin plugin(&sink, c.path);
+        EXPECT_EQ(plugin.plugin(), nullptr);
+        EXPECT_EQ(plugin.service(), nullptr);
+        expectOneMessage(sink, c.title, c.text);
+        EXPECT_EQ(library.calls(), c.calls);
+    }
 }
 
 TEST(PluginLoad, AFileThatCantBeLoadedIsNamed)

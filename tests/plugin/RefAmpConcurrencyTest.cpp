@@ -104,17 +104,5 @@ TEST(RefAmpConcurrency, StateAndSwitchingWhileTheEngineRuns)
     EXPECT_TRUE(finite.load());
     EXPECT_GT(blocks.load(), 10);
     // Switch off with blocks still counted.
-    std::atomic<bool> ticking{true};
-    std::thread ticker(
-        [&]
-        {
-            while (ticking.load())
-            {
-                unit.noteTick();
-                std::this_thread::sleep_for(std::chrono::milliseconds(1));
-            }
-        });
-    unit.setEnabled(false);
-    ticking.store(false);
-    ticker.join();
+    kv3test::disableWhileTicking(unit);
 }

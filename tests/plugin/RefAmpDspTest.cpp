@@ -65,6 +65,26 @@ namespace
 
 constexpr double kRate = 44100.0; // 2 kHz does not divide it, so aliases fall between harmonics
 
+std::vector<float> sine(std::size_t frames, double hz, double rate = kRate, float level = 1.0f)
+{
+    std::vector<float> out(frames);
+    for (std::size_t i = 0; i < frames; ++i)
+    {
+        out[i] = level * static_cast<float>(std::sin(2.0 * kPi * hz * static_cast<double>(i) / rate));
+    }
+    return out;
+}
+
+double peakFrom(const std::vector<float>& v, std::size_t start)
+{
+    double peak = 0.0;
+    for (std::size_t i = start; i < v.size(); ++i)
+    {
+        peak = std::max(peak, double(std::fabs(v[i])));
+    }
+    return peak;
+}
+
 /** Runs a sine through the preamp at full drive and returns the output's spectrum figures. */
 kv3test::AliasReport preampAliasing(int factor)
 {
@@ -73,11 +93,7 @@ kv3test::AliasReport preampAliasing(int factor)
     preamp.setDrive(kDriveMax);
     preamp.reset();
     const int settle = 8192;
-    std::vector<float> signal(static_cast<std::size_t>(settle + kv3test::kSpectrumSize));
-    for (std::size_t i = 0; i < signal.size(); ++i)
-    {
-        signal[i] = static_cast<float>(std::sin(2.0 * kPi * 2000.0 * static_cast<double>(i) / kRate));
-    }
+    std::vector<float> signal = sine(static_cast<std::size_t>(settle + kv3test::kSpectrumSize), 2000.0);
     for (std::size_t done = 0; done < signal.size(); done += Preamp::kMaxFrames)
     {
         preamp.process(signal.data() + done, Preamp::kMaxFrames);
@@ -111,11 +127,7 @@ TEST(RefAmpAliasing, TheWholeAmpAtFullDriveStaysClean)
     amp.setParams(p);
     amp.reset();
     const int settle = 16384;
-    std::vector<float> left(static_cast<std::size_t>(settle + kv3test::kSpectrumSize));
-    for (std::size_t i = 0; i < left.size(); ++i)
-    {
-        left[i] = static_cast<float>(std::sin(2.0 * kPi * 2000.0 * static_cast<double>(i) / kRate));
-    }
+    std::vector<float> left = sine(static_cast<std::size_t>(settle + kv3test::kSpectrumSize), 2000.0);
     std::vector<float> right = left;
     for (std::size_t done = 0; done < left.size(); done += 64)
     {
@@ -134,11 +146,7 @@ TEST(RefAmpOversampler, PassesTheBandAndDelaysByItsLatency)
     Oversampler down;
     down.prepare(64);
     const double hz = 1000.0;
-    std::vector<float> in(8192), out(8192), high(256);
-    for (std::size_t i = 0; i < in.size(); ++i)
-    {
-        in[i] = static_cast<float>(std::sin(2.0 * kPi * hz * static_cast<double>(i) / kRate));
-    }
+    std::vector<float> in = sine(8192, hz), out(8192), high(256);
     for (std::size_t done = 0; done < in.size(); done += 64)
     {
         up.up(in.data() + done, high.data(), 64);
@@ -361,24 +369,11 @@ TEST(RefAmpGate, ClosesOnNoiseAndOpensForPlaying)
     }
     float* io[2] = {l.data(), r.data()};
     amp.process(io, io, 24000);
-    double quiet = 0.0;
-    for (std::size_t i = 12000; i < l.size(); ++i)
-    {
-        quiet = std::max(quiet, double(std::fabs(l[i])));
-    }
-    EXPECT_LT(quiet, 1e-6);
-    for (std::size_t i = 0; i < l.size(); ++i)
-    {
-        l[i] = r[i] =
-            0.2f * static_cast<float>(std::sin(2.0 * kPi * 220.0 * static_cast<double>(i) / 48000.0));
-    }
-    amp.process(io, io, 24000);
-    double loud = 0.0;
-    for (std::size_t i = 12000; i < l.size(); ++i)
-    {
-        loud = std::max(loud, double(std::fabs(l[i])));
-    }
-    EXPECT_GT(loud, 0.05);
+    EXPECT_LT(peakFrom(l, 12000), 1e-6);
+    l = r = sine(l.size(), 220.0, 48000.0, 0.2f);
+    float* playing[2] = {l.data(), r.data()};
+    amp.process(playing, playing, 24000);
+    EXPECT_GT(peakFrom(l, 12000), 0.05);
 }
 
 TEST(RefAmp, ProcessingNeitherAllocatesNorDependsOnTheBlockSize)

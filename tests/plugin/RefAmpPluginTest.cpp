@@ -9,13 +9,13 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <cmath>
 #include <filesystem>
 #include <string>
-#include <thread>
 
+using kv3test::bytesOf;
 using kv3test::ConfigFolder;
+using kv3test::fillDump;
 using kv3test::RecordingSink;
 
 namespace
@@ -43,17 +43,6 @@ private:
     float level_;
 };
 
-std::string text(const epiFileDump& dump)
-{
-    return dump.size() == 0 ? std::string()
-                            : std::string(reinterpret_cast<const char*>(dump.data()), dump.size());
-}
-
-void setText(epiFileDump& dump, const std::string& bytes)
-{
-    dump.copyBytes(bytes.data(), static_cast<std::uint32_t>(bytes.size()));
-}
-
 /** Pulls `frames` frames of the left channel out of the unit into `out`. */
 void pull(AudioFxKV3Unit& unit, std::int64_t start, std::int64_t frames, std::int64_t block,
           std::vector<float>& out)
@@ -68,23 +57,6 @@ void pull(AudioFxKV3Unit& unit, std::int64_t start, std::int64_t frames, std::in
         out.insert(out.end(), request.channel[0], request.channel[0] + request.frames);
         unit.noteTick();
     }
-}
-
-void disableTicking(AudioFxKV3Unit& unit)
-{
-    std::atomic<bool> running{true};
-    std::thread engine(
-        [&]
-        {
-            while (running.load())
-            {
-                unit.noteTick();
-                std::this_thread::sleep_for(std::chrono::milliseconds(1));
-            }
-        });
-    unit.setEnabled(false);
-    running.store(false);
-    engine.join();
 }
 
 struct AmpRig
@@ -145,7 +117,7 @@ TEST(RefAmpPlugin, PlaysAToneThroughAUnit)
     rms = std::sqrt(rms / 24000.0);
     EXPECT_GT(rms, 0.01);
     EXPECT_LT(rms, 1.0);
-    disableTicking(rig.unit);
+    kv3test::disableWhileTicking(rig.unit);
 }
 
 TEST(RefAmpPlugin, ProgramsSwitchByMidiAndTheStateFollows)
@@ -155,33 +127,33 @@ TEST(RefAmpPlugin, ProgramsSwitchByMidiAndTheStateFollows)
     rig.unit.setEnabled(true);
     epiFileDump saved;
     rig.unit.saveState(saved);
-    EXPECT_NE(text(saved).find("<Program>"), std::string::npos);
-    EXPECT_NE(text(saved).find("<name>clean</name>"), std::string::npos);
+    EXPECT_NE(bytesOf(saved).find("<Program>"), std::string::npos);
+    EXPECT_NE(bytesOf(saved).find("<name>clean</name>"), std::string::npos);
     EXPECT_FALSE(rig.unit.isStateChanged());
 
     const std::uint32_t lead[2] = {0, 0xC0u | (2u << 8)};
     rig.unit.forwardMidi(lead, 1);
     EXPECT_TRUE(rig.unit.isStateChanged());
     rig.unit.saveState(saved);
-    EXPECT_NE(text(saved).find("<name>lead</name>"), std::string::npos);
+    EXPECT_NE(bytesOf(saved).find("<name>lead</name>"), std::string::npos);
     EXPECT_FALSE(rig.unit.isStateChanged());
 
     const std::uint32_t volume[2] = {0, 0xB0u | (7u << 8) | (127u << 16)};
     rig.unit.forwardMidi(volume, 1);
     EXPECT_TRUE(rig.unit.isStateChanged());
     rig.unit.saveState(saved);
-    EXPECT_NE(text(saved).find("<master>0.00</master>"), std::string::npos);
+    EXPECT_NE(bytesOf(saved).find("<master>0.00</master>"), std::string::npos);
 
     // A saved state comes back as it was.
     epiFileDump crunch;
-    setText(crunch,
-            "<KV3ReferenceAmp><Program><name>crunch</name><drive>12.5</drive></Program></KV3ReferenceAmp>");
+    fillDump(crunch,
+             "<KV3ReferenceAmp><Program><name>crunch</name><drive>12.5</drive></Program></KV3ReferenceAmp>");
     rig.unit.loadState(crunch);
     epiFileDump now;
     rig.unit.saveState(now);
-    EXPECT_NE(text(now).find("<name>crunch</name>"), std::string::npos);
-    EXPECT_NE(text(now).find("<drive>12.50</drive>"), std::string::npos);
-    disableTicking(rig.unit);
+    EXPECT_NE(bytesOf(now).find("<name>crunch</name>"), std::string::npos);
+    EXPECT_NE(bytesOf(now).find("<drive>12.50</drive>"), std::string::npos);
+    kv3test::disableWhileTicking(rig.unit);
 }
 
 TEST(RefAmpPlugin, FullDriveThroughTheLibraryDoesNotAlias)
@@ -191,8 +163,8 @@ TEST(RefAmpPlugin, FullDriveThroughTheLibraryDoesNotAlias)
     rig.unit.setSource(&tone);
     rig.unit.prepare(44100, 64);
     epiFileDump state;
-    setText(state, "<KV3ReferenceAmp><Program><name>lead</name><drive>40</drive><gate>-96</gate>"
-                   "</Program></KV3ReferenceAmp>");
+    fillDump(state, "<KV3ReferenceAmp><Program><name>lead</name><drive>40</drive><gate>-96</gate>"
+                    "</Program></KV3ReferenceAmp>");
     rig.unit.loadState(state);
     rig.unit.setEnabled(true);
     std::vector<float> out;
@@ -200,5 +172,5 @@ TEST(RefAmpPlugin, FullDriveThroughTheLibraryDoesNotAlias)
     const kv3test::AliasReport report = kv3test::measureAliasing(out.data() + 16384, 44100.0, 2000.0);
     EXPECT_LT(report.worstAliasDb, -90.0);
     EXPECT_GT(report.thirdHarmonicDb, -40.0); // and it is driven
-    disableTicking(rig.unit);
+    kv3test::disableWhileTicking(rig.unit);
 }

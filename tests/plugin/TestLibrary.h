@@ -1,15 +1,19 @@
 #pragma once
 
 // Helpers shared by the plug-in tests: a handle on a test library's record of calls, a sink that
-// keeps the messages, and a private settings folder.
+// keeps the messages, a private settings folder, and the unit's state and switching-off helpers.
 
 #include "plugin/AudioFxKV3Messages.h"
+#include "plugin/AudioFxKV3Unit.h"
 #include "plugins/test/TestPluginLog.h"
 
+#include <atomic>
+#include <chrono>
 #include <cstdlib>
 #include <dlfcn.h>
 #include <filesystem>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -96,5 +100,35 @@ public:
 private:
     std::string path_;
 };
+
+/** The bytes of a state file as a string. */
+inline std::string bytesOf(const epiFileDump& dump)
+{
+    return dump.size() == 0 ? std::string()
+                            : std::string(reinterpret_cast<const char*>(dump.data()), dump.size());
+}
+
+inline void fillDump(epiFileDump& dump, const std::string& bytes)
+{
+    dump.copyBytes(bytes.data(), static_cast<std::uint32_t>(bytes.size()));
+}
+
+/** Switches a unit off while another thread counts engine blocks, as the running engine does. */
+inline void disableWhileTicking(AudioFxKV3Unit& unit)
+{
+    std::atomic<bool> running{true};
+    std::thread engine(
+        [&]
+        {
+            while (running.load())
+            {
+                unit.noteTick();
+                std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            }
+        });
+    unit.setEnabled(false);
+    running.store(false);
+    engine.join();
+}
 
 } // namespace kv3test
