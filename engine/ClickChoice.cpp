@@ -1,7 +1,6 @@
 #include "engine/ClickChoice.h"
 
 #include "engine/Manager.h"
-#include "engine/Metronome.h"
 #include "epi/epiFileDump.h"
 #include "epi/epiResourcePack.h"
 
@@ -35,8 +34,7 @@ bool ClickChoice::resourceNames(int32_t set, bool accent, epiText& beat, epiText
     return true;
 }
 
-int32_t ClickChoice::choose(Manager& manager, Metronome& metronome, epiResourcePack& pack, int32_t set,
-                            bool accent, bool clickOn)
+int32_t ClickChoice::choose(Manager& manager, epiResourcePack& pack, int32_t set, bool accent, bool clickOn)
 {
     epiText names[2];
     if (!resourceNames(set, accent, names[0], names[1]))
@@ -47,7 +45,7 @@ int32_t ClickChoice::choose(Manager& manager, Metronome& metronome, epiResourceP
     if (clickOn)
     {
         strip.setMute(true);
-        metronome.setEnabled(false);
+        manager.metronome().setEnabled(false);
         manager.waitForBlocks();
     }
     int32_t loaded = 0;
@@ -62,14 +60,14 @@ int32_t ClickChoice::choose(Manager& manager, Metronome& metronome, epiResourceP
         // no frame.
         AudioBuffer samples;
         samples.fillFromInt16(reinterpret_cast<const int16_t*>(dump.data()), dump.size() / 4);
-        metronome.loadClick(index == 1, samples);
+        manager.loadClick(index, samples);
         ++loaded;
     }
     if (clickOn)
     {
         manager.waitForBlocks();
         strip.setMute(false);
-        metronome.setEnabled(true);
+        manager.metronome().setEnabled(true);
     }
     return loaded;
 }

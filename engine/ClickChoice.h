@@ -5,7 +5,6 @@
 #include <cstdint>
 
 class Manager;
-class Metronome;
 class epiResourcePack;
 
 /**
@@ -30,15 +29,14 @@ const char* setName(int32_t set);
 bool resourceNames(int32_t set, bool accent, epiText& beat, epiText& firstBeat);
 
 /**
- * Loads the chosen clicks from the resource pack into the metronome. When the click is on, its strip
- * is muted and the metronome disabled around the change, with waitForBlocks on both sides, so that the
- * audio thread never reads a buffer being rebuilt. A resource the pack doesn't have keeps the click
- * that was there.
+ * Loads the chosen clicks from the resource pack into the Manager's metronome (loadClick 0 for the
+ * ordinary beat, 1 for the first beat of a bar). When the click is on, its strip is muted and the
+ * metronome disabled around the change, with waitForBlocks on both sides, so that the audio thread
+ * never reads a buffer being rebuilt. A resource the pack doesn't have keeps the click that was there.
  * @param clickOn whether the metronome is switched on (it is enabled again afterwards)
  * @return the number of clicks replaced, 0 to 2
  */
 // [ui thread]
-int32_t choose(Manager& manager, Metronome& metronome, epiResourcePack& pack, int32_t set, bool accent,
-               bool clickOn);
+int32_t choose(Manager& manager, epiResourcePack& pack, int32_t set, bool accent, bool clickOn);
 
 } // namespace ClickChoice

@@ -111,11 +111,11 @@ TEST(ClickChoice, LoadsBothClicksFromThePackWithTheirExactLengths)
     epiResourcePack pack;
     ASSERT_TRUE(pack.openFile(epiPath(packPath)));
     Manager manager;
-    Metronome metronome;
-    metronome.prepare(44100, 512);
+    manager.setFormat(44100, 512);
+    Metronome& metronome = manager.metronomeNode();
 
     // El_Sticks is the one set whose accent and ordinary clicks differ in length.
-    EXPECT_EQ(ClickChoice::choose(manager, metronome, pack, 2, true, false), 2);
+    EXPECT_EQ(ClickChoice::choose(manager, pack, 2, true, false), 2);
     EXPECT_EQ(metronome.accentSample().frames(), 19404u);
     EXPECT_EQ(metronome.beatSample().frames(), 19992u);
     EXPECT_EQ(heldLeft(metronome.accentSample(), 2000), rawLeft("El_Sticks_accent_hi.raw", 2000));
@@ -124,7 +124,7 @@ TEST(ClickChoice, LoadsBothClicksFromThePackWithTheirExactLengths)
     EXPECT_FALSE(metronome.isEnabled());
 
     // Without the accent both beats get the same click.
-    EXPECT_EQ(ClickChoice::choose(manager, metronome, pack, 0, false, false), 2);
+    EXPECT_EQ(ClickChoice::choose(manager, pack, 0, false, false), 2);
     EXPECT_EQ(metronome.accentSample().frames(), 1292u);
     EXPECT_EQ(metronome.beatSample().frames(), 1292u);
     EXPECT_EQ(heldLeft(metronome.accentSample(), 1292), rawLeft("Classic_noaccent.raw", 1292));
@@ -139,15 +139,15 @@ TEST(ClickChoice, AMissingResourceKeepsTheFormerClickAndTheClickComesBackOn)
     epiResourcePack pack;
     ASSERT_TRUE(pack.openFile(epiPath(packPath)));
     Manager manager;
-    Metronome metronome;
-    metronome.prepare(44100, 512);
-    ASSERT_EQ(ClickChoice::choose(manager, metronome, pack, 1, true, false), 2);
+    manager.setFormat(44100, 512);
+    Metronome& metronome = manager.metronomeNode();
+    ASSERT_EQ(ClickChoice::choose(manager, pack, 1, true, false), 2);
     ASSERT_EQ(metronome.accentSample().frames(), 18228u);
 
     // With the click on, the strip is muted and the metronome disabled around the change (the waits
     // return after a second with no device), then both are restored.
     metronome.setEnabled(true);
-    EXPECT_EQ(ClickChoice::choose(manager, metronome, pack, 3, true, true), 1);
+    EXPECT_EQ(ClickChoice::choose(manager, pack, 3, true, true), 1);
     EXPECT_EQ(heldLeft(metronome.accentSample(), 500), rawLeft("Sidestick_accent_hi.raw", 500));
     EXPECT_EQ(metronome.beatSample().frames(), 12936u);
     EXPECT_EQ(heldLeft(metronome.beatSample(), 500), rawLeft("Perc_1_accent_lo.raw", 500));
