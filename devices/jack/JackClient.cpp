@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <condition_variable>
+#include <csignal>
 #include <cstdlib>
 #include <memory>
 #include <mutex>
@@ -94,9 +95,30 @@ void silenceLibraryMessages()
     jack_set_info_function(quietThunk);
 }
 
+namespace
+{
+
+void ignoreBrokenPipes()
+{
+    // libjack writes to the server's socket without asking to be spared SIGPIPE, so a server that
+    // dies between two requests would end the whole program. A broken pipe is reported to libjack
+    // as an error instead, which reaches us as a failed call and the reset path. Left alone if the
+    // program has chosen a handler of its own.
+    struct sigaction current
+    {
+    };
+    if (sigaction(SIGPIPE, nullptr, &current) == 0 && current.sa_handler == SIG_DFL)
+    {
+        signal(SIGPIPE, SIG_IGN);
+    }
+}
+
+} // namespace
+
 jack_client_t* openClient(const char* clientName, std::string* error)
 {
     silenceLibraryMessages();
+    ignoreBrokenPipes();
     if (stuckCalls.load(std::memory_order_relaxed) > 0)
     {
         if (error)
