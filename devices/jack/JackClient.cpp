@@ -4,6 +4,7 @@
 #include <condition_variable>
 #include <csignal>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <mutex>
 #include <thread>
@@ -104,9 +105,8 @@ void ignoreBrokenPipes()
     // dies between two requests would end the whole program. A broken pipe is reported to libjack
     // as an error instead, which reaches us as a failed call and the reset path. Left alone if the
     // program has chosen a handler of its own.
-    struct sigaction current
-    {
-    };
+    struct sigaction current;
+    std::memset(&current, 0, sizeof current);
     if (sigaction(SIGPIPE, nullptr, &current) == 0 && current.sa_handler == SIG_DFL)
     {
         signal(SIGPIPE, SIG_IGN);
