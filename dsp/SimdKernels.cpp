@@ -10,35 +10,45 @@ namespace dsp
 namespace
 {
 
+// One pass over the ring for N inputs (1 to 4): one load and one store of each accumulator for N
+// products. The sums keep the order of the terms, so that the result doesn't depend on how the
+// terms were batched.
+template <int N> void scatterPassSse(float* ring, const ScatterTerm* terms, int32_t offset, int32_t floats)
+{
+    const float* e[N];
+    __m128 x[N];
+    for (int k = 0; k < N; ++k)
+    {
+        e[k] = terms[k].entry + offset;
+        x[k] = _mm_set1_ps(terms[k].x);
+    }
+    for (int32_t j = 0; j < floats; j += 4)
+    {
+        __m128 acc = _mm_load_ps(ring + j);
+        for (int k = 0; k < N; ++k)
+            acc = _mm_add_ps(acc, _mm_mul_ps(_mm_load_ps(e[k] + j), x[k]));
+        _mm_store_ps(ring + j, acc);
+    }
+}
+
 void scatterSse(float* ring, const ScatterTerm* terms, int32_t count, int32_t offset, int32_t floats)
 {
     int32_t t = 0;
-    // Four inputs per pass over the ring: one load and one store of each accumulator for four
-    // products instead of one.
     for (; t + 4 <= count; t += 4)
+        scatterPassSse<4>(ring, terms + t, offset, floats);
+    switch (count - t)
     {
-        const float* e0 = terms[t].entry + offset;
-        const float* e1 = terms[t + 1].entry + offset;
-        const float* e2 = terms[t + 2].entry + offset;
-        const float* e3 = terms[t + 3].entry + offset;
-        const __m128 x0 = _mm_set1_ps(terms[t].x), x1 = _mm_set1_ps(terms[t + 1].x);
-        const __m128 x2 = _mm_set1_ps(terms[t + 2].x), x3 = _mm_set1_ps(terms[t + 3].x);
-        for (int32_t j = 0; j < floats; j += 4)
-        {
-            __m128 acc = _mm_load_ps(ring + j);
-            acc = _mm_add_ps(acc, _mm_mul_ps(_mm_load_ps(e0 + j), x0));
-            acc = _mm_add_ps(acc, _mm_mul_ps(_mm_load_ps(e1 + j), x1));
-            acc = _mm_add_ps(acc, _mm_mul_ps(_mm_load_ps(e2 + j), x2));
-            acc = _mm_add_ps(acc, _mm_mul_ps(_mm_load_ps(e3 + j), x3));
-            _mm_store_ps(ring + j, acc);
-        }
-    }
-    for (; t < count; ++t)
-    {
-        const float* e = terms[t].entry + offset;
-        const __m128 x = _mm_set1_ps(terms[t].x);
-        for (int32_t j = 0; j < floats; j += 4)
-            _mm_store_ps(ring + j, _mm_add_ps(_mm_load_ps(ring + j), _mm_mul_ps(_mm_load_ps(e + j), x)));
+    case 3:
+        scatterPassSse<3>(ring, terms + t, offset, floats);
+        break;
+    case 2:
+        scatterPassSse<2>(ring, terms + t, offset, floats);
+        break;
+    case 1:
+        scatterPassSse<1>(ring, terms + t, offset, floats);
+        break;
+    default:
+        break;
     }
 }
 
@@ -71,50 +81,54 @@ void addScaledSse(float* ring, const float* src, int32_t count, float scale)
 #if defined(__GNUC__) || defined(__clang__)
 #define KV3_AVX2 __attribute__((target("avx2,fma")))
 
-KV3_AVX2 void scatterAvx(float* ring, const ScatterTerm* terms, int32_t count, int32_t offset, int32_t floats)
+template <int N>
+KV3_AVX2 void scatterPassAvx(float* ring, const ScatterTerm* terms, int32_t offset, int32_t floats)
 {
     // The ring is only 16-byte aligned at a group, so its accesses are unaligned; a 4-float tail
     // remains where a run was split at the ring's end.
+    const float* e[N];
+    __m256 x[N];
+    for (int k = 0; k < N; ++k)
+    {
+        e[k] = terms[k].entry + offset;
+        x[k] = _mm256_set1_ps(terms[k].x);
+    }
     const int32_t wide = floats / 8 * 8;
+    int32_t j = 0;
+    for (; j < wide; j += 8)
+    {
+        __m256 acc = _mm256_loadu_ps(ring + j);
+        for (int k = 0; k < N; ++k)
+            acc = _mm256_fmadd_ps(_mm256_loadu_ps(e[k] + j), x[k], acc);
+        _mm256_storeu_ps(ring + j, acc);
+    }
+    if (j < floats)
+    {
+        __m128 acc = _mm_load_ps(ring + j);
+        for (int k = 0; k < N; ++k)
+            acc = _mm_fmadd_ps(_mm_load_ps(e[k] + j), _mm256_castps256_ps128(x[k]), acc);
+        _mm_store_ps(ring + j, acc);
+    }
+}
+
+KV3_AVX2 void scatterAvx(float* ring, const ScatterTerm* terms, int32_t count, int32_t offset, int32_t floats)
+{
     int32_t t = 0;
     for (; t + 4 <= count; t += 4)
+        scatterPassAvx<4>(ring, terms + t, offset, floats);
+    switch (count - t)
     {
-        const float* e0 = terms[t].entry + offset;
-        const float* e1 = terms[t + 1].entry + offset;
-        const float* e2 = terms[t + 2].entry + offset;
-        const float* e3 = terms[t + 3].entry + offset;
-        const __m256 x0 = _mm256_set1_ps(terms[t].x), x1 = _mm256_set1_ps(terms[t + 1].x);
-        const __m256 x2 = _mm256_set1_ps(terms[t + 2].x), x3 = _mm256_set1_ps(terms[t + 3].x);
-        int32_t j = 0;
-        for (; j < wide; j += 8)
-        {
-            __m256 acc = _mm256_loadu_ps(ring + j);
-            acc = _mm256_fmadd_ps(_mm256_loadu_ps(e0 + j), x0, acc);
-            acc = _mm256_fmadd_ps(_mm256_loadu_ps(e1 + j), x1, acc);
-            acc = _mm256_fmadd_ps(_mm256_loadu_ps(e2 + j), x2, acc);
-            acc = _mm256_fmadd_ps(_mm256_loadu_ps(e3 + j), x3, acc);
-            _mm256_storeu_ps(ring + j, acc);
-        }
-        if (j < floats)
-        {
-            __m128 acc = _mm_load_ps(ring + j);
-            acc = _mm_fmadd_ps(_mm_load_ps(e0 + j), _mm256_castps256_ps128(x0), acc);
-            acc = _mm_fmadd_ps(_mm_load_ps(e1 + j), _mm256_castps256_ps128(x1), acc);
-            acc = _mm_fmadd_ps(_mm_load_ps(e2 + j), _mm256_castps256_ps128(x2), acc);
-            acc = _mm_fmadd_ps(_mm_load_ps(e3 + j), _mm256_castps256_ps128(x3), acc);
-            _mm_store_ps(ring + j, acc);
-        }
-    }
-    for (; t < count; ++t)
-    {
-        const float* e = terms[t].entry + offset;
-        const __m256 x = _mm256_set1_ps(terms[t].x);
-        int32_t j = 0;
-        for (; j < wide; j += 8)
-            _mm256_storeu_ps(ring + j, _mm256_fmadd_ps(_mm256_loadu_ps(e + j), x, _mm256_loadu_ps(ring + j)));
-        if (j < floats)
-            _mm_store_ps(ring + j,
-                         _mm_fmadd_ps(_mm_load_ps(e + j), _mm256_castps256_ps128(x), _mm_load_ps(ring + j)));
+    case 3:
+        scatterPassAvx<3>(ring, terms + t, offset, floats);
+        break;
+    case 2:
+        scatterPassAvx<2>(ring, terms + t, offset, floats);
+        break;
+    case 1:
+        scatterPassAvx<1>(ring, terms + t, offset, floats);
+        break;
+    default:
+        break;
     }
 }
 

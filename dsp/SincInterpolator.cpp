@@ -227,6 +227,13 @@ void SincInterpolator::produce(float* out, int32_t count)
     const int32_t entryFloats = phaseBlocks_ * 4;
     const SimdKernels& kernels = simdKernels();
     ScatterTerm terms[maxTerms];
+    // hi(o) = floor((o up + halfLength) / down) and lo(o) = floor((o up - halfLength - 1) / down) + 1
+    // move on by up / down per output: kept as quotient and remainder, so no division per output.
+    int64_t hiNum = nextOut_ * up + hl;
+    int64_t hiQ = floorDiv(hiNum, down);
+    int64_t hiR = hiNum - hiQ * down;
+    int64_t loQ = floorDiv(nextOut_ * up - hl - 1, down);
+    int64_t loR = nextOut_ * up - hl - 1 - loQ * down;
     for (int32_t g = 0; g < count; g += 4)
     {
         const auto base = static_cast<int32_t>(ringPos_);
@@ -245,18 +252,26 @@ void SincInterpolator::produce(float* out, int32_t count)
         };
         for (int64_t r = 0; r < 4; ++r)
         {
-            const int64_t o = nextOut_ + r;
-            const int64_t lo = std::max(nextIn_, floorDiv(o * up - hl - 1, down) + 1);
-            const int64_t hi = std::min(floorDiv(o * up + hl, down), lastIndex);
+            const int64_t lo = std::max(nextIn_, loQ + 1);
+            const int64_t hi = std::min(hiQ, lastIndex);
             for (int64_t i = lo; i <= hi; ++i)
             {
-                const int64_t phase = (o * up - i * down + hl) % up;
+                // The input's offset into the reach of this output, in filter units; it lies
+                // below up, since the input wasn't in reach of the output before.
+                int64_t phase = hiNum - i * down;
+                if (phase >= up || phase < 0)
+                    phase = ((phase % up) + up) % up;
                 if (n == maxTerms)
                     flush();
                 terms[n++] =
                     ScatterTerm{banks_[static_cast<std::size_t>(phase * 4 + r)], stage_[i - stageFirst_]};
             }
             nextIn_ = std::max(nextIn_, hi + 1);
+            hiNum += up;
+            for (hiR += up; hiR >= down; hiR -= down)
+                ++hiQ;
+            for (loR += up; loR >= down; loR -= down)
+                ++loQ;
         }
         if (n > 0)
             flush();
