@@ -1,6 +1,7 @@
 #pragma once
 
 #include "dsp/stretch/IRAPCMSource.h"
+#include "dsp/stretch/PstsHannTable.h"
 
 #include <algorithm>
 #include <cmath>
@@ -64,6 +65,21 @@ private:
 inline float staircase(int64_t i, int32_t channel)
 {
     return channel == 0 ? static_cast<float>(i) : -static_cast<float>(i);
+}
+
+/** A grain of level windowed exactly as the grain reader windows a grain of m samples. */
+inline std::vector<float> hannGrain(int32_t m, float level = 1.0f)
+{
+    const float* table = dsp::Stretch::PstsHannTable::values();
+    const int32_t length = dsp::Stretch::PstsHannTable::kLength;
+    std::vector<float> g(static_cast<size_t>(m));
+    double acc = 0.0;
+    for (int32_t j = 0; j < m; ++j)
+    {
+        acc += static_cast<double>(length) / m;
+        g[static_cast<size_t>(j)] = level * table[std::min(static_cast<int32_t>(acc + 0.5), length)];
+    }
+    return g;
 }
 
 /** Upward zero crossings, linearly interpolated, in fractional frames. */
