@@ -1,20 +1,15 @@
 #include "epi/epiAtomsFile.h"
 #include "tests/epi/AtomsBytes.h"
+#include "tests/epi/FileTestSupport.h"
 
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string>
-
-#include <unistd.h>
 
 namespace
 {
 
-namespace fs = std::filesystem;
 using atomsbytes::Builder;
 
 constexpr uint32_t kTagA = epiCode("tagA");
@@ -35,43 +30,25 @@ struct MemoryAtoms
     epiAtomsFile atoms;
 };
 
-class TempFolder
+epiPath fileIn(const TempFolder& dir, const std::string& name)
 {
-public:
-    TempFolder()
-    {
-        path_ = fs::temp_directory_path() /
-                ("kv3-atoms-" + std::to_string(::getpid()) + "-" + std::to_string(counter_++));
-        fs::create_directories(path_);
-    }
-    ~TempFolder()
-    {
-        std::error_code ec;
-        fs::remove_all(path_, ec);
-    }
-    epiPath file(const std::string& name) const { return epiPath((path_ / name).string()); }
-
-private:
-    static inline int counter_ = 0;
-    fs::path path_;
-};
+    return epiPath(dir.path() + name);
+}
 
 std::string readWhole(const epiPath& path)
 {
-    std::ifstream in(path.cstr(), std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), {});
+    return epitest::readAll(path.cstr());
 }
 
 void writeWhole(const epiPath& path, const std::string& bytes)
 {
-    std::ofstream out(path.cstr(), std::ios::binary);
-    out << bytes;
+    epitest::writeAll(path.cstr(), bytes);
 }
 
 TEST(AtomsFileWrite, WritesTheHeadAndAtomsLittleEndian)
 {
     TempFolder dir;
-    const epiPath path = dir.file("a.atoms");
+    const epiPath path = fileIn(dir, "a.atoms");
     epiAtomsFile atoms;
     ASSERT_TRUE(atoms.open(path, epiFile::kWrite | epiFile::kDeleteFirst));
     EXPECT_TRUE(atoms.writeU32(epiCode("eRpk"), 1));
@@ -93,7 +70,7 @@ TEST(AtomsFileWrite, WritesTheHeadAndAtomsLittleEndian)
 TEST(AtomsFileRoundTrip, DiskAndMemoryReadBackWhatWasWritten)
 {
     TempFolder dir;
-    const epiPath path = dir.file("r.atoms");
+    const epiPath path = fileIn(dir, "r.atoms");
     const float gain = -6.5f;
     const uint32_t word = 0xDEADBEEF;
     const epiText name("/layouts/main panel.xml");
@@ -159,49 +136,37 @@ TEST(AtomsFileRoundTrip, WritesIntoAMemoryFileThatItOnlyBorrows)
     EXPECT_EQ(v, 42u);
 }
 
+// The same content in both orders: the same values come out, swapped when the file is big-endian.
 TEST(AtomsFileByteOrder, BigEndianFilesReadWithSwap)
 {
-    const std::string bytes = Builder(true)
-                                  .head()
-                                  .u32(kTagA, 0x01020304)
-                                  .atom(kTagT, "text stays")
-                                  .atom(kTagB, std::string("\x01\x02", 2))
-                                  .bytes();
-    ASSERT_EQ(bytes.substr(0, 4), "atms");
-    MemoryAtoms m(bytes);
-    ASSERT_TRUE(m.attach());
-    EXPECT_TRUE(m.atoms.swapped());
-    uint32_t a = 0;
-    epiText t;
-    EXPECT_TRUE(m.atoms.readU32(kTagA, a));
-    EXPECT_EQ(a, 0x01020304u);
-    EXPECT_TRUE(m.atoms.readText(kTagT, t));
-    EXPECT_EQ(t, "text stays");
-    // A 2-byte body read as U32: the two bytes, two zero bytes, then the swap.
-    EXPECT_TRUE(m.atoms.readU32(kTagB, a));
-    EXPECT_EQ(a, 0x01020000u);
-
-    // The same content little-endian: the same values come out, unswapped.
-    MemoryAtoms le(Builder(false)
-                       .head()
-                       .u32(kTagA, 0x01020304)
-                       .atom(kTagT, "text stays")
-                       .atom(kTagB, std::string("\x01\x02", 2))
-                       .bytes());
-    ASSERT_TRUE(le.attach());
-    EXPECT_FALSE(le.atoms.swapped());
-    EXPECT_TRUE(le.atoms.readU32(kTagA, a));
-    EXPECT_EQ(a, 0x01020304u);
-    EXPECT_TRUE(le.atoms.readText(kTagT, t));
-    EXPECT_EQ(t, "text stays");
-    EXPECT_TRUE(le.atoms.readU32(kTagB, a));
-    EXPECT_EQ(a, 0x00000201u);
+    for (const bool big : {true, false})
+    {
+        const std::string bytes = Builder(big)
+                                      .head()
+                                      .u32(kTagA, 0x01020304)
+                                      .atom(kTagT, "text stays")
+                                      .atom(kTagB, std::string("\x01\x02", 2))
+                                      .bytes();
+        EXPECT_EQ(bytes.substr(0, 4), big ? "atms" : "smta");
+        MemoryAtoms m(bytes);
+        ASSERT_TRUE(m.attach());
+        EXPECT_EQ(m.atoms.swapped(), big);
+        uint32_t a = 0;
+        epiText t;
+        EXPECT_TRUE(m.atoms.readU32(kTagA, a));
+        EXPECT_EQ(a, 0x01020304u);
+        EXPECT_TRUE(m.atoms.readText(kTagT, t));
+        EXPECT_EQ(t, "text stays");
+        // A 2-byte body read as U32: the two bytes, two zero bytes, then the swap if any.
+        EXPECT_TRUE(m.atoms.readU32(kTagB, a));
+        EXPECT_EQ(a, big ? 0x01020000u : 0x00000201u);
+    }
 }
 
 TEST(AtomsFileByteOrder, WritingToASwappedFileKeepsItsOrder)
 {
     TempFolder dir;
-    const epiPath path = dir.file("big.atoms");
+    const epiPath path = fileIn(dir, "big.atoms");
     writeWhole(path, Builder(true).head().u32(kTagA, 7).bytes());
     {
         epiAtomsFile atoms;
@@ -244,14 +209,14 @@ TEST(AtomsFileHead, BadHeadsFailAndCloseTheStream)
 TEST(AtomsFileHead, AFailedOpenLosesNothingOnDisk)
 {
     TempFolder dir;
-    const epiPath path = dir.file("notatoms.bin");
+    const epiPath path = fileIn(dir, "notatoms.bin");
     const std::string content = "this is not an atoms file but it must stay as it is";
     writeWhole(path, content);
     epiAtomsFile atoms;
     EXPECT_FALSE(atoms.open(path, epiFile::kRead | epiFile::kWrite));
     EXPECT_FALSE(atoms.fileOf()->isOpen());
     EXPECT_EQ(readWhole(path), content);
-    EXPECT_FALSE(atoms.open(dir.file("missing.atoms"), epiFile::kRead));
+    EXPECT_FALSE(atoms.open(fileIn(dir, "missing.atoms"), epiFile::kRead));
     // Once the failed file is closed, the same object opens a good one.
     writeWhole(path, Builder(false).head().u32(kTagA, 3).bytes());
     ASSERT_TRUE(atoms.open(path, epiFile::kRead));
@@ -373,7 +338,7 @@ TEST(AtomsFileRead, TruncatedAndOversizedAtomsFailInPlace)
 TEST(AtomsFileRead, DiskFilesFailTheSameWay)
 {
     TempFolder dir;
-    const epiPath path = dir.file("cut.atoms");
+    const epiPath path = fileIn(dir, "cut.atoms");
     writeWhole(path, Builder(false).head().u32(kTagA, 1).atomSized(kTagT, 100, "short").bytes());
     epiAtomsFile atoms;
     ASSERT_TRUE(atoms.open(path, epiFile::kRead));

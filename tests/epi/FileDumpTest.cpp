@@ -96,10 +96,7 @@ TEST(FileDump, MemoryOperations)
 
 TEST_F(FileTest, DumpDoesNotOverwriteReadOnlyFiles)
 {
-    const std::string ro = at("ro.txt");
-    writeAll(ro, "locked");
-    ASSERT_EQ(::chmod(ro.c_str(), 0444), 0);
-    ASSERT_EQ(::chmod(tmp_.path().c_str(), 0777), 0);
+    const std::string ro = readOnlyFile("ro.txt", "locked");
     const int failed = runWherePermissionsApply(
         [&ro]
         {

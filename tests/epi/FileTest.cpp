@@ -166,11 +166,7 @@ TEST_F(FileTest, SeekFromTheEndGoesPastIt)
 
 TEST_F(FileTest, ReadOnlyFiles)
 {
-    const std::string ro = at("ro.txt");
-    writeAll(ro, "locked");
-    ASSERT_EQ(::chmod(ro.c_str(), 0444), 0);
-    // The folder is open to all, so that only the file's own protection stands in the way.
-    ASSERT_EQ(::chmod(tmp_.path().c_str(), 0777), 0);
+    const std::string ro = readOnlyFile("ro.txt", "locked");
     const int failed = runWherePermissionsApply(
         [&ro]
         {

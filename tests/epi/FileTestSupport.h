@@ -9,6 +9,7 @@
 #include <grp.h>
 #include <iterator>
 #include <string>
+#include <sys/stat.h>
 #include <sys/types.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -80,6 +81,18 @@ protected:
         EXPECT_EQ(openDescriptors(), descriptorsBefore_);
     }
     std::string at(const std::string& name) const { return tmp_.path() + name; }
+    /**
+     * A read-only file in a folder open to all, so that only the file's own protection stands in
+     * the way.
+     */
+    std::string readOnlyFile(const std::string& name, const std::string& bytes)
+    {
+        const std::string path = at(name);
+        writeAll(path, bytes);
+        EXPECT_EQ(::chmod(path.c_str(), 0444), 0);
+        EXPECT_EQ(::chmod(tmp_.path().c_str(), 0777), 0);
+        return path;
+    }
 
     TempFolder tmp_;
     int descriptorsBefore_ = 0;

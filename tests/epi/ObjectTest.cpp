@@ -98,6 +98,19 @@ private:
 
 } // namespace
 
+// The application at the top of a chain that owns itself, and an object below it.
+class ApplicationObject : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        app.setOwner(&app);
+        middle.setOwner(&app);
+    }
+    FakeApplication app;
+    epiApplicationObject middle;
+};
+
 TEST(ObjectCount, UncountedObjectsIgnoreRetainAndRelease)
 {
     Watched o;
@@ -144,12 +157,8 @@ TEST(ObjectCount, FactoryOfTheRootMakesNothing)
     EXPECT_EQ(o.newObject(epiCode("GrUi"), epiCode("iWin"), 0), nullptr);
 }
 
-TEST(ApplicationObject, FactoryCallsClimbTheChain)
+TEST_F(ApplicationObject, FactoryCallsClimbTheChain)
 {
-    FakeApplication app;
-    app.setOwner(&app);
-    epiApplicationObject middle;
-    middle.setOwner(&app);
     epiApplicationObject leaf;
     leaf.inheritOwner(&middle);
     EXPECT_EQ(leaf.owner(), &app);
@@ -171,12 +180,8 @@ TEST(ApplicationObject, FactoryCallsClimbTheChain)
     EXPECT_EQ(orphan.inheritOwner(nullptr), nullptr);
 }
 
-TEST(ApplicationObject, DisposeGoesThroughTheApplication)
+TEST_F(ApplicationObject, DisposeGoesThroughTheApplication)
 {
-    FakeApplication app;
-    app.setOwner(&app);
-    epiApplicationObject middle;
-    middle.setOwner(&app);
     auto* leaf = new epiApplicationObject;
     leaf->setOwner(&middle);
     leaf->startRefCount();
@@ -192,10 +197,8 @@ TEST(ApplicationObject, DisposeGoesThroughTheApplication)
     EXPECT_EQ(orphan.refCount(), 0);
 }
 
-TEST(ApplicationObject, TimersRunThroughTheOwner)
+TEST_F(ApplicationObject, TimersRunThroughTheOwner)
 {
-    FakeApplication app;
-    app.setOwner(&app);
     Ticker ticker;
     EXPECT_EQ(ticker.startTimer(0.5, false, true), 0);
     EXPECT_FALSE(ticker.timerActive());
@@ -224,12 +227,8 @@ TEST(ApplicationObject, TimersRunThroughTheOwner)
     EXPECT_TRUE(ticker.start());
 }
 
-TEST(ApplicationObject, CommandsArePassedUpUnchanged)
+TEST_F(ApplicationObject, CommandsArePassedUpUnchanged)
 {
-    FakeApplication app;
-    app.setOwner(&app);
-    epiApplicationObject middle;
-    middle.setOwner(&app);
     epiApplicationObject leaf;
     leaf.setOwner(&middle);
     leaf.postCommand(&middle, epiCode("Play"), -2, 3);
@@ -244,7 +243,7 @@ TEST(ApplicationObject, CommandsArePassedUpUnchanged)
     EXPECT_EQ(app.commands.size(), 1u);
 }
 
-TEST(ApplicationObject, ListenersAreToldByCode)
+TEST_F(ApplicationObject, ListenersAreToldByCode)
 {
     epiApplicationObject button;
     Ticker panel;
@@ -263,7 +262,7 @@ TEST(ApplicationObject, ListenersAreToldByCode)
     EXPECT_EQ(button.notifyListeners(0, 0), 0);
 }
 
-TEST(ApplicationObject, DeliveryHoldsACountedSubscriber)
+TEST_F(ApplicationObject, DeliveryHoldsACountedSubscriber)
 {
     epiApplicationObject button;
     Ticker panel;
@@ -274,7 +273,7 @@ TEST(ApplicationObject, DeliveryHoldsACountedSubscriber)
     EXPECT_EQ(panel.refCount(), 1);
 }
 
-TEST(ApplicationObject, UnsubscribeFreesSlotsAndDropsAnEmptyList)
+TEST_F(ApplicationObject, UnsubscribeFreesSlotsAndDropsAnEmptyList)
 {
     epiApplicationObject button;
     Ticker a, b, c;
@@ -296,7 +295,7 @@ TEST(ApplicationObject, UnsubscribeFreesSlotsAndDropsAnEmptyList)
     EXPECT_EQ(button.listeners(), nullptr);
 }
 
-TEST(ApplicationObject, SubscriberMayLeaveDuringDelivery)
+TEST_F(ApplicationObject, SubscriberMayLeaveDuringDelivery)
 {
     epiApplicationObject button;
     Ticker a, b;

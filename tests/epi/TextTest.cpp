@@ -9,124 +9,100 @@
 
 // The framework's own formatter, directive by directive.
 
+namespace
+{
+
+template <typename... Args> epiText fmt(const char* format, Args... args)
+{
+    epiText t("stale");
+    t.formatAssign(format, args...);
+    return t;
+}
+
+void* address(uintptr_t a)
+{
+    return reinterpret_cast<void*>(a);
+}
+
+} // namespace
+
 TEST(TextFormatter, PlainTextAndPercent)
 {
-    epiText t;
-    t.formatAssign("no directives");
-    EXPECT_EQ(t, "no directives");
-    t.formatAssign("100%% sure");
-    EXPECT_EQ(t, "100% sure");
-    t.formatAssign("");
-    EXPECT_TRUE(t.isEmpty());
+    EXPECT_EQ(fmt("no directives"), "no directives");
+    EXPECT_EQ(fmt("100%% sure"), "100% sure");
+    EXPECT_TRUE(fmt("").isEmpty());
+    // A '%' at the very end prints nothing and ends the format.
+    EXPECT_EQ(fmt("end%"), "end");
 }
 
 TEST(TextFormatter, SignedDecimalWidthAndPadding)
 {
-    epiText t;
-    t.formatAssign("%d|%d|%d", 0, 42, -42);
-    EXPECT_EQ(t, "0|42|-42");
-    t.formatAssign("[%5d][%05d][%5d][%05d]", 42, 42, -42, -42);
-    EXPECT_EQ(t, "[   42][00042][  -42][-0042]");
+    EXPECT_EQ(fmt("%d|%d|%d", 0, 42, -42), "0|42|-42");
+    EXPECT_EQ(fmt("[%5d][%05d][%5d][%05d]", 42, 42, -42, -42), "[   42][00042][  -42][-0042]");
     // Numbers are always right-justified: '-' doesn't move them.
-    t.formatAssign("[%-5d]", 7);
-    EXPECT_EQ(t, "[    7]");
-    t.formatAssign("%d", INT32_MIN);
-    EXPECT_EQ(t, "-2147483648");
+    EXPECT_EQ(fmt("[%-5d]", 7), "[    7]");
+    EXPECT_EQ(fmt("%d", INT32_MIN), "-2147483648");
     // A width narrower than the number never cuts it.
-    t.formatAssign("%2d", 12345);
-    EXPECT_EQ(t, "12345");
+    EXPECT_EQ(fmt("%2d", 12345), "12345");
 }
 
 TEST(TextFormatter, HexOctalAndLengthModifiers)
 {
-    epiText t;
-    t.formatAssign("%X %x %o", 0xBEEFu, 0xBEEFu, 8u);
-    EXPECT_EQ(t, "BEEF beef 10");
-    t.formatAssign("%08X|%4x", 0xABCu, 0xFu);
-    EXPECT_EQ(t, "00000ABC|   f");
+    EXPECT_EQ(fmt("%X %x %o", 0xBEEFu, 0xBEEFu, 8u), "BEEF beef 10");
+    EXPECT_EQ(fmt("%08X|%4x", 0xABCu, 0xFu), "00000ABC|   f");
     // The words are unsigned: -1 prints as all ones.
-    t.formatAssign("%X", -1);
-    EXPECT_EQ(t, "FFFFFFFF");
+    EXPECT_EQ(fmt("%X", -1), "FFFFFFFF");
     // 'l' and 'L' change nothing.
-    t.formatAssign("%ld %lX %Ld", 5, 255u, -3);
-    EXPECT_EQ(t, "5 FF -3");
+    EXPECT_EQ(fmt("%ld %lX %Ld", 5, 255u, -3), "5 FF -3");
+    // Other letters print unsigned decimal.
+    EXPECT_EQ(fmt("%u %q %5u", 7u, -1, 3u), "7 4294967295     3");
 }
 
 TEST(TextFormatter, PointerIsAtLeastEightZeroPaddedDigits)
 {
-    epiText t;
-    t.formatAssign("%p", reinterpret_cast<void*>(uintptr_t(0x1A2B)));
-    EXPECT_EQ(t, "00001A2B");
-    t.formatAssign("%p", static_cast<void*>(nullptr));
-    EXPECT_EQ(t, "00000000");
-    t.formatAssign("%10p", reinterpret_cast<void*>(uintptr_t(0xF)));
-    EXPECT_EQ(t, "000000000F");
+    EXPECT_EQ(fmt("%p", address(0x1A2B)), "00001A2B");
+    EXPECT_EQ(fmt("%p", static_cast<void*>(nullptr)), "00000000");
+    EXPECT_EQ(fmt("%10p", address(0xF)), "000000000F");
 }
 
 TEST(TextFormatter, StringsAndTextsPadWithBlanks)
 {
     const epiText word("word");
-    epiText t;
-    t.formatAssign("[%s][%6s][%-6s][%2s]", "ab", "ab", "ab", "long");
-    EXPECT_EQ(t, "[ab][    ab][ab    ][long]");
-    t.formatAssign("[%t][%7t][%-7t]", &word, &word, &word);
-    EXPECT_EQ(t, "[word][   word][word   ]");
+    EXPECT_EQ(fmt("[%s][%6s][%-6s][%2s]", "ab", "ab", "ab", "long"), "[ab][    ab][ab    ][long]");
+    EXPECT_EQ(fmt("[%t][%7t][%-7t]", &word, &word, &word), "[word][   word][word   ]");
     // Null strings print as nothing instead of crashing.
-    t.formatAssign("[%s][%3t]", static_cast<const char*>(nullptr), static_cast<const epiText*>(nullptr));
-    EXPECT_EQ(t, "[][   ]");
+    EXPECT_EQ(fmt("[%s][%3t]", static_cast<const char*>(nullptr), static_cast<const epiText*>(nullptr)),
+              "[][   ]");
     // %t takes every byte of the text, a NUL inside included.
     epiText withNul;
     withNul.assignBytes(3, "a\0b");
-    t.formatAssign("%t", &withNul);
+    const epiText t = fmt("%t", &withNul);
     EXPECT_EQ(t.size(), 3u);
     EXPECT_EQ(t, withNul);
 }
 
 TEST(TextFormatter, StarWidthComesFromTheArguments)
 {
-    epiText t;
-    t.formatAssign("[%*d][%*s][%-*s]", 4, 7, 3, "x", 3, "y");
-    EXPECT_EQ(t, "[   7][  x][y  ]");
+    EXPECT_EQ(fmt("[%*d][%*s][%-*s]", 4, 7, 3, "x", 3, "y"), "[   7][  x][y  ]");
     // A negative '*' width justifies left, as C does.
-    t.formatAssign("[%*s]", -3, "z");
-    EXPECT_EQ(t, "[z  ]");
+    EXPECT_EQ(fmt("[%*s]", -3, "z"), "[z  ]");
 }
 
 TEST(TextFormatter, CharCodesAndAddresses)
 {
-    epiText t;
-    t.formatAssign("%c%c%c", 'a', 'b', 'c');
-    EXPECT_EQ(t, "abc");
-    t.formatAssign("%k", 0x61620000u);
-    EXPECT_EQ(t, "ab__");
-    t.formatAssign("%k|%k", epiCode("oApp"), 0u);
-    EXPECT_EQ(t, "oApp|____");
-    t.formatAssign("%I", 0xC0A80001u);
-    EXPECT_EQ(t, "192.168.0.1");
-    t.formatAssign("%I", 0xFFFFFFFFu);
-    EXPECT_EQ(t, "255.255.255.255");
+    EXPECT_EQ(fmt("%c%c%c", 'a', 'b', 'c'), "abc");
+    EXPECT_EQ(fmt("%k", 0x61620000u), "ab__");
+    EXPECT_EQ(fmt("%k|%k", epiCode("oApp"), 0u), "oApp|____");
+    EXPECT_EQ(fmt("%I", 0xC0A80001u), "192.168.0.1");
+    EXPECT_EQ(fmt("%I", 0xFFFFFFFFu), "255.255.255.255");
 }
 
 TEST(TextFormatter, FloatIsUnsupportedAndTakesOneWord)
 {
-    epiText t;
-    t.formatAssign("%f", 0);
-    EXPECT_EQ(t, "epitext_float_unsupported");
-    t.formatAssign("%f", 12);
-    EXPECT_EQ(t, "12epitext_float_unsupported");
+    EXPECT_EQ(fmt("%f", 0), "epitext_float_unsupported");
+    EXPECT_EQ(fmt("%f", 12), "12epitext_float_unsupported");
     // Exactly one word is consumed: the next directive gets the next argument.
-    t.formatAssign("%f/%d", 0, 99);
-    EXPECT_EQ(t, "epitext_float_unsupported/99");
-}
-
-TEST(TextFormatter, OtherLettersPrintUnsignedDecimal)
-{
-    epiText t;
-    t.formatAssign("%u %q %5u", 7u, -1, 3u);
-    EXPECT_EQ(t, "7 4294967295     3");
-    // A '%' at the very end prints nothing and ends the format.
-    t.formatAssign("end%");
-    EXPECT_EQ(t, "end");
+    EXPECT_EQ(fmt("%f/%d", 0, 99), "epitext_float_unsupported/99");
 }
 
 TEST(TextFormatter, AppendKeepsWhatIsThereAndLongResultsAreWhole)
