@@ -13,6 +13,27 @@ namespace
 
 const char* const kNames[kProgramCount] = {"clean", "crunch", "lead"};
 
+/** One stored value: its element, where it lives and its range. */
+struct Field
+{
+    const char* tag;
+    float AmpParams::*value;
+    float low;
+    float high;
+};
+
+/** Every stored value in the order the state lists them. */
+constexpr Field kFields[] = {
+    {"gate", &AmpParams::gate, kGateOff, 0.0f},
+    {"drive", &AmpParams::drive, 0.0f, kDriveMax},
+    {"bass", &AmpParams::bass, -kToneRange, kToneRange},
+    {"mid", &AmpParams::mid, -kToneRange, kToneRange},
+    {"treble", &AmpParams::treble, -kToneRange, kToneRange},
+    {"presence", &AmpParams::presence, -kToneRange, kToneRange},
+    {"master", &AmpParams::master, kMasterMin, kMasterMax},
+    {"reverb", &AmpParams::reverb, 0.0f, 1.0f},
+};
+
 /** The element `<tag>...</tag>` inside `text`, or an empty view with found false. */
 std::string_view element(std::string_view text, std::string_view tag, bool& found)
 {
@@ -139,14 +160,10 @@ AmpParams clampParams(const AmpParams& in)
 {
     const AmpParams defaults;
     AmpParams p = in;
-    p.gate = clampTo(in.gate, kGateOff, 0.0f, defaults.gate);
-    p.drive = clampTo(in.drive, 0.0f, kDriveMax, defaults.drive);
-    p.bass = clampTo(in.bass, -kToneRange, kToneRange, 0.0f);
-    p.mid = clampTo(in.mid, -kToneRange, kToneRange, 0.0f);
-    p.treble = clampTo(in.treble, -kToneRange, kToneRange, 0.0f);
-    p.presence = clampTo(in.presence, -kToneRange, kToneRange, 0.0f);
-    p.master = clampTo(in.master, kMasterMin, kMasterMax, defaults.master);
-    p.reverb = clampTo(in.reverb, 0.0f, 1.0f, defaults.reverb);
+    for (const Field& f : kFields)
+    {
+        p.*f.value = clampTo(in.*f.value, f.low, f.high, defaults.*f.value);
+    }
     p.program = ((in.program % kProgramCount) + kProgramCount) % kProgramCount;
     return p;
 }
@@ -158,14 +175,10 @@ std::string writeState(const AmpParams& params)
         "\t<Program>\r\n\t\t<name>";
     out += programName(params.program);
     out += "</name>\r\n";
-    appendValue(out, "gate", params.gate);
-    appendValue(out, "drive", params.drive);
-    appendValue(out, "bass", params.bass);
-    appendValue(out, "mid", params.mid);
-    appendValue(out, "treble", params.treble);
-    appendValue(out, "presence", params.presence);
-    appendValue(out, "master", params.master);
-    appendValue(out, "reverb", params.reverb);
+    for (const Field& f : kFields)
+    {
+        appendValue(out, f.tag, params.*f.value);
+    }
     out += "\t</Program>\r\n</KV3ReferenceAmp>\r\n";
     return out;
 }
@@ -188,14 +201,10 @@ bool readState(std::string_view text, AmpParams& params)
             p.program = i;
         }
     }
-    readFloat(program, "gate", p.gate);
-    readFloat(program, "drive", p.drive);
-    readFloat(program, "bass", p.bass);
-    readFloat(program, "mid", p.mid);
-    readFloat(program, "treble", p.treble);
-    readFloat(program, "presence", p.presence);
-    readFloat(program, "master", p.master);
-    readFloat(program, "reverb", p.reverb);
+    for (const Field& f : kFields)
+    {
+        readFloat(program, f.tag, p.*f.value);
+    }
     params = clampParams(p);
     return true;
 }
