@@ -360,3 +360,59 @@ TEST_F(RenderRig, ProjectCommandChangesOnlyWhatItIsToldAndRefusesBadValues)
         EXPECT_NE(text.find(key), std::string::npos) << key << " in " << text;
     }
 }
+
+TEST_F(RenderRig, RenderWithClickPutsTheAccentedClickOnEveryBeat)
+{
+    // A silent track makes the session 2.5 seconds long; all that is heard is the click.
+    {
+        SF_INFO info{};
+        info.samplerate = 44100;
+        info.channels = 2;
+        info.format = SF_FORMAT_WAV | SF_FORMAT_FLOAT;
+        SNDFILE* silent = sf_open(file("silence.wav").c_str(), SFM_WRITE, &info);
+        ASSERT_NE(silent, nullptr);
+        const std::vector<float> zeros(2 * 110250, 0.0f);
+        sf_writef_float(silent, zeros.data(), 110250);
+        sf_close(silent);
+    }
+    const char* source = std::getenv("KV3_SOURCE_DIR");
+    ASSERT_NE(source, nullptr);
+    ::setenv("KV3_RESOURCES", (std::string(source) + "/resources").c_str(), 1);
+    const std::string project = file("click.kv3h");
+    ASSERT_EQ(kv3("project new " + project), 0);
+    ASSERT_EQ(kv3("project set " + project + " --track 1 --file " + file("silence.wav") + " --armed off"), 0);
+    ASSERT_EQ(kv3("project set " + project + " --tempo 120 --signature 4/4 --click-volume 100"), 0);
+    ASSERT_EQ(kv3("render " + project + " " + file("plain.wav") + " --depth float"), 0);
+    ASSERT_EQ(kv3("render " + project + " " + file("clicked.wav") + " --depth float --with-click"), 0);
+    ::unsetenv("KV3_RESOURCES");
+
+    // Without the option the export keeps the click out.
+    const Audio plain = readAudio(file("plain.wav"));
+    ASSERT_EQ(plain.samples.size(), size_t(2 * 110250));
+    for (float v : plain.samples)
+        ASSERT_EQ(v, 0.0f);
+
+    // With it: the "Classic" clicks of 1292 frames on every 22050th frame, silence between.
+    const Audio clicked = readAudio(file("clicked.wav"));
+    ASSERT_EQ(clicked.samples.size(), size_t(2 * 110250));
+    auto left = [&](int64_t frame) { return clicked.samples[size_t(2 * frame)]; };
+    for (int64_t beat = 0; beat < 5; ++beat)
+    {
+        float peak = 0.0f;
+        for (int64_t i = 0; i < 1292; ++i)
+            peak = std::max(peak, std::fabs(left(beat * 22050 + i)));
+        EXPECT_GT(peak, 0.01f) << beat;
+        for (int64_t i = beat * 22050 + 1292; i < std::min<int64_t>((beat + 1) * 22050, 110250); ++i)
+            ASSERT_EQ(left(i), 0.0f) << i;
+    }
+    // Beat 4 starts the second bar: the same accented click as beat 0, unlike beat 1.
+    bool sameAsFirst = true;
+    bool differsFromSecond = false;
+    for (int64_t i = 0; i < 1292; ++i)
+    {
+        sameAsFirst = sameAsFirst && left(4 * 22050 + i) == left(i);
+        differsFromSecond = differsFromSecond || left(22050 + i) != left(i);
+    }
+    EXPECT_TRUE(sameAsFirst);
+    EXPECT_TRUE(differsFromSecond);
+}
