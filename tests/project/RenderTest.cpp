@@ -416,3 +416,43 @@ TEST_F(RenderRig, RenderWithClickPutsTheAccentedClickOnEveryBeat)
     EXPECT_TRUE(sameAsFirst);
     EXPECT_TRUE(differsFromSecond);
 }
+
+TEST_F(RenderRig, SessionValuesReachTheEngineAsTheWindowSetsThem)
+{
+    ASSERT_TRUE(writeAudio(file("a.wav"), 44100, 44100 * 4, 200.0));
+    Document doc;
+    doc.tracks[0]->elementId = doc.addElement(epiPath(file("a.wav")));
+    doc.tracks[0]->armed = false;
+    doc.speedRatio = 2.0f;
+    doc.loopStart = 10000;
+    doc.loopEnd = 90000;
+    doc.loopEnabled = true;
+    doc.clickTempo = 90.0f;
+    doc.clickNumerator = 3;
+    doc.clickDenominator = 8;
+    doc.clickVolume = 60;
+    doc.masterSlider = 1000;
+    doc.inputGain = 12.0f;
+    QuietDelegate delegate;
+    Manager manager;
+    manager.setDelegate(&delegate);
+    manager.setFormat(44100, 256);
+    applyDocumentSession(doc, manager, &manager.metronomeNode());
+    EXPECT_FLOAT_EQ(manager.speedRatio(), 2.0f);
+    // Loop points are session frames, kept in engine frames at half.
+    EXPECT_EQ(manager.loopStart(), 10000);
+    EXPECT_EQ(manager.loopEnd(), 90000);
+    EXPECT_EQ(manager.loopStartFrames(), 5000);
+    EXPECT_TRUE(manager.isLoopEnabled());
+    EXPECT_FLOAT_EQ(manager.tempo(), 90.0f);
+    // The click runs at the session tempo times the ratio, 180 quarter notes a minute, in eighths.
+    EXPECT_FLOAT_EQ(manager.metronome().tempo(), 180.0f);
+    EXPECT_EQ(manager.metronome().numerator(), 3);
+    EXPECT_EQ(manager.metronomeNode().framesPerBeat(), 7350);
+    // 60% is (1 - 0.6) * -40 = -16 dB on the metronome's strip.
+    EXPECT_FLOAT_EQ(manager.mixerInput(Manager::kMetronomeIndex).volume(), -16.0f);
+    EXPECT_FLOAT_EQ(manager.masterVolume(), 6.0f);
+    EXPECT_FLOAT_EQ(manager.inputGainDb(), 12.0f);
+    // Four seconds of file at a speed ratio of 2 is 176400 session frames.
+    EXPECT_EQ(manager.sessionLength(), 176400);
+}
