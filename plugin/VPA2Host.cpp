@@ -6,281 +6,97 @@ namespace NV::VPA2
 namespace
 {
 
-Host* hostOf(HostTable* table)
+/**
+ * How one argument of a host operation crosses the boundary: `C` is the library's flat type, `get`
+ * gives the host's. Plain values pass as they are.
+ */
+template <typename P> struct Arg
 {
-    return static_cast<Host*>(table->object);
-}
+    using C = P;
+    Arg(C c, const void*) : value(c) {}
+    P get() { return value; }
+    P value;
+};
+
+/** A narrow string in becomes a text; null reads as empty. */
+template <> struct Arg<const epiText&>
+{
+    using C = const char*;
+    Arg(C c, const void*) : text(c != nullptr ? epiText(c) : epiText()) {}
+    const epiText& get() { return text; }
+    epiText text;
+};
+
+/**
+ * A text out is written into the next of the rotating buffers, whose characters are handed out
+ * through the library's pointer after the call, when it gave one.
+ */
+template <> struct Arg<epiText&>
+{
+    using C = const char**;
+    Arg(C c, HostAudio* audio) : out(c), buffer(audio->nextTextBuffer()) {}
+    Arg(const Arg&) = delete;
+    Arg& operator=(const Arg&) = delete;
+    ~Arg()
+    {
+        if (out != nullptr)
+        {
+            *out = buffer.c_str();
+        }
+    }
+    epiText& get() { return buffer; }
+    C out;
+    epiText& buffer;
+};
+
+/** A number out is copied back after the call, whatever the answer, when the pointer isn't null. */
+template <> struct Arg<std::int32_t&>
+{
+    using C = std::int32_t*;
+    Arg(C c, const void*) : out(c) {}
+    Arg(const Arg&) = delete;
+    Arg& operator=(const Arg&) = delete;
+    ~Arg()
+    {
+        if (out != nullptr)
+        {
+            *out = value;
+        }
+    }
+    std::int32_t& get() { return value; }
+    C out;
+    std::int32_t value = 0;
+};
+
+/**
+ * The table function for one virtual operation: finds the object through the table's last word and
+ * calls the operation with each argument converted. The arguments' conversions end (and hand their
+ * results out) when the call has returned.
+ */
+template <typename Table, auto Method> struct Thunk;
+
+template <typename Table, typename Object, typename R, typename... P, R (Object::*Method)(P...)>
+struct Thunk<Table, Method>
+{
+    static R call(Table* table, typename Arg<P>::C... c)
+    {
+        Object* object = static_cast<Object*>(table->object);
+        return (object->*Method)(Arg<P>(c, object).get()...);
+    }
+};
+
+template <auto Method> constexpr auto hostThunk = &Thunk<HostTable, Method>::call;
+template <auto Method> constexpr auto audioThunk = &Thunk<HostAudioTable, Method>::call;
 
 std::int32_t versionThunk(HostTable*)
 {
     return kVersion;
 }
 
-bool getTimeInfoThunk(HostTable* t, float* tempo, double* a, double* b)
-{
-    return hostOf(t)->getTimeInfo(tempo, a, b);
-}
-
-bool spare3Thunk(HostTable* t, std::uint32_t a, std::uint32_t b, std::uint32_t c, std::uint32_t d,
-                 std::uint32_t e, std::uint32_t f, std::uint32_t g)
-{
-    return hostOf(t)->spare3(a, b, c, d, e, f, g);
-}
-
-std::int32_t spare4Thunk(HostTable* t, std::uint32_t a)
-{
-    return hostOf(t)->spare4(a);
-}
-
-std::int32_t spare5Thunk(HostTable* t, std::uint32_t a)
-{
-    return hostOf(t)->spare5(a);
-}
-
-std::int32_t spare6Thunk(HostTable* t, std::uint32_t a, float x, float y)
-{
-    return hostOf(t)->spare6(a, x, y);
-}
-
-void spare7Thunk(HostTable* t, std::uint32_t a, std::uint32_t b)
-{
-    hostOf(t)->spare7(a, b);
-}
-
-std::int32_t spare8Thunk(HostTable* t, std::uint32_t a, std::uint32_t b, std::uint32_t c)
-{
-    return hostOf(t)->spare8(a, b, c);
-}
-
-std::int32_t spare9Thunk(HostTable* t)
-{
-    return hostOf(t)->spare9();
-}
-
 HostAudioTable* hostAudioThunk(HostTable* t)
 {
-    HostAudio* audio = hostOf(t)->getHostAudio();
+    HostAudio* audio = static_cast<Host*>(t->object)->getHostAudio();
     return audio != nullptr ? audio->table() : nullptr;
-}
-
-HostAudio* audioOf(HostAudioTable* table)
-{
-    return static_cast<HostAudio*>(table->object);
-}
-
-/** A narrow string from the library as a host text; null reads as empty. */
-epiText textOf(const char* chars)
-{
-    return chars != nullptr ? epiText(chars) : epiText();
-}
-
-/** Hands out a buffer's characters through the library's pointer, when it gave one. */
-void handOut(const char** out, const epiText& buffer)
-{
-    if (out != nullptr)
-    {
-        *out = buffer.c_str();
-    }
-}
-
-void copyBack(std::int32_t* out, std::int32_t value)
-{
-    if (out != nullptr)
-    {
-        *out = value;
-    }
-}
-
-bool slot1Thunk(HostAudioTable* t, const char* s, std::int32_t a)
-{
-    return audioOf(t)->slot1(textOf(s), a);
-}
-bool slot2Thunk(HostAudioTable* t, const char* s, std::int32_t a)
-{
-    return audioOf(t)->slot2(textOf(s), a);
-}
-bool slot3Thunk(HostAudioTable* t, std::int32_t a)
-{
-    return audioOf(t)->slot3(a);
-}
-bool slot4Thunk(HostAudioTable* t, std::int32_t a)
-{
-    return audioOf(t)->slot4(a);
-}
-bool slot5Thunk(HostAudioTable* t, const char* s, std::int32_t a, std::int32_t b)
-{
-    return audioOf(t)->slot5(textOf(s), a, b);
-}
-bool slot6Thunk(HostAudioTable* t, const char* s, std::int32_t a)
-{
-    return audioOf(t)->slot6(textOf(s), a);
-}
-bool slot7Thunk(HostAudioTable* t)
-{
-    return audioOf(t)->slot7();
-}
-bool slot8Thunk(HostAudioTable* t)
-{
-    return audioOf(t)->slot8();
-}
-bool slot9Thunk(HostAudioTable* t)
-{
-    return audioOf(t)->slot9();
-}
-void slot10Thunk(HostAudioTable* t)
-{
-    audioOf(t)->slot10();
-}
-void slot11Thunk(HostAudioTable* t, std::int32_t a)
-{
-    audioOf(t)->slot11(a);
-}
-bool slot12Thunk(HostAudioTable* t)
-{
-    return audioOf(t)->slot12();
-}
-void slot13Thunk(HostAudioTable* t)
-{
-    audioOf(t)->slot13();
-}
-std::int32_t slot14Thunk(HostAudioTable* t)
-{
-    return audioOf(t)->slot14();
-}
-bool slot15Thunk(HostAudioTable* t, const char** out, std::int32_t a)
-{
-    epiText& buffer = audioOf(t)->nextTextBuffer();
-    const bool result = audioOf(t)->slot15(buffer, a);
-    handOut(out, buffer);
-    return result;
-}
-bool slot16Thunk(HostAudioTable* t)
-{
-    return audioOf(t)->slot16();
-}
-std::int32_t slot17Thunk(HostAudioTable* t, std::int32_t a)
-{
-    return audioOf(t)->slot17(a);
-}
-bool slot18Thunk(HostAudioTable* t, std::int32_t a, std::int32_t b, const char** out)
-{
-    epiText& buffer = audioOf(t)->nextTextBuffer();
-    const bool result = audioOf(t)->slot18(a, b, buffer);
-    handOut(out, buffer);
-    return result;
-}
-std::int32_t slot19Thunk(HostAudioTable* t, std::int32_t a)
-{
-    return audioOf(t)->slot19(a);
-}
-bool slot20Thunk(HostAudioTable* t, std::int32_t a, std::int32_t b, const char** out)
-{
-    epiText& buffer = audioOf(t)->nextTextBuffer();
-    const bool result = audioOf(t)->slot20(a, b, buffer);
-    handOut(out, buffer);
-    return result;
-}
-std::int32_t slot21Thunk(HostAudioTable* t)
-{
-    return audioOf(t)->slot21();
-}
-bool slot22Thunk(HostAudioTable* t, std::int32_t a, std::int32_t* out)
-{
-    std::int32_t value = 0;
-    const bool result = audioOf(t)->slot22(a, value);
-    copyBack(out, value);
-    return result;
-}
-std::int32_t slot23Thunk(HostAudioTable* t)
-{
-    return audioOf(t)->slot23();
-}
-bool slot24Thunk(HostAudioTable* t, std::int32_t a, std::int32_t* out)
-{
-    std::int32_t value = 0;
-    const bool result = audioOf(t)->slot24(a, value);
-    copyBack(out, value);
-    return result;
-}
-std::int32_t slot25Thunk(HostAudioTable* t, std::int32_t a)
-{
-    return audioOf(t)->slot25(a);
-}
-bool slot26Thunk(HostAudioTable* t, std::int32_t a, std::int32_t b, const char** out)
-{
-    epiText& buffer = audioOf(t)->nextTextBuffer();
-    const bool result = audioOf(t)->slot26(a, b, buffer);
-    handOut(out, buffer);
-    return result;
-}
-bool slot27Thunk(HostAudioTable* t, std::int32_t a)
-{
-    return audioOf(t)->slot27(a);
-}
-bool slot28Thunk(HostAudioTable* t, const char** out)
-{
-    epiText& buffer = audioOf(t)->nextTextBuffer();
-    const bool result = audioOf(t)->slot28(buffer);
-    handOut(out, buffer);
-    return result;
-}
-bool slot29Thunk(HostAudioTable* t, std::int32_t a, const char** out)
-{
-    epiText& buffer = audioOf(t)->nextTextBuffer();
-    const bool result = audioOf(t)->slot29(a, buffer);
-    handOut(out, buffer);
-    return result;
-}
-bool slot30Thunk(HostAudioTable* t, std::int32_t* out)
-{
-    std::int32_t value = 0;
-    const bool result = audioOf(t)->slot30(value);
-    copyBack(out, value);
-    return result;
-}
-bool slot31Thunk(HostAudioTable* t, std::int32_t* out)
-{
-    std::int32_t value = 0;
-    const bool result = audioOf(t)->slot31(value);
-    copyBack(out, value);
-    return result;
-}
-bool slot32Thunk(HostAudioTable* t, std::int32_t a, std::int32_t b, const char** out)
-{
-    epiText& buffer = audioOf(t)->nextTextBuffer();
-    const bool result = audioOf(t)->slot32(a, b, buffer);
-    handOut(out, buffer);
-    return result;
-}
-bool slot33Thunk(HostAudioTable* t, std::int32_t a, const char** out)
-{
-    epiText& buffer = audioOf(t)->nextTextBuffer();
-    const bool result = audioOf(t)->slot33(a, buffer);
-    handOut(out, buffer);
-    return result;
-}
-bool slot34Thunk(HostAudioTable* t)
-{
-    return audioOf(t)->slot34();
-}
-bool slot35Thunk(HostAudioTable* t, std::int32_t a, std::int32_t* out)
-{
-    std::int32_t value = 0;
-    const bool result = audioOf(t)->slot35(a, value);
-    copyBack(out, value);
-    return result;
-}
-void slot36Thunk(HostAudioTable* t, std::int32_t a)
-{
-    audioOf(t)->slot36(a);
-}
-float slot37Thunk(HostAudioTable* t)
-{
-    return audioOf(t)->slot37();
-}
-void slot38Thunk(HostAudioTable* t, std::int32_t a)
-{
-    audioOf(t)->slot38(a);
 }
 
 } // namespace
@@ -288,14 +104,14 @@ void slot38Thunk(HostAudioTable* t, std::int32_t a)
 Host::Host()
 {
     table_.version = versionThunk;
-    table_.getTimeInfo = getTimeInfoThunk;
-    table_.spare3 = spare3Thunk;
-    table_.spare4 = spare4Thunk;
-    table_.spare5 = spare5Thunk;
-    table_.spare6 = spare6Thunk;
-    table_.spare7 = spare7Thunk;
-    table_.spare8 = spare8Thunk;
-    table_.spare9 = spare9Thunk;
+    table_.getTimeInfo = hostThunk<&Host::getTimeInfo>;
+    table_.spare3 = hostThunk<&Host::spare3>;
+    table_.spare4 = hostThunk<&Host::spare4>;
+    table_.spare5 = hostThunk<&Host::spare5>;
+    table_.spare6 = hostThunk<&Host::spare6>;
+    table_.spare7 = hostThunk<&Host::spare7>;
+    table_.spare8 = hostThunk<&Host::spare8>;
+    table_.spare9 = hostThunk<&Host::spare9>;
     table_.hostAudio = hostAudioThunk;
     table_.object = this;
 }
@@ -313,44 +129,44 @@ void Host::spare7(std::uint32_t, std::uint32_t) {}
 HostAudio::HostAudio()
 {
     HostAudioTable& t = table_;
-    t.slot1 = slot1Thunk;
-    t.slot2 = slot2Thunk;
-    t.slot3 = slot3Thunk;
-    t.slot4 = slot4Thunk;
-    t.slot5 = slot5Thunk;
-    t.slot6 = slot6Thunk;
-    t.slot7 = slot7Thunk;
-    t.slot8 = slot8Thunk;
-    t.slot9 = slot9Thunk;
-    t.slot10 = slot10Thunk;
-    t.slot11 = slot11Thunk;
-    t.slot12 = slot12Thunk;
-    t.slot13 = slot13Thunk;
-    t.slot14 = slot14Thunk;
-    t.slot15 = slot15Thunk;
-    t.slot16 = slot16Thunk;
-    t.slot17 = slot17Thunk;
-    t.slot18 = slot18Thunk;
-    t.slot19 = slot19Thunk;
-    t.slot20 = slot20Thunk;
-    t.slot21 = slot21Thunk;
-    t.slot22 = slot22Thunk;
-    t.slot23 = slot23Thunk;
-    t.slot24 = slot24Thunk;
-    t.slot25 = slot25Thunk;
-    t.slot26 = slot26Thunk;
-    t.slot27 = slot27Thunk;
-    t.slot28 = slot28Thunk;
-    t.slot29 = slot29Thunk;
-    t.slot30 = slot30Thunk;
-    t.slot31 = slot31Thunk;
-    t.slot32 = slot32Thunk;
-    t.slot33 = slot33Thunk;
-    t.slot34 = slot34Thunk;
-    t.slot35 = slot35Thunk;
-    t.slot36 = slot36Thunk;
-    t.slot37 = slot37Thunk;
-    t.slot38 = slot38Thunk;
+    t.slot1 = audioThunk<&HostAudio::slot1>;
+    t.slot2 = audioThunk<&HostAudio::slot2>;
+    t.slot3 = audioThunk<&HostAudio::slot3>;
+    t.slot4 = audioThunk<&HostAudio::slot4>;
+    t.slot5 = audioThunk<&HostAudio::slot5>;
+    t.slot6 = audioThunk<&HostAudio::slot6>;
+    t.slot7 = audioThunk<&HostAudio::slot7>;
+    t.slot8 = audioThunk<&HostAudio::slot8>;
+    t.slot9 = audioThunk<&HostAudio::slot9>;
+    t.slot10 = audioThunk<&HostAudio::slot10>;
+    t.slot11 = audioThunk<&HostAudio::slot11>;
+    t.slot12 = audioThunk<&HostAudio::slot12>;
+    t.slot13 = audioThunk<&HostAudio::slot13>;
+    t.slot14 = audioThunk<&HostAudio::slot14>;
+    t.slot15 = audioThunk<&HostAudio::slot15>;
+    t.slot16 = audioThunk<&HostAudio::slot16>;
+    t.slot17 = audioThunk<&HostAudio::slot17>;
+    t.slot18 = audioThunk<&HostAudio::slot18>;
+    t.slot19 = audioThunk<&HostAudio::slot19>;
+    t.slot20 = audioThunk<&HostAudio::slot20>;
+    t.slot21 = audioThunk<&HostAudio::slot21>;
+    t.slot22 = audioThunk<&HostAudio::slot22>;
+    t.slot23 = audioThunk<&HostAudio::slot23>;
+    t.slot24 = audioThunk<&HostAudio::slot24>;
+    t.slot25 = audioThunk<&HostAudio::slot25>;
+    t.slot26 = audioThunk<&HostAudio::slot26>;
+    t.slot27 = audioThunk<&HostAudio::slot27>;
+    t.slot28 = audioThunk<&HostAudio::slot28>;
+    t.slot29 = audioThunk<&HostAudio::slot29>;
+    t.slot30 = audioThunk<&HostAudio::slot30>;
+    t.slot31 = audioThunk<&HostAudio::slot31>;
+    t.slot32 = audioThunk<&HostAudio::slot32>;
+    t.slot33 = audioThunk<&HostAudio::slot33>;
+    t.slot34 = audioThunk<&HostAudio::slot34>;
+    t.slot35 = audioThunk<&HostAudio::slot35>;
+    t.slot36 = audioThunk<&HostAudio::slot36>;
+    t.slot37 = audioThunk<&HostAudio::slot37>;
+    t.slot38 = audioThunk<&HostAudio::slot38>;
     t.object = this;
 }
 
