@@ -115,8 +115,11 @@ bool AudioHardware::startHardware()
                 }
             }
             config.bufferSize = size;
-            // The Manager has no place for the latency yet; it is kept here for the interface.
             roundTripLatency_ = inputLatency + outputLatency + 2 * size;
+            if (manager_)
+            {
+                manager_->setRecordLatency(roundTripLatency_, 0);
+            }
 
             config.inputChannels = 2;
             config.outputChannels = 2;
