@@ -254,10 +254,22 @@ bool Track::setRecording(bool on)
     recorder_.setPreview(nullptr);
     const epiPath oldPath = filePath_;
     const bool hadOld = fileLoaded_.load(std::memory_order_relaxed);
+    const uint32_t dropped = recorder_.overruns();
+    const uint32_t failedWrites = recorder_.writeFailures();
     const bool merged = merge();
     if (merged)
     {
-        load(takePath_);
+        const epiPath made = takePath_;
+        load(made);
+        if (dropped != 0 || failedWrites != 0)
+        {
+            // The take is kept as it is, but the caller must know that it has holes.
+            rewire();
+            return failTake(TakeError::incomplete,
+                            "The disk could not keep up while recording \"" + nativeOf(made) +
+                                "\": " + std::to_string(dropped) + " blocks were lost and " +
+                                std::to_string(failedWrites) + " buffers could not be written.");
+        }
     }
     else if (hadOld)
     {

@@ -57,6 +57,11 @@ public:
         newUnwritable,
         /** Writing the new file failed part of the way. */
         writeFailed,
+        /**
+         * The new file was made, but the disk fell behind during the take and whole blocks of it were
+         * lost, or a buffer could not be written.
+         */
+        incomplete,
     };
 
     /** Builds and connects the chain. */
