@@ -117,37 +117,6 @@ public:
     }
 };
 
-/** Stands in for an armed track until tracks exist: what it is given live, it plays. */
-class MonitorSource : public TrackSource
-{
-public:
-    bool provide(AudioData&) override { return false; }
-    bool read(AudioData&) override { return false; }
-    void prepare(std::uint32_t, std::uint32_t blockSize) override
-    {
-        left_.assign(blockSize, 0.0f);
-        right_.assign(blockSize, 0.0f);
-    }
-    bool processInput(AudioData& input, AudioData& output) override
-    {
-        const auto n = static_cast<std::size_t>(std::min<std::int64_t>(input.frames, left_.size()));
-        std::copy(input.channel[0], input.channel[0] + n, left_.begin());
-        std::copy(input.channel[1], input.channel[1] + n, right_.begin());
-        output.channel[0] = left_.data();
-        output.channel[1] = right_.data();
-        output.channels = 2;
-        return true;
-    }
-    void setPlaying(bool) override {}
-    std::int64_t length() override { return 0; }
-    std::int64_t offset() override { return 0; }
-    void setOffset(std::int64_t) override {}
-    void setSpeedRatio(float) override {}
-
-private:
-    std::vector<float> left_, right_;
-};
-
 /** Keeps a copy of every MIDI event the Manager is given, written by the audio thread alone. */
 class MidiSpy : public AudioHardware
 {
@@ -511,7 +480,7 @@ TEST(AudioHardwareJack, BringsTheEngineUpAndBlocksArriveAtTheServersPeriod)
     EXPECT_EQ(log.calls.back(), 'S');
 }
 
-TEST(AudioHardwareJack, InputComesOutThroughTheLiveTrackWithTheInputGain)
+TEST(AudioHardwareJack, InputComesOutThroughAnArmedTrackWithTheInputGain)
 {
     SettingsFolder folder;
     JackTestServer server(48000, 256);
@@ -520,8 +489,7 @@ TEST(AudioHardwareJack, InputComesOutThroughTheLiveTrackWithTheInputGain)
     AudioHardware hardware;
     Manager manager;
     manager.setFormat(48000, 256);
-    MonitorSource monitor;
-    manager.setTrackSource(0, &monitor);
+    manager.track(0).setArmed(true); // an armed track plays its live input
     manager.setInputGain(0.0f);
     hardware.setManager(&manager);
     hardware.setSettings(&settings);
@@ -558,7 +526,6 @@ TEST(AudioHardwareJack, InputComesOutThroughTheLiveTrackWithTheInputGain)
     ASSERT_GT(unity, 0.01f) << "the input never came out";
     EXPECT_NEAR(louder / unity, std::pow(10.0f, 12.0f / 20.0f), 0.02f) << unity << " " << louder;
     hardware.stopHardware();
-    manager.setTrackSource(0, nullptr);
 }
 
 TEST(AudioHardwareJack, MidiFromAnotherClientReachesTheBlockInArrivalOrder)
