@@ -82,6 +82,15 @@ MPMidiLinux::~MPMidiLinux()
     close();
 }
 
+bool MPMidiLinux::open(const char* inputName, const char* outputName)
+{
+    if (!isOpen())
+    {
+        enumerateDevices(true);
+    }
+    return MPMidiBase::open(inputName, outputName);
+}
+
 bool MPMidiLinux::deliver(const std::uint8_t* data, std::size_t size)
 {
     // Only short messages: system exclusive and anything longer than three bytes is ignored.

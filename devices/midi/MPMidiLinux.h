@@ -32,6 +32,13 @@ public:
     MPMidiLinux();
     ~MPMidiLinux() override;
 
+    /**
+     * Opens by name as the common layer does, after listing the devices afresh: the JACK input
+     * exists only while a server runs, which may have changed since the last open.
+     */
+    bool open(const char* inputName, const char* outputName) override;
+    using MPMidiBase::open;
+
     /** Why the last open failed; empty when nothing failed. */
     const std::string& lastError() const { return lastError_; }
 

@@ -171,6 +171,19 @@ TEST(MPMidiLinux, WithoutAServerThereIsNoJackInput)
     EXPECT_FALSE(midi.isOpen());
 }
 
+TEST(MPMidiLinux, AServerStartedLaterIsFoundAtTheNextOpen)
+{
+    JackTestServer server(48000, 256);
+    MPMidiLinux midi;
+    midi.enumerateDevices(false);
+    int index = 0;
+    EXPECT_FALSE(midi.findDevice(MPMidiLinux::kJackInputName, true, &index));
+    ASSERT_TRUE(server.start());
+    EXPECT_TRUE(midi.open(MPMidiLinux::kJackInputName, nullptr)) << midi.lastError();
+    EXPECT_TRUE(midi.findDevice(MPMidiLinux::kJackInputName, true, &index));
+    midi.close();
+}
+
 TEST(MPMidiLinux, JackMidiFromAnotherClientArrivesInOrder)
 {
     JackTestServer server(48000, 256);
