@@ -70,21 +70,29 @@ bool epiFile::close()
     return true;
 }
 
-bool epiFile::read(void* buffer, int32_t length, int32_t* outCount)
+namespace
+{
+
+/**
+ * Moves length bytes between the file and buffer with io (::read or ::write), going on after an
+ * interruption or a short count. With outCount the answer is whether anything moved, without it
+ * whether everything did.
+ */
+template <typename Byte, typename Io>
+bool transfer(int handle, Byte* buffer, int32_t length, int32_t* outCount, Io io)
 {
     if (outCount != nullptr)
         *outCount = 0;
-    if (handle_ < 0 || length < 0)
+    if (handle < 0 || length < 0)
         return false;
     if (length == 0)
         return true;
     if (buffer == nullptr)
         return false;
     int32_t done = 0;
-    auto* bytes = static_cast<uint8_t*>(buffer);
     while (done < length)
     {
-        const ssize_t n = ::read(handle_, bytes + done, size_t(length - done));
+        const ssize_t n = io(handle, buffer + done, size_t(length - done));
         if (n < 0 && errno == EINTR)
             continue;
         if (n <= 0)
@@ -99,33 +107,16 @@ bool epiFile::read(void* buffer, int32_t length, int32_t* outCount)
     return done == length;
 }
 
+} // namespace
+
+bool epiFile::read(void* buffer, int32_t length, int32_t* outCount)
+{
+    return transfer(handle_, static_cast<uint8_t*>(buffer), length, outCount, ::read);
+}
+
 bool epiFile::write(const void* buffer, int32_t length, int32_t* outCount)
 {
-    if (outCount != nullptr)
-        *outCount = 0;
-    if (handle_ < 0 || length < 0)
-        return false;
-    if (length == 0)
-        return true;
-    if (buffer == nullptr)
-        return false;
-    int32_t done = 0;
-    const auto* bytes = static_cast<const uint8_t*>(buffer);
-    while (done < length)
-    {
-        const ssize_t n = ::write(handle_, bytes + done, size_t(length - done));
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0)
-            break;
-        done += int32_t(n);
-    }
-    if (outCount != nullptr)
-    {
-        *outCount = done;
-        return done != 0;
-    }
-    return done == length;
+    return transfer(handle_, static_cast<const uint8_t*>(buffer), length, outCount, ::write);
 }
 
 bool epiFile::seek(int32_t offset, int32_t whence)
