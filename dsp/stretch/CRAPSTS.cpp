@@ -68,25 +68,13 @@ void CRAPSTS::setOutputRate(float rate)
         return;
     }
     const float ratio = static_cast<float>(source_->rate()) / rate;
-    for (PstsVoice* v : voices_)
-    {
-        if (v != nullptr)
-        {
-            v->setRateRatio(ratio);
-        }
-    }
+    forEachVoice([ratio](PstsVoice& v) { v.setRateRatio(ratio); });
 }
 
 void CRAPSTS::setStretch(float stretch)
 {
     stretch_ = stretch;
-    for (PstsVoice* v : voices_)
-    {
-        if (v != nullptr)
-        {
-            v->setStretch(stretch);
-        }
-    }
+    forEachVoice([stretch](PstsVoice& v) { v.setStretch(stretch); });
 }
 
 void CRAPSTS::seek(double position)
@@ -147,13 +135,7 @@ void CRANewPolyPSTS::setPitchFactor(float factor)
 {
     pitchFactor_ = factor;
     // Both voices, also one a mono source leaves idle, so that a later stereo source finds them agreed.
-    for (PstsVoice* v : voices_)
-    {
-        if (v != nullptr)
-        {
-            v->setPitchFactor(factor);
-        }
-    }
+    forEachVoice([factor](PstsVoice& v) { v.setPitchFactor(factor); });
 }
 
 void CRANewPolyPSTS::setGrainFrequency(float frequency)
@@ -163,13 +145,8 @@ void CRANewPolyPSTS::setGrainFrequency(float frequency)
         return;
     }
     const float period = static_cast<float>(source_->rate()) / frequency;
-    for (PstsVoice* v : voices_)
-    {
-        if (v != nullptr)
-        {
-            v->setGrain(period, pitchFactor_);
-        }
-    }
+    const float factor = pitchFactor_;
+    forEachVoice([period, factor](PstsVoice& v) { v.setGrain(period, factor); });
 }
 
 } // namespace dsp::Stretch

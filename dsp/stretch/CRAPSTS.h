@@ -74,6 +74,18 @@ protected:
      */
     CRAPSTS(bool ownsVoices, PstsScratch* scratch);
 
+    /** Calls f on each voice that is set, also one that a mono source leaves idle. */
+    template <typename F> void forEachVoice(F f)
+    {
+        for (PstsVoice* v : voices_)
+        {
+            if (v != nullptr)
+            {
+                f(*v);
+            }
+        }
+    }
+
     float pitchFactor_ = 1.0f;
     std::array<PstsVoice*, 2> voices_{};
     IRAPCMSource* source_ = nullptr;
