@@ -504,6 +504,20 @@ bool Track::load(const epiPath& path)
     filePath_ = path;
     streamResampler_.sourceChanged();
     memoryResampler_.sourceChanged();
+    if (opened && streamFile_.sampleRate() != static_cast<int32_t>(sampleRate_))
+    {
+        // The resampler takes blocks from the file by reference, and the file grows its block buffer
+        // to the largest asked for. Growing it here to more than any request of the chain (the
+        // history's fetches are at most a second) keeps that allocation off the audio thread.
+        const int64_t most = 4 * std::max<int64_t>(sampleRate_, streamFile_.sampleRate());
+        AudioData warm;
+        warm.frames = most;
+        warm.channels = streamFile_.channels();
+        streamFile_.provide(warm);
+        // A one-frame read puts the disk thread's attention back at the start.
+        warm.frames = 1;
+        streamFile_.provide(warm);
+    }
     frozenPath_ = epiPath();
     takePath_ = epiPath();
     fileLoaded_.store(opened, std::memory_order_release);
