@@ -133,6 +133,7 @@ class NoAllocationTest : public ::testing::TestWithParam<int32_t>
 TEST_P(NoAllocationTest, StreamedPlaybackWithSpeedAndPitchAllocatesNothingPerBlock)
 {
     const int32_t fileRate = GetParam();
+    gAllocations.store(0);
     TempFolder folder("noalloc-" + std::to_string(fileRate));
     TrackRig rig(48000, 128);
     rig.harness().recordOutput = false;
@@ -168,3 +169,30 @@ TEST_P(NoAllocationTest, StreamedPlaybackWithSpeedAndPitchAllocatesNothingPerBlo
 }
 
 INSTANTIATE_TEST_SUITE_P(FileRates, NoAllocationTest, ::testing::Values(48000, 44100, 96000));
+
+TEST(NoAllocationTakeTest, RecordingATakeAllocatesNothingPerBlock)
+{
+    gAllocations.store(0);
+    TempFolder folder("noalloc-take");
+    TrackRig rig(48000, 256);
+    rig.harness().recordOutput = false;
+    rig.harness().recordBlocks = false;
+    Track& track = rig.track();
+    track.setArmed(true);
+    ASSERT_TRUE(rig.manager().startTake(0, epiPath(folder.file("take.aif"))));
+    rig.manager().start();
+    // Past two buffer changes of the recorder, with the overview fed from every block.
+    for (int b = 0; b < 1000; ++b)
+    {
+        tCounting = true;
+        rig.harness().runBlock(256);
+        tCounting = false;
+        while (track.recorder().pendingBuffers() > 1)
+        {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+    }
+    EXPECT_GE(track.recorder().buffersHandedOver(), 2);
+    EXPECT_EQ(gAllocations.load(), 0) << "allocations on the audio thread while recording";
+    EXPECT_TRUE(rig.stopTake()) << track.takeErrorText();
+}
