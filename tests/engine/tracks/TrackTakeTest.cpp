@@ -369,3 +369,55 @@ TEST_F(TakeTest, DiskThatFellBehindIsReportedAndTheTakeKept)
     EXPECT_TRUE(rig_.track().isLoaded());
     EXPECT_EQ(readFile(path).frames(), rig_.track().recorder().framesAccepted());
 }
+
+namespace
+{
+
+struct Format
+{
+    uint32_t rate;
+    uint32_t block;
+};
+
+class TakeMatrixTest : public ::testing::TestWithParam<Format>
+{
+};
+
+} // namespace
+
+TEST_P(TakeMatrixTest, RandomBlocksKeepTheOldAudioAroundTheTake)
+{
+    const Format format = GetParam();
+    TempFolder folder("matrix-" + std::to_string(format.rate) + "-" + std::to_string(format.block));
+    TrackRig rig(format.rate, format.block);
+    const int64_t oldFrames = 3 * static_cast<int64_t>(format.rate);
+    const std::string old = folder.file("old.wav");
+    ASSERT_TRUE(writeFile(old, SF_FORMAT_WAV | SF_FORMAT_PCM_24, 2, static_cast<int32_t>(format.rate),
+                          oldFrames, otherValue, otherValueRight));
+    ASSERT_TRUE(rig.manager().loadTrack(0, epiPath(old)));
+    const int64_t start = format.rate / 2 + 17;
+    const std::string path = folder.file("take.aif");
+    rig.track().setArmed(true);
+    ASSERT_TRUE(rig.manager().startTake(0, epiPath(path)));
+    rig.manager().locate(start);
+    rig.manager().start();
+    const int64_t first = rig.harness().deviceFrames();
+    const int64_t length = format.rate;
+    rig.harness().runSequence(
+        enginetest::EngineHarness::randomBlocks(format.rate + format.block, length, format.block));
+    ASSERT_TRUE(rig.stopTake()) << rig.track().takeErrorText();
+    EXPECT_EQ(rig.track().takeStart(), start);
+    const FileAudio audio = readFile(path);
+    ASSERT_EQ(audio.frames(), oldFrames);
+    expectOld(audio, 0, 0, start);
+    expectInput(audio, start, first, length);
+    expectOld(audio, start + length, start + length, oldFrames - start - length);
+}
+
+INSTANTIATE_TEST_SUITE_P(RatesAndBlocks, TakeMatrixTest,
+                         ::testing::Values(Format{44100, 64}, Format{44100, 256}, Format{44100, 1024},
+                                           Format{48000, 64}, Format{48000, 256}, Format{48000, 1024},
+                                           Format{96000, 64}, Format{96000, 256}, Format{96000, 1024}),
+                         [](const ::testing::TestParamInfo<Format>& info) {
+                             return std::to_string(info.param.rate) + "_" + std::to_string(info.param.block);
+                         });
