@@ -52,6 +52,11 @@ const Entries kSample = {
     {"/a name with blanks", "blanks"},
 };
 
+bool openBytes(epiResourcePack& pack, const std::string& bytes)
+{
+    return pack.openMemory(bytes.data(), uint32_t(bytes.size()));
+}
+
 void expectSample(epiResourcePack& pack)
 {
     ASSERT_EQ(pack.count(), int32_t(kSample.size()));
@@ -80,7 +85,7 @@ TEST(ResourcePack, ReadsFromMemoryAndFromDisk)
 {
     const std::string bytes = packBytes(kSample);
     epiResourcePack memory;
-    ASSERT_TRUE(memory.openMemory(bytes.data(), uint32_t(bytes.size())));
+    ASSERT_TRUE(openBytes(memory, bytes));
     expectSample(memory);
 
     const fs::path file = fs::temp_directory_path() / ("kv3-pack-" + std::to_string(::getpid()) + ".pack");
@@ -116,11 +121,9 @@ TEST(ResourcePack, ReadsFromMemoryAndFromDisk)
 
 TEST(ResourcePack, BigEndianPacksRead)
 {
-    PackShape shape;
-    shape.bigEndian = true;
-    const std::string bytes = packBytes(kSample, shape);
+    const std::string bytes = packBytes(kSample, {.bigEndian = true});
     epiResourcePack pack;
-    ASSERT_TRUE(pack.openMemory(bytes.data(), uint32_t(bytes.size())));
+    ASSERT_TRUE(openBytes(pack, bytes));
     EXPECT_TRUE(pack.atoms()->swapped());
     expectSample(pack);
 }
@@ -129,7 +132,7 @@ TEST(ResourcePack, FindNeedsExactNamesAndAddsTheLeadingSlash)
 {
     const std::string bytes = packBytes(kSample);
     epiResourcePack pack;
-    ASSERT_TRUE(pack.openMemory(bytes.data(), uint32_t(bytes.size())));
+    ASSERT_TRUE(openBytes(pack, bytes));
     const epiResourcePack::fileElem* a = nullptr;
     const epiResourcePack::fileElem* b = nullptr;
     ASSERT_TRUE(pack.find("layouts/mainPanel.xml", &a));
@@ -159,7 +162,7 @@ TEST(ResourcePack, DuplicateNamesFindTheFirstAndOrderDoesNotMatter)
     const Entries entries = {{"/z", "last name first"}, {"/b", "one"}, {"/b", "two"}, {"/A", "upper"}};
     const std::string bytes = packBytes(entries);
     epiResourcePack pack;
-    ASSERT_TRUE(pack.openMemory(bytes.data(), uint32_t(bytes.size())));
+    ASSERT_TRUE(openBytes(pack, bytes));
     epiText t;
     ASSERT_TRUE(pack.loadText("b", t));
     EXPECT_EQ(t, "one");
@@ -171,50 +174,41 @@ TEST(ResourcePack, DuplicateNamesFindTheFirstAndOrderDoesNotMatter)
 
 TEST(ResourcePack, VersionCountAndEndAtom)
 {
-    PackShape v2;
-    v2.version = 2;
-    std::string bytes = packBytes(kSample, v2);
+    std::string bytes = packBytes(kSample, {.version = 2});
     epiResourcePack pack;
-    EXPECT_FALSE(pack.openMemory(bytes.data(), uint32_t(bytes.size())));
+    EXPECT_FALSE(openBytes(pack, bytes));
     EXPECT_EQ(pack.count(), 0);
     EXPECT_EQ(pack.atoms(), nullptr);
 
     // A count that promises more entries than exist: a damaged pack, left without entries.
-    PackShape more;
-    more.extraCount = 1;
-    bytes = packBytes(kSample, more);
-    EXPECT_FALSE(pack.openMemory(bytes.data(), uint32_t(bytes.size())));
+    bytes = packBytes(kSample, {.extraCount = 1});
+    EXPECT_FALSE(openBytes(pack, bytes));
     EXPECT_EQ(pack.count(), 0);
     EXPECT_FALSE(pack.exists("/empty.txt"));
-    more.extraCount = 1000000000;
-    bytes = packBytes(kSample, more);
-    EXPECT_FALSE(pack.openMemory(bytes.data(), uint32_t(bytes.size())));
+    bytes = packBytes(kSample, {.extraCount = 1000000000});
+    EXPECT_FALSE(openBytes(pack, bytes));
 
     // The end atom is not read back: without it the pack opens as usual; a count that promises
     // fewer entries reads those.
-    PackShape noEnd;
-    noEnd.endAtom = false;
-    bytes = packBytes(kSample, noEnd);
-    ASSERT_TRUE(pack.openMemory(bytes.data(), uint32_t(bytes.size())));
+    bytes = packBytes(kSample, {.endAtom = false});
+    ASSERT_TRUE(openBytes(pack, bytes));
     expectSample(pack);
-    PackShape fewer;
-    fewer.extraCount = -2;
-    bytes = packBytes(kSample, fewer);
-    ASSERT_TRUE(pack.openMemory(bytes.data(), uint32_t(bytes.size())));
+    bytes = packBytes(kSample, {.extraCount = -2});
+    ASSERT_TRUE(openBytes(pack, bytes));
     EXPECT_EQ(pack.count(), 2);
 
     // An empty pack opens and finds nothing.
     bytes = packBytes({});
-    ASSERT_TRUE(pack.openMemory(bytes.data(), uint32_t(bytes.size())));
+    ASSERT_TRUE(openBytes(pack, bytes));
     EXPECT_EQ(pack.count(), 0);
     EXPECT_FALSE(pack.exists("/anything"));
     EXPECT_NE(pack.atoms(), nullptr);
 
     // No version atom, no count atom.
     bytes = Builder(false).head().u32(kCount, 0).bytes();
-    EXPECT_FALSE(pack.openMemory(bytes.data(), uint32_t(bytes.size())));
+    EXPECT_FALSE(openBytes(pack, bytes));
     bytes = Builder(false).head().u32(kVersion, 1).bytes();
-    EXPECT_FALSE(pack.openMemory(bytes.data(), uint32_t(bytes.size())));
+    EXPECT_FALSE(openBytes(pack, bytes));
     EXPECT_FALSE(pack.openMemory(nullptr, 0));
     EXPECT_FALSE(pack.parse());
 }
@@ -225,7 +219,7 @@ TEST(ResourcePack, TheDataHeaderDecidesTheSize)
     b.head().u32(kVersion, 1).u32(kCount, 1).atom(kName, "/f").u32(kSize, 999).atom(kData, "four");
     const std::string bytes = b.bytes();
     epiResourcePack pack;
-    ASSERT_TRUE(pack.openMemory(bytes.data(), uint32_t(bytes.size())));
+    ASSERT_TRUE(openBytes(pack, bytes));
     epiText t;
     ASSERT_TRUE(pack.loadText("/f", t));
     EXPECT_EQ(t, "four");
@@ -259,15 +253,14 @@ TEST(ResourcePack, MissingOrDamagedEntryAtomsFailTheWholePack)
     for (const std::string& bytes : damaged)
     {
         epiResourcePack pack;
-        EXPECT_FALSE(pack.openMemory(bytes.data(), uint32_t(bytes.size())));
+        EXPECT_FALSE(openBytes(pack, bytes));
         EXPECT_EQ(pack.count(), 0);
     }
 }
 
 TEST(ResourcePack, EveryCutOfAPackFailsUntilTheLastDataIsWhole)
 {
-    PackShape shape;
-    const std::string bytes = packBytes(kSample, shape);
+    const std::string bytes = packBytes(kSample);
     const size_t needed = bytes.size() - 16; // the end atom is not needed
     epiResourcePack pack;
     for (size_t n = 0; n < bytes.size(); ++n)
