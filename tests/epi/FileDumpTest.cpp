@@ -2,6 +2,7 @@
 #include "epi/epiFile.h"
 #include "epi/epiFileDump.h"
 
+#include "tests/epi/AtomsBytes.h"
 #include "tests/epi/FileTestSupport.h"
 
 #include <gtest/gtest.h>
@@ -116,15 +117,22 @@ TEST_F(FileTest, DumpDoesNotOverwriteReadOnlyFiles)
 namespace
 {
 
-std::string le32(uint32_t v)
-{
-    return std::string{char(v & 0xFF), char((v >> 8) & 0xFF), char((v >> 16) & 0xFF), char(v >> 24)};
-}
+using atomsbytes::Builder;
+constexpr uint32_t kSize = epiCode("size");
+constexpr uint32_t kData = epiCode("data");
 
-std::string be32(uint32_t v)
+// An atoms file over bytes in memory, attached for reading.
+struct AtomsOver
 {
-    return std::string{char(v >> 24), char((v >> 16) & 0xFF), char((v >> 8) & 0xFF), char(v & 0xFF)};
-}
+    explicit AtomsOver(std::string content) : bytes(std::move(content))
+    {
+        EXPECT_TRUE(ram.setBuffer(bytes.data(), uint32_t(bytes.size())));
+        EXPECT_TRUE(atoms.attach(&ram, true));
+    }
+    std::string bytes;
+    epiRamFile ram;
+    epiAtomsFile atoms;
+};
 
 } // namespace
 
@@ -143,8 +151,11 @@ TEST(FileDumpAtoms, SavesSizeThenDataAndReadsThemBack)
     void* data = nullptr;
     uint32_t written = 0;
     ASSERT_TRUE(ram.getBuffer(&data, &written));
-    const std::string expected = "smta" + le32(0) + le32(1) + "ezis" + le32(4) + le32(0) + le32(5) + "atad" +
-                                 le32(5) + le32(0) + std::string(reinterpret_cast<const char*>(state), 5);
+    const std::string expected = Builder(false)
+                                     .head()
+                                     .u32(kSize, 5)
+                                     .atom(kData, std::string(reinterpret_cast<const char*>(state), 5))
+                                     .bytes();
     ASSERT_EQ(written, expected.size());
     EXPECT_EQ(std::string(static_cast<const char*>(data), written), expected);
 
@@ -160,15 +171,10 @@ TEST(FileDumpAtoms, SavesSizeThenDataAndReadsThemBack)
 
 TEST(FileDumpAtoms, ReadsABigEndianFile)
 {
-    std::string bytes = "atms" + be32(0) + be32(1) + "size" + be32(4) + be32(0) + be32(3) + "data" + be32(3) +
-                        be32(0) + "abc";
-    epiRamFile ram;
-    ASSERT_TRUE(ram.setBuffer(bytes.data(), uint32_t(bytes.size())));
-    epiAtomsFile reader;
-    ASSERT_TRUE(reader.attach(&ram, true));
-    EXPECT_TRUE(reader.swapped());
+    AtomsOver big(Builder(true).head().u32(kSize, 3).atom(kData, "abc").bytes());
+    EXPECT_TRUE(big.atoms.swapped());
     epiFileDump dump;
-    ASSERT_TRUE(dump.loadAtoms(&reader));
+    ASSERT_TRUE(dump.loadAtoms(&big.atoms));
     ASSERT_EQ(dump.size(), 3u);
     EXPECT_EQ(std::memcmp(dump.data(), "abc", 3), 0);
 }
@@ -176,25 +182,16 @@ TEST(FileDumpAtoms, ReadsABigEndianFile)
 TEST(FileDumpAtoms, DamagedAtomsLoadNothing)
 {
     // 'size' promises more than the 'data' atom holds.
-    std::string bytes = "smta" + le32(0) + le32(1) + "ezis" + le32(4) + le32(0) + le32(0x7FFFFFF0) + "atad" +
-                        le32(2) + le32(0) + "xy";
-    epiRamFile ram;
-    ASSERT_TRUE(ram.setBuffer(bytes.data(), uint32_t(bytes.size())));
-    epiAtomsFile reader;
-    ASSERT_TRUE(reader.attach(&ram, true));
+    AtomsOver overlong(Builder(false).head().u32(kSize, 0x7FFFFFF0).atom(kData, "xy").bytes());
     epiFileDump dump;
     ASSERT_TRUE(dump.copyBytes("old", 3));
-    EXPECT_FALSE(dump.loadAtoms(&reader));
+    EXPECT_FALSE(dump.loadAtoms(&overlong.atoms));
     EXPECT_EQ(dump.size(), 0u);
     EXPECT_EQ(dump.data(), nullptr);
 
     // No 'size' atom where one is expected.
-    std::string other = "smta" + le32(0) + le32(1) + "atad" + le32(2) + le32(0) + "xy";
-    epiRamFile ram2;
-    ASSERT_TRUE(ram2.setBuffer(other.data(), uint32_t(other.size())));
-    epiAtomsFile reader2;
-    ASSERT_TRUE(reader2.attach(&ram2, true));
-    EXPECT_FALSE(dump.loadAtoms(&reader2));
+    AtomsOver sizeless(Builder(false).head().atom(kData, "xy").bytes());
+    EXPECT_FALSE(dump.loadAtoms(&sizeless.atoms));
     EXPECT_FALSE(dump.loadAtoms(nullptr));
     EXPECT_FALSE(dump.saveAtoms(nullptr));
 }
