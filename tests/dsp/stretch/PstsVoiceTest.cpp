@@ -72,14 +72,24 @@ int64_t grainsAdded(const PstsVoice& v)
 
 } // namespace
 
+// A grain reader over a staircase, with room for the longest grain.
+struct ReaderRig
+{
+    ReaderRig() : reader(14113, scratch), src(kRate, 1, kLong, staircase), grain(14113)
+    {
+        reader.setSource(&src);
+    }
+    PstsScratch scratch;
+    PstsGrainReader reader;
+    FunctionSource src;
+    std::vector<float> grain;
+    int32_t count = 0;
+};
+
 TEST(PstsGrainReader, StepOneReadsTheSpanWindowed)
 {
-    PstsScratch scratch;
-    PstsGrainReader reader(14113, scratch);
-    FunctionSource src(kRate, 1, kLong, staircase);
-    reader.setSource(&src);
-    std::vector<float> grain(14113);
-    int32_t count = 0;
+    ReaderRig rig;
+    auto& [scratch, reader, src, grain, count] = rig;
     EXPECT_EQ(reader.read(grain.data(), 5000.0, 3528.0, 1.0, count), 7);
     ASSERT_EQ(count, 3528);
     ASSERT_EQ(src.fetches.size(), 1u);
@@ -96,12 +106,8 @@ TEST(PstsGrainReader, StepOneReadsTheSpanWindowed)
 
 TEST(PstsGrainReader, NegativeStartUsesTheOpeningHalfTwice)
 {
-    PstsScratch scratch;
-    PstsGrainReader reader(14113, scratch);
-    FunctionSource src(kRate, 1, kLong, staircase);
-    reader.setSource(&src);
-    std::vector<float> grain(14113);
-    int32_t count = 0;
+    ReaderRig rig;
+    auto& [scratch, reader, src, grain, count] = rig;
     reader.read(grain.data(), -1764.0, 3528.0, 1.0, count);
     ASSERT_EQ(count, 2 * 1763);
     EXPECT_EQ(src.fetches[0].first, 0);
