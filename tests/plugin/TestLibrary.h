@@ -6,6 +6,7 @@
 #include "plugin/AudioFxKV3Messages.h"
 #include "plugin/AudioFxKV3Unit.h"
 #include "plugins/test/TestPluginLog.h"
+#include "tests/host/SettingsFolder.h"
 
 #include <atomic>
 #include <chrono>
@@ -75,31 +76,8 @@ public:
     std::vector<std::pair<std::string, std::string>> messages;
 };
 
-/** A fresh settings folder for one test, named by KV3_CONFIG_DIR while it lives. */
-class ConfigFolder
-{
-public:
-    ConfigFolder()
-    {
-        std::string pattern = (std::filesystem::temp_directory_path() / "kv3plugin-XXXXXX").string();
-        std::vector<char> name(pattern.begin(), pattern.end());
-        name.push_back('\0');
-        path_ = ::mkdtemp(name.data());
-        ::setenv("KV3_CONFIG_DIR", path_.c_str(), 1);
-    }
-    ConfigFolder(const ConfigFolder&) = delete;
-    ConfigFolder& operator=(const ConfigFolder&) = delete;
-    ~ConfigFolder()
-    {
-        ::unsetenv("KV3_CONFIG_DIR");
-        std::error_code ec;
-        std::filesystem::remove_all(path_, ec);
-    }
-    const std::string& path() const { return path_; }
-
-private:
-    std::string path_;
-};
+/** A fresh settings folder for one test, the same as the settings' own tests use. */
+using ConfigFolder = SettingsFolder;
 
 /** The bytes of a state file as a string. */
 inline std::string bytesOf(const epiFileDump& dump)
