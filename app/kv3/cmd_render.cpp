@@ -2,12 +2,15 @@
 
 #include "app/kv3/Cli.h"
 #include "audiofiles/AudioFileFormats.h"
+#include "engine/ClickChoice.h"
 #include "engine/ExporterJobs.h"
 #include "engine/Manager.h"
 #include "engine/ManagerDelegate.h"
 #include "engine/Metronome.h"
+#include "epi/epiResourcePack.h"
 #include "project/Document.h"
 #include "project/DocumentSession.h"
+#include "resources/EmbeddedPack.h"
 
 #include <unistd.h>
 
@@ -34,9 +37,8 @@ const char* const kUsage =
     "export does, into OUT at the project's sample rate, two channels: every track with its volume,\n"
     "pan, speed, pitch and effect, from the start to the end of the longest track.\n"
     "--loop        renders only the project's loop\n"
-    "--with-click  puts the metronome in the mix at the project's tempo, signature and volume (the\n"
-    "              program's export turns it off); the clicks come from resources/clicks, found\n"
-    "              beside the program or in $KV3_RESOURCES\n"
+    "--with-click  puts the metronome in the mix at the project's tempo, signature and volume, with\n"
+    "              the accented clicks of the first set (the program's export turns it off)\n"
     "--container   the file type; by default the one of OUT's extension (.wav, .aif/.aiff, .caf)\n"
     "--depth       bits per sample, or float (32-bit) or double (64-bit); default 24\n"
     "--block       frames per block of the graph; default 512\n"
@@ -86,44 +88,6 @@ public:
 private:
     kv3cli::ProgressBar bar_;
 };
-
-// The folder of the program's loose resources: $KV3_RESOURCES, else a "resources" folder beside the
-// program or above it (a build tree lies inside the source tree).
-fs::path resourceFolder()
-{
-    if (const char* env = std::getenv("KV3_RESOURCES"); env != nullptr && *env != '\0')
-        return env;
-    std::error_code error;
-    fs::path at = fs::read_symlink("/proc/self/exe", error).parent_path();
-    for (int up = 0; up < 6 && !at.empty(); ++up)
-    {
-        if (fs::is_directory(at / "resources" / "clicks", error))
-            return at / "resources";
-        if (at == at.parent_path())
-            break;
-        at = at.parent_path();
-    }
-    return {};
-}
-
-bool loadClickFile(Metronome& metronome, bool accent, const fs::path& file)
-{
-    std::ifstream in(file, std::ios::binary);
-    const std::vector<char> bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    if (!in.good() && !in.eof())
-        return false;
-    if (bytes.size() < 4)
-        return false;
-    // Headerless 16-bit little-endian stereo, four bytes a frame.
-    std::vector<int16_t> samples(bytes.size() / 2);
-    for (size_t i = 0; i < samples.size(); ++i)
-        samples[i] = static_cast<int16_t>(static_cast<uint8_t>(bytes[2 * i]) |
-                                          (static_cast<uint8_t>(bytes[2 * i + 1]) << 8));
-    AudioBuffer buffer;
-    buffer.fillFromInt16(samples.data(), static_cast<int64_t>(bytes.size() / 4));
-    metronome.loadClick(accent, buffer);
-    return true;
-}
 
 int runRender(const std::vector<std::string>& argv)
 {
@@ -201,10 +165,10 @@ int runRender(const std::vector<std::string>& argv)
     applyDocumentSession(doc, manager, &metronome);
     if (args.flag("with-click"))
     {
-        const fs::path clicks = resourceFolder() / "clicks";
-        if (!loadClickFile(metronome, true, clicks / "Classic_accent_hi.raw") ||
-            !loadClickFile(metronome, false, clicks / "Classic_accent_lo.raw"))
-            return kv3cli::fail("can't read the click sounds in " + clicks.string() + "; set KV3_RESOURCES");
+        // The first set's accented clicks, from the pack linked into the program.
+        epiResourcePack pack;
+        if (!EmbeddedPack::open(pack) || ClickChoice::choose(manager, pack, 0, true, false) != 2)
+            return kv3cli::fail("the click sounds in the program's resource pack can't be read");
         // The click follows the session's grid from the start of what is rendered.
         metronome.setPlaying(true);
         metronome.setEnabled(true);

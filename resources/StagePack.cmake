@@ -1,0 +1,15 @@
+# Lays out the pack's tree in STAGE from the resource folder SOURCE: every folder but the demo
+# session, with clicks/ renamed aux/.
+file(REMOVE_RECURSE ${STAGE})
+file(MAKE_DIRECTORY ${STAGE})
+file(GLOB entries RELATIVE ${SOURCE} ${SOURCE}/*)
+foreach(entry ${entries})
+    if(entry STREQUAL "demo" OR entry STREQUAL "CMakeLists.txt" OR entry MATCHES "^(StagePack\\.cmake|EmbeddedPack)")
+        continue()
+    endif()
+    if(entry STREQUAL "clicks")
+        file(COPY ${SOURCE}/clicks/ DESTINATION ${STAGE}/aux)
+    else()
+        file(COPY ${SOURCE}/${entry} DESTINATION ${STAGE})
+    endif()
+endforeach()
