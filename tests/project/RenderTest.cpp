@@ -8,12 +8,15 @@
 #include "project/DocumentSession.h"
 
 #include <gtest/gtest.h>
+#include <pty.h>
 #include <sndfile.h>
+#include <sys/wait.h>
 
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <string>
 #include <unistd.h>
 #include <vector>
@@ -170,7 +173,9 @@ void RenderRig::renderBothWays(int32_t keysRate, double& worst)
     for (size_t i = 0; i < program.samples.size(); i += 2)
         peak = std::max(peak, std::fabs(program.samples[i]));
     EXPECT_GT(peak, 0.2f);
-    EXPECT_FALSE(fs::exists(file("program.wav.part")));
+    // The program wrote under a temporary name and renamed it: nothing of it is left over.
+    for (const auto& entry : fs::directory_iterator(folder_))
+        EXPECT_EQ(entry.path().filename().string().find(".part-"), std::string::npos) << entry.path();
 }
 
 TEST_F(RenderRig, ProgramRenderEqualsTheExportJobOnTheSameProject)
@@ -375,16 +380,12 @@ TEST_F(RenderRig, RenderWithClickPutsTheAccentedClickOnEveryBeat)
         sf_writef_float(silent, zeros.data(), 110250);
         sf_close(silent);
     }
-    const char* source = std::getenv("KV3_SOURCE_DIR");
-    ASSERT_NE(source, nullptr);
-    ::setenv("KV3_RESOURCES", (std::string(source) + "/resources").c_str(), 1);
     const std::string project = file("click.kv3h");
     ASSERT_EQ(kv3("project new " + project), 0);
     ASSERT_EQ(kv3("project set " + project + " --track 1 --file " + file("silence.wav") + " --armed off"), 0);
     ASSERT_EQ(kv3("project set " + project + " --tempo 120 --signature 4/4 --click-volume 100"), 0);
     ASSERT_EQ(kv3("render " + project + " " + file("plain.wav") + " --depth float"), 0);
     ASSERT_EQ(kv3("render " + project + " " + file("clicked.wav") + " --depth float --with-click"), 0);
-    ::unsetenv("KV3_RESOURCES");
 
     // Without the option the export keeps the click out.
     const Audio plain = readAudio(file("plain.wav"));
@@ -392,7 +393,8 @@ TEST_F(RenderRig, RenderWithClickPutsTheAccentedClickOnEveryBeat)
     for (float v : plain.samples)
         ASSERT_EQ(v, 0.0f);
 
-    // With it: the "Classic" clicks of 1292 frames on every 22050th frame, silence between.
+    // With it: the "Classic" clicks of 1292 frames, from the pack linked into the program, on every 22050th
+    // frame, silence between.
     const Audio clicked = readAudio(file("clicked.wav"));
     ASSERT_EQ(clicked.samples.size(), size_t(2 * 110250));
     auto left = [&](int64_t frame) { return clicked.samples[size_t(2 * frame)]; };
@@ -455,4 +457,45 @@ TEST_F(RenderRig, SessionValuesReachTheEngineAsTheWindowSetsThem)
     EXPECT_FLOAT_EQ(manager.inputGainDb(), 12.0f);
     // Four seconds of file at a speed ratio of 2 is 176400 session frames.
     EXPECT_EQ(manager.sessionLength(), 176400);
+}
+
+TEST_F(RenderRig, ProgressIsDrawnOnATerminalAndNowhereElse)
+{
+    ASSERT_TRUE(writeAudio(file("a.wav"), 44100, 44100 * 6, 220.0));
+    const std::string project = file("p.kv3h");
+    ASSERT_EQ(kv3("project new " + project), 0);
+    ASSERT_EQ(kv3("project set " + project + " --track 1 --file " + file("a.wav") + " --armed off"), 0);
+
+    // Into files: the finished file's name on stdout, nothing on stderr.
+    ASSERT_EQ(kv3("render " + project + " " + file("quiet.wav")), 0);
+    std::ifstream errors(file("stderr.txt"));
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(errors), {}), "");
+
+    // On a terminal: the bar is redrawn in place and ends at 100%.
+    int master = -1;
+    const pid_t child = ::forkpty(&master, nullptr, nullptr, nullptr);
+    ASSERT_GE(child, 0);
+    if (child == 0)
+    {
+        const std::string out = file("shown.wav");
+        ::execl(KV3_BIN, KV3_BIN, "render", project.c_str(), out.c_str(), static_cast<char*>(nullptr));
+        ::_exit(127);
+    }
+    std::string screen;
+    char buffer[4096];
+    for (;;)
+    {
+        const ssize_t n = ::read(master, buffer, sizeof buffer);
+        if (n <= 0)
+            break; // EIO once the program has closed its side
+        screen.append(buffer, static_cast<size_t>(n));
+    }
+    ::close(master);
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 0) << screen;
+    EXPECT_NE(screen.find("\rrender ["), std::string::npos) << screen;
+    EXPECT_NE(screen.find("] 100%"), std::string::npos) << screen;
+    EXPECT_TRUE(fs::exists(file("shown.wav")));
 }
