@@ -73,7 +73,7 @@ void Metronome::loadClick(bool accent, const AudioData& samples)
 
 bool Metronome::provide(AudioData& request)
 {
-    if (!enabled_.load(std::memory_order_relaxed))
+    if (!enabled_.load(std::memory_order_acquire))
     {
         return false;
     }

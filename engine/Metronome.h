@@ -58,7 +58,7 @@ public:
     // [ui thread]
     void setDelegate(MetronomeDelegate* delegate) override;
     // [ui thread]
-    void setEnabled(bool on) override { enabled_.store(on, std::memory_order_relaxed); }
+    void setEnabled(bool on) override { enabled_.store(on, std::memory_order_release); }
 
     /**
      * Replaces a click with a copy of samples, taken to be at 44.1 kHz, and converts both clicks to the
@@ -101,6 +101,8 @@ private:
     float tempoValue_ = 120.0f; // interface thread only
     uint32_t sampleRate_ = 0;
     uint32_t blockSize_ = 0;
-    std::atomic<bool> enabled_{false}; // relaxed: a command
+    // Release by the interface, acquire in provide: clicks loaded while the metronome was off are
+    // published when it is switched back on.
+    std::atomic<bool> enabled_{false};
     int64_t freePosition_ = 0;         // audio thread only
 };

@@ -91,8 +91,9 @@ bool Track::provide(AudioData& request)
     busy_.store(true, std::memory_order_relaxed);
     std::atomic_thread_fence(std::memory_order_seq_cst);
     bool delivered = false;
+    // Acquire: a file just opened by load() was published with the flag's release.
     if (!recording_.load(std::memory_order_relaxed) && !armed_.load(std::memory_order_relaxed) &&
-        fileLoaded_.load(std::memory_order_relaxed))
+        fileLoaded_.load(std::memory_order_acquire))
     {
         delivered = outputSwitch_.provide(request);
     }

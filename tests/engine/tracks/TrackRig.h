@@ -5,8 +5,12 @@
 #include "tests/engine/harness/EngineHarness.h"
 #include "tests/engine/tracks/TrackTestFiles.h"
 
+#include <atomic>
+#include <chrono>
+#include <functional>
 #include <memory>
 #include <string>
+#include <thread>
 
 namespace tracktest
 {
@@ -75,6 +79,49 @@ private:
     Manager manager_;
     std::unique_ptr<enginetest::EngineHarness> harness_;
     bool takeStarted_ = false;
+};
+
+/**
+ * A device thread: runs the rig's blocks one after another, about five times faster than a real
+ * device (the disk threads still have to keep up), until it is destroyed. `beforeBlock`, set before
+ * the thread starts, runs on the device thread ahead of each block (to hand it MIDI, say).
+ */
+class DeviceThread
+{
+public:
+    explicit DeviceThread(TrackRig& rig, std::function<void()> beforeBlock = {})
+        : rig_(rig), beforeBlock_(std::move(beforeBlock))
+    {
+        thread_ = std::thread(
+            [this]
+            {
+                while (!stop_.load(std::memory_order_acquire))
+                {
+                    if (beforeBlock_)
+                    {
+                        beforeBlock_();
+                    }
+                    rig_.harness().runBlock(rig_.block());
+                    blocks_.fetch_add(1, std::memory_order_relaxed);
+                    std::this_thread::sleep_for(std::chrono::microseconds(1000));
+                }
+            });
+    }
+    ~DeviceThread()
+    {
+        stop_.store(true, std::memory_order_release);
+        thread_.join();
+    }
+    DeviceThread(const DeviceThread&) = delete;
+    DeviceThread& operator=(const DeviceThread&) = delete;
+    int64_t blocks() const { return blocks_.load(std::memory_order_relaxed); }
+
+private:
+    TrackRig& rig_;
+    std::function<void()> beforeBlock_;
+    std::atomic<bool> stop_{false};
+    std::atomic<int64_t> blocks_{0};
+    std::thread thread_;
 };
 
 } // namespace tracktest

@@ -24,37 +24,6 @@ int64_t stepIndex(float value)
     return static_cast<int64_t>(std::lround(value * 32768.0f)) + 16384;
 }
 
-class Device
-{
-public:
-    explicit Device(TrackRig& rig) : rig_(rig)
-    {
-        thread_ = std::thread(
-            [this]
-            {
-                // About five times faster than a real device: the disk thread still has to keep up.
-                while (!stop_.load(std::memory_order_acquire))
-                {
-                    rig_.harness().runBlock(kBlock);
-                    blocks_.fetch_add(1, std::memory_order_relaxed);
-                    std::this_thread::sleep_for(std::chrono::microseconds(1000));
-                }
-            });
-    }
-    ~Device()
-    {
-        stop_.store(true, std::memory_order_release);
-        thread_.join();
-    }
-    int64_t blocks() const { return blocks_.load(std::memory_order_relaxed); }
-
-private:
-    TrackRig& rig_;
-    std::atomic<bool> stop_{false};
-    std::atomic<int64_t> blocks_{0};
-    std::thread thread_;
-};
-
 } // namespace
 
 TEST(TrackThreadTest, TakeWhileTheDeviceRunsIsWholeAndContinuous)
@@ -67,7 +36,7 @@ TEST(TrackThreadTest, TakeWhileTheDeviceRunsIsWholeAndContinuous)
     Track& track = rig.track();
     const std::string path = folder.file("Audio_T1_1.aif");
     {
-        Device device(rig);
+        DeviceThread device(rig);
         track.setArmed(true);
         ASSERT_TRUE(manager.startTake(0, epiPath(path)));
         manager.setRecording(true);

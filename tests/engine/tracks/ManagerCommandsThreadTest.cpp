@@ -1,0 +1,141 @@
+// The whole Manager, with its own four tracks, their effect units on the test library, the metronome
+// and the offline jobs, while a device thread runs blocks with MIDI: the interface thread drives the
+// commands the main panel gives, in a shuffled order. Run under the thread sanitizer, where any value
+// that crosses without an atomic, or any lock the audio side takes, shows up.
+
+#include "engine/ClickChoice.h"
+#include "epi/epiResourcePack.h"
+#include "resources/EmbeddedPack.h"
+#include "tests/engine/tracks/PluginEnv.h"
+#include "tests/engine/tracks/TrackRig.h"
+
+#include <gtest/gtest.h>
+#include <sndfile.h>
+
+#include <random>
+
+using namespace tracktest;
+
+namespace
+{
+
+constexpr uint32_t kRate = 48000;
+constexpr uint32_t kBlock = 256;
+
+TEST(ManagerCommandsThreads, EveryTrackCommandWhileTheDeviceRuns)
+{
+    PluginEnv env(KV3_TEST_GAIN);
+    TempFolder folder("manager-commands");
+    const std::string same = folder.file("same_rate.wav");
+    const std::string other = folder.file("other_rate.wav");
+    ASSERT_TRUE(writeFile(same, SF_FORMAT_WAV | SF_FORMAT_FLOAT, 2, kRate, kRate, stepValue, stepValueRight));
+    ASSERT_TRUE(writeFile(other, SF_FORMAT_WAV | SF_FORMAT_PCM_16, 1, 44100, 30000, otherValue, nullptr));
+    epiResourcePack pack;
+    ASSERT_TRUE(EmbeddedPack::open(pack));
+
+    TrackRig rig(kRate, kBlock);
+    rig.harness().recordOutput = false;
+    rig.harness().recordBlocks = false;
+    Manager& manager = rig.manager();
+    enginetest::RecordingDelegate delegate;
+    manager.setDelegate(&delegate);
+    kv3test::TestPluginLog* log = env.log();
+    ASSERT_NE(log, nullptr) << "the test library did not load";
+    const int midiBefore = log->midiEvents.load();
+
+    std::atomic<int64_t> midiSent{0};
+    int takes = 0;
+    int64_t checksum = 0;
+    {
+        DeviceThread device(rig,
+                            [&]
+                            {
+                                MidiEventBlock& midi = rig.harness().midi();
+                                midi.events[0] = MidiEvent{0, 0x00643C90u};
+                                midi.count = 1;
+                                midiSent.fetch_add(1, std::memory_order_relaxed);
+                            });
+        std::mt19937 rng(17);
+        for (int round = 0; round < 80; ++round)
+        {
+            const int32_t t = static_cast<int32_t>(rng() % Manager::kTracks);
+            TrackControls& track = manager.track(t);
+            switch (rng() % 9)
+            {
+            case 0:
+                checksum += manager.loadTrack(t, epiPath(round % 2 == 0 ? same : other));
+                break;
+            case 1:
+                manager.unloadTrack(t);
+                break;
+            case 2:
+                track.setSpeed(0.5f + static_cast<float>(rng() % 100) / 100.0f);
+                track.setPitch(static_cast<float>(static_cast<int>(rng() % 13) - 6));
+                checksum += static_cast<int64_t>(track.speedText().size() + track.pitchText().size());
+                break;
+            case 3:
+                track.setEffectEnabled(rng() % 2 == 0);
+                break;
+            case 4:
+                track.setInput(static_cast<int32_t>(rng() % 3));
+                manager.setSolo(t, rng() % 4 == 0);
+                manager.mixerInput(t).setMute(rng() % 5 == 0);
+                break;
+            case 5:
+                manager.metronome().setEnabled(rng() % 2 == 0);
+                manager.setTempo(60.0f + static_cast<float>(rng() % 120));
+                checksum += ClickChoice::choose(
+                    manager, pack, static_cast<int32_t>(rng() % ClickChoice::kSets), rng() % 2 == 0, true);
+                break;
+            case 6:
+                manager.setEditorParent(0);
+                manager.showEditor(t);
+                checksum += manager.anyEffectChanged();
+                manager.hideEditor();
+                break;
+            case 7:
+            {
+                // A short take on the track, merged while the device goes on.
+                track.setArmed(true);
+                const std::string path = folder.file("take_" + std::to_string(round) + ".aif");
+                if (manager.startTake(t, epiPath(path)))
+                {
+                    manager.setRecording(true);
+                    manager.start();
+                    const int64_t until = device.blocks() + 20;
+                    while (device.blocks() < until)
+                        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+                    manager.stop();
+                    manager.setRecording(false);
+                    takes += track.setRecording(false);
+                }
+                track.setArmed(false);
+                break;
+            }
+            default:
+                if (manager.isPlaying())
+                    manager.stop();
+                else
+                    manager.start();
+                manager.locate(static_cast<int64_t>(rng() % 60000));
+                break;
+            }
+            checksum += manager.trackLength(t) > 0;
+            manager.poll();
+        }
+        manager.stop();
+        const int64_t until = device.blocks() + 10;
+        while (device.blocks() < until)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    for (int32_t t = 0; t < Manager::kTracks; ++t)
+        manager.track(t).setEffectEnabled(false);
+
+    EXPECT_GT(takes, 0) << "no take was recorded";
+    EXPECT_GT(checksum, 0);
+    // Every event went to every running effect; at least some blocks had one running.
+    EXPECT_GT(log->midiEvents.load(), midiBefore);
+    EXPECT_GT(midiSent.load(), 100);
+}
+
+} // namespace
