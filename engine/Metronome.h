@@ -104,5 +104,5 @@ private:
     // Release by the interface, acquire in provide: clicks loaded while the metronome was off are
     // published when it is switched back on.
     std::atomic<bool> enabled_{false};
-    int64_t freePosition_ = 0;         // audio thread only
+    int64_t freePosition_ = 0; // audio thread only
 };

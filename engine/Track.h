@@ -203,8 +203,8 @@ private:
     AudioFileGuessSafe memoryFile_;
     AudioFileStreaming streamFile_;
     AudioAlwaysStereo fileStereo_;
-    // Read by the audio thread in provide; relaxed, a command (the files behind it are closed only after
-    // waitIdle).
+    // Read by the audio thread in provide with acquire: load() opens the file, then stores the flag with
+    // release. The files behind it are closed only after waitIdle.
     std::atomic<bool> fileLoaded_{false};
     AudioFxPSTS stretch_;
     AudioFxKV3Unit effect_;
