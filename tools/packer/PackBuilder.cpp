@@ -129,8 +129,8 @@ bool PackBuilder::build(const fs::path& dir, const fs::path& out, std::string& e
         total += 3 * kHeader + s.name.size() + 4 + size;
     }
     if (total > kLimit)
-        return failWith(error, quoted(dir) + " holds too much for one pack (" +
-                                   std::to_string(total) + " bytes, at most " + std::to_string(kLimit) + ")");
+        return failWith(error, quoted(dir) + " holds too much for one pack (" + std::to_string(total) +
+                                   " bytes, at most " + std::to_string(kLimit) + ")");
 
     TempOutput temp(out.string() + ".part-" + std::to_string(::getpid()));
     const std::string outError = "cannot write " + quoted(out);
