@@ -161,9 +161,20 @@ TEST_F(PlayTest, PitchAndSpeedChangeIndependently)
     const double expected = kToneHz * std::pow(2.0, 2.0 / 12.0);
     EXPECT_NEAR(frequencyOf(out, 9600, 110000, 48000.0), expected, expected * 0.01);
     EXPECT_NEAR(static_cast<double>(soundEnd(out)), 120000.0, 2500.0);
-    // Changing the pitch back doesn't touch the length, and changing the speed doesn't touch the pitch.
+    // Changing the speed doesn't touch the pitch: played again faster, the same interval, shorter.
+    rig_.manager().stop();
+    rig_.track().setSpeed(1.25f);
+    EXPECT_EQ(rig_.track().length(), 76800);
+    rig_.harness().left.clear();
+    rig_.manager().locate(0);
+    rig_.manager().start();
+    rig_.run(90000);
+    const auto& faster = rig_.harness().left;
+    EXPECT_NEAR(frequencyOf(faster, 9600, 70000, 48000.0), expected, expected * 0.01);
+    EXPECT_NEAR(static_cast<double>(soundEnd(faster)), 76800.0, 2500.0);
+    // Changing the pitch back doesn't touch the length.
     rig_.track().setPitch(0.0f);
-    EXPECT_EQ(rig_.track().length(), 120000);
+    EXPECT_EQ(rig_.track().length(), 76800);
     EXPECT_EQ(rig_.track().pitchText(), "0");
 }
 
