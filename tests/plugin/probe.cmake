@@ -36,3 +36,8 @@ probe(${TESTLIBS}/kv3test_noacquire.so 1 "kv3: DLL error: Can't find VPA2Acquire
 probe(${TESTLIBS}/kv3test_nullinstance.so 1 "createInstance gave no instance" "instance:  failed")
 probe(${WORK}/missing.so 1 "kv3: DLL error: Can't load ${WORK}/missing.so\n" "")
 probe("--block=0" 2 "block" "")
+
+# Found without a path: the library the stored settings name comes before the build tree's amp.
+file(WRITE ${WORK}/settings.conf "VPA2Path = sz:${TESTLIBS}/kv3test_gain.so\n")
+probe("" 0 "" "kv3test_gain.so.*tone:      ok")
+file(REMOVE ${WORK}/settings.conf)
