@@ -31,8 +31,9 @@ public:
         void setProvider(AudioFile* provider, int32_t channel, int32_t providerChannels);
         // [audio thread]
         void seek(int32_t position) override { position_ = position; }
-        /** Asks the provider for `count` frames at the position and copies this channel; a failed
-         * request leaves the destination as it was. Always advances by and returns `count`. */
+        /** Writes `count` frames from the position: this channel of the frames the provider
+         * has there, which are all it is asked for, and silence before the file, past its end and
+         * where a request fails. Always advances by and returns `count`. */
         // [audio thread]
         int32_t read(float* destination, int32_t count) override;
         int32_t length() override;

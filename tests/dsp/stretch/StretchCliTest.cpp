@@ -205,6 +205,51 @@ TEST_F(StretchCli, SpeedOnePitchZeroIsTheInputSampleForSample)
     }
 }
 
+// A falling rate: the tones run up to the input's last frame, and the output ends with them, not
+// with stale frames from earlier in the file. Against the direct tones at the new rate all but a
+// few dozen frames at each end, where the filters spread the abrupt start and stop; against the
+// same input followed by silence every frame: the same up to the interpolator's reach (128 output
+// frames and a group of four) from the end, and within it no more apart than the low-pass stage's
+// ring-out past the end, which only the padded input passes on.
+TEST_F(StretchCli, FallingRateEndsWithTheInputsOwnLastFrames)
+{
+    for (auto [in, out] : {std::pair{48000, 44100}, std::pair{96000, 44100}})
+    {
+        const Audio tone = sine(1000.0, in, 0.5, 3000.0);
+        Audio padded = tone;
+        padded.left.resize(tone.left.size() + static_cast<size_t>(in), 0.0f);
+        padded.right.resize(tone.right.size() + static_cast<size_t>(in), 0.0f);
+        write("in.wav", tone);
+        write("padded.wav", padded);
+        const std::string options = "--depth float --rate " + std::to_string(out);
+        ASSERT_EQ(stretch("in.wav", "out.wav", options), 0) << stderr_;
+        ASSERT_EQ(stretch("padded.wav", "reference.wav", options), 0) << stderr_;
+        const Audio got = read("out.wav");
+        const Audio reference = read("reference.wav");
+        ASSERT_EQ(got.rate, out);
+        ASSERT_EQ(got.left.size(), static_cast<size_t>(out / 2));
+        ASSERT_GT(reference.left.size(), got.left.size());
+
+        const auto left = stretchtest::sine(1000.0, out);
+        const auto right = stretchtest::sine(3000.0, out);
+        const size_t frames = got.left.size();
+        constexpr size_t kEdge = 64;
+        constexpr size_t kReach = 132;
+        for (size_t i = 0; i < frames; ++i)
+        {
+            const float tolerance = i + kReach < frames ? 1e-6f : 0.015f;
+            ASSERT_NEAR(got.left[i], reference.left[i], tolerance) << in << " -> " << out << " frame " << i;
+            ASSERT_NEAR(got.right[i], reference.right[i], tolerance) << in << " -> " << out << " frame " << i;
+            if (i < kEdge || i + kEdge >= frames)
+                continue;
+            ASSERT_NEAR(got.left[i], left(static_cast<int64_t>(i), 0), 2e-4f)
+                << in << " -> " << out << " " << i;
+            ASSERT_NEAR(got.right[i], right(static_cast<int64_t>(i), 0), 2e-4f)
+                << in << " -> " << out << " " << i;
+        }
+    }
+}
+
 TEST_F(StretchCli, MonoIsPlayedOnBothSidesAndStereoSidesStayApart)
 {
     write("mono.wav", sine(440.0, 44100, 2.0));
