@@ -68,6 +68,7 @@ void AudioResampler_DSP::sourceChanged()
     ready_ = false;
     if (provider_ == nullptr || provider_->frames() == 0 || provider_->sampleRate() <= 0)
     {
+        refusal_ = provider_ == nullptr ? "no file was given" : "the file holds no audio";
         framesOut_ = 0;
         return;
     }
@@ -87,6 +88,9 @@ void AudioResampler_DSP::sourceChanged()
     setOutputRate(static_cast<float>(static_cast<int64_t>(outputRate_)));
     // A ratio the interpolator refuses (too many phases) leaves the node silent and not ready.
     ready_ = designed_;
+    refusal_ = dsp::SincInterpolator::refusal(inputRate_, outputRate_);
+    if (refusal_ == nullptr)
+        refusal_ = "the filters could not be built";
 }
 
 void AudioResampler_DSP::setOutputRate(float rate)

@@ -80,6 +80,9 @@ public:
     bool process(int64_t position, int64_t count, float* const* channels);
 
     bool ready() const { return ready_; }
+    /** Why the last sourceChanged left the node not ready, in a few words for a message; null when
+     * it is ready. */
+    const char* refusal() const { return ready_ ? nullptr : refusal_; }
     int32_t nextPosition() const { return nextPosition_; }
 
 private:
@@ -93,6 +96,7 @@ private:
     bool ready_ = false;
     int32_t nextPosition_ = 0;
     bool designed_ = false; // every channel's resampler accepted the last output rate
+    const char* refusal_ = "no file was given";
 };
 
 /** A factory that makes AudioResampler_DSP, for owners that take an AudioResamplerFactory. */

@@ -6,6 +6,8 @@
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -149,6 +151,11 @@ TEST_F(ConvertRateTest, SameRateCopiesAndRefusedRatioFailsCleanly)
     // 48000 to 47999 would need 47,999 filter phases: refused, exit 1, and no output left behind.
     const std::string refused = (dir_ / "refused.wav").string();
     EXPECT_EQ(run("convert '" + input + "' '" + refused + "' --rate 47999"), 1);
+    std::ifstream err(dir_ / "err.txt");
+    const std::string message{std::istreambuf_iterator<char>(err), std::istreambuf_iterator<char>()};
+    EXPECT_NE(message.find("from 48000 Hz to 47999 Hz: the two rates share too small a divisor"),
+              std::string::npos)
+        << message;
     EXPECT_FALSE(fs::exists(refused));
     EXPECT_EQ(std::distance(fs::directory_iterator(dir_), fs::directory_iterator{}), 3); // in, same, err
 }

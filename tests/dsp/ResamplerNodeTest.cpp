@@ -73,6 +73,7 @@ TEST(AudioResampler_DSP, StereoSineThroughBlocksMatchesTheDirectSine)
     r.prepare(48000, 256);
     r.sourceChanged();
     ASSERT_TRUE(r.ready());
+    EXPECT_EQ(r.refusal(), nullptr);
     EXPECT_EQ(r.frames(), 48000);
     EXPECT_EQ(r.channels(), 2);
     Block block(256);
@@ -136,12 +137,15 @@ TEST(AudioResampler_DSP, EmptyOrMissingProviderReadsFalse)
     r.prepare(48000, 64);
     r.sourceChanged();
     EXPECT_FALSE(r.ready());
+    EXPECT_NE(r.refusal(), nullptr);
     Block block(64);
     EXPECT_FALSE(r.read(block.data));
     AudioFileLoaded empty;
     r.setProvider(&empty);
     r.sourceChanged();
     EXPECT_FALSE(r.ready());
+    ASSERT_NE(r.refusal(), nullptr);
+    EXPECT_NE(std::string(r.refusal()).find("no audio"), std::string::npos) << r.refusal();
     EXPECT_EQ(r.frames(), 0);
     EXPECT_FALSE(r.read(block.data));
 }
@@ -154,6 +158,8 @@ TEST(AudioResampler_DSP, RatioTheInterpolatorRefusesIsNotReady)
     r.prepare(44101, 64); // 44,100 phases
     r.sourceChanged();
     EXPECT_FALSE(r.ready());
+    ASSERT_NE(r.refusal(), nullptr);
+    EXPECT_NE(std::string(r.refusal()).find("divisor"), std::string::npos) << r.refusal();
     Block block(64);
     EXPECT_FALSE(r.read(block.data));
 }

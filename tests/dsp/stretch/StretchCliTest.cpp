@@ -12,6 +12,7 @@
 
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>
@@ -247,6 +248,25 @@ TEST_F(StretchCli, FallingRateEndsWithTheInputsOwnLastFrames)
             ASSERT_NEAR(got.right[i], right(static_cast<int64_t>(i), 0), 2e-4f)
                 << in << " -> " << out << " " << i;
         }
+    }
+}
+
+// A rate pair the resampler refuses is told as such, naming the file and both rates, not as a
+// file without audio; nothing is left behind.
+TEST_F(StretchCli, RefusedRatePairSaysWhy)
+{
+    write("in.wav", sine(440.0, 44100, 0.5));
+    EXPECT_EQ(stretch("in.wav", "out.wav", "--rate 47999"), 1);
+    EXPECT_NE(stderr_.find("can't resample"), std::string::npos) << stderr_;
+    EXPECT_NE(stderr_.find("in.wav"), std::string::npos) << stderr_;
+    EXPECT_NE(stderr_.find("44100 Hz to 47999 Hz"), std::string::npos) << stderr_;
+    EXPECT_NE(stderr_.find("divisor"), std::string::npos) << stderr_;
+    EXPECT_EQ(stderr_.find("no audio"), std::string::npos) << stderr_;
+    EXPECT_EQ(std::count(stderr_.begin(), stderr_.end(), '\n'), 1) << stderr_;
+    for (const auto& entry : fs::directory_iterator(dir_))
+    {
+        const std::string name = entry.path().filename().string();
+        EXPECT_TRUE(name == "in.wav" || name == "stderr.txt") << name;
     }
 }
 
