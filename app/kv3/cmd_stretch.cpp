@@ -204,7 +204,7 @@ int runStretch(const std::vector<std::string>& argv)
         out.frames = std::min(kBlock, length - at);
         if (!node.read(out))
             return kv3cli::fail(concat("playing ", options.in, " failed at frame ", at));
-        out.clamp();
+        // As written: an integer depth clips at full scale in the writer, a float depth keeps all.
         if (!writer.writeFloat(out))
             return kv3cli::fail(concat("writing ", options.out, " failed (disk full?)"));
         progress.update(static_cast<double>(at + out.frames) / static_cast<double>(length));

@@ -191,10 +191,18 @@ TEST_F(StretchCli, HalfSpeedDoublesTheLengthAndKeepsThePitch)
 TEST_F(StretchCli, SpeedOnePitchZeroIsTheInputSampleForSample)
 {
     Audio in = sine(440.0, 48000, 1.0, 330.0);
-    // Full scale edges and odd values: nothing may be touched on the way.
+    // Full scale edges, odd values and samples beyond full scale, which a float file holds: nothing
+    // may be touched on the way.
     in.left[10] = 1.0f;
     in.right[11] = -1.0f;
     in.left[12] = 1e-30f;
+    in.left[13] = 1.5f;
+    in.right[14] = -3.25f;
+    for (size_t i = 1000; i < 2000; ++i)
+    {
+        in.left[i] *= 2.5f;
+        in.right[i] *= -4.0f;
+    }
     write("in.wav", in);
     ASSERT_EQ(stretch("in.wav", "out.caf", "--depth float --speed 1 --pitch 0"), 0) << stderr_;
     const Audio out = read("out.caf");
@@ -247,6 +255,32 @@ TEST_F(StretchCli, FallingRateEndsWithTheInputsOwnLastFrames)
                 << in << " -> " << out << " " << i;
             ASSERT_NEAR(got.right[i], right(static_cast<int64_t>(i), 0), 2e-4f)
                 << in << " -> " << out << " " << i;
+        }
+    }
+}
+
+// The integer depths end at full scale: what lies beyond is clipped there, sign kept, not wrapped
+// round; within it the samples are the input's to the depth's step.
+TEST_F(StretchCli, IntegerDepthsClipBeyondFullScale)
+{
+    Audio in = sine(440.0, 44100, 0.5, 330.0);
+    for (size_t i = 0; i < in.left.size(); ++i)
+    {
+        in.left[i] *= 3.0f;
+        in.right[i] *= -3.0f;
+    }
+    write("in.wav", in);
+    for (const char* depth : {"16", "24", "32"})
+    {
+        ASSERT_EQ(stretch("in.wav", "out.wav", std::string("--depth ") + depth), 0) << stderr_;
+        const Audio out = read("out.wav");
+        ASSERT_EQ(out.left.size(), in.left.size());
+        for (size_t i = 0; i < in.left.size(); ++i)
+        {
+            const float left = std::clamp(in.left[i], -1.0f, 1.0f);
+            const float right = std::clamp(in.right[i], -1.0f, 1.0f);
+            ASSERT_NEAR(out.left[i], left, 1.0f / 16384.0f) << depth << " " << i;
+            ASSERT_NEAR(out.right[i], right, 1.0f / 16384.0f) << depth << " " << i;
         }
     }
 }
