@@ -1,5 +1,7 @@
 #include "dsp/AudioResampler_DSP.h"
 
+#include "audiofiles/AudioPreview.h"
+
 #include <algorithm>
 #include <cstring>
 
@@ -132,4 +134,9 @@ bool AudioResampler_DSP::process(int64_t position, int64_t count, float* const* 
 AudioResamplerFactory qualityResamplerFactory()
 {
     return [] { return std::make_unique<AudioResampler_DSP>(); };
+}
+
+void useQualityResamplerForPreviews()
+{
+    AudioPreview::setDefaultResamplerFactory(qualityResamplerFactory());
 }

@@ -101,3 +101,11 @@ private:
 
 /** A factory that makes AudioResampler_DSP, for owners that take an AudioResamplerFactory. */
 AudioResamplerFactory qualityResamplerFactory();
+
+/**
+ * Makes the quality resampler the default of every waveform preview (AudioPreview,
+ * PreviewCache), which the file library, below this one, can't make by itself. Every program
+ * that shows or makes previews calls this once at start-up, before any preview opens.
+ */
+// [ui thread, start-up]
+void useQualityResamplerForPreviews();
