@@ -42,6 +42,10 @@ bool AudioFileWriter::open(const epiPath& path, const AudioFileFormat& format)
         error_ = sf_strerror(nullptr);
         return false;
     }
+    // An integer depth ends at full scale: floats beyond it are clipped there instead of wrapping
+    // round to the other side (at 32 bits even full scale itself would). Float depths keep every
+    // sample as it is.
+    sf_command(file, SFC_SET_CLIPPING, nullptr, SF_TRUE);
     handle_ = std::make_unique<Handle>();
     handle_->file = file;
     return true;

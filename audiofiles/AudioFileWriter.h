@@ -36,7 +36,10 @@ public:
      * @return the result of the last read
      */
     virtual bool append(AudioFile& file, int64_t first, int64_t last);
-    /** Writes data's frames from its channels. @return true when all frames were written */
+    /**
+     * Writes data's frames from its channels. An integer depth clips samples beyond +-1 to full
+     * scale; a float depth keeps them. @return true when all frames were written
+     */
     virtual bool writeFloat(const AudioData& data);
     /**
      * Writes data's frames whose arrays hold 32-bit integer samples in the float slots (full scale

@@ -3,6 +3,17 @@
 #include <algorithm>
 #include <filesystem>
 
+namespace
+{
+
+AudioResamplerFactory& defaultFactory()
+{
+    static AudioResamplerFactory factory;
+    return factory;
+}
+
+} // namespace
+
 AudioPreview::AudioPreview() = default;
 
 AudioPreview::~AudioPreview()
@@ -76,6 +87,16 @@ void AudioPreview::openMemory(int64_t frames, int32_t rate)
     prepare(frames, rate);
 }
 
+void AudioPreview::setDefaultResamplerFactory(AudioResamplerFactory factory)
+{
+    defaultFactory() = std::move(factory);
+}
+
+const AudioResamplerFactory& AudioPreview::defaultResamplerFactory()
+{
+    return defaultFactory();
+}
+
 bool AudioPreview::open(const epiPath& path, int32_t rate, const AudioResamplerFactory& factory)
 {
     reset();
@@ -89,7 +110,8 @@ bool AudioPreview::open(const epiPath& path, int32_t rate, const AudioResamplerF
     else if (rate != fileRate && fileRate > 0)
     {
         length = static_cast<int64_t>(static_cast<double>(length) * rate / fileRate);
-        resampler_ = factory ? factory() : std::make_unique<AudioResampler_aliased>();
+        const AudioResamplerFactory& make = factory ? factory : defaultFactory();
+        resampler_ = make ? make() : std::make_unique<AudioResampler_aliased>();
         resampler_->setProvider(file.get());
         resampler_->prepare(static_cast<uint32_t>(rate), 0);
         resampler_->sourceChanged();

@@ -62,11 +62,22 @@ public:
 
     /**
      * Opens a file for reduction at rate (0: the file's own); a file of another rate is converted
-     * with the resampler that the factory makes (the drop-sample one without a factory).
+     * with the resampler that the factory makes, or without one the default factory's, or the
+     * drop-sample one when no default is set either.
      * @return false when the file can't be opened: there will be no overview
      */
     // [ui thread]
     bool open(const epiPath& path, int32_t rate, const AudioResamplerFactory& factory = {});
+
+    /**
+     * The factory for previews whose owner gives none. This library can't make the quality
+     * resampler itself: the program sets it here once at start-up, before any preview opens
+     * (useQualityResamplerForPreviews in dsp/AudioResampler_DSP.h). An empty factory goes back to
+     * the drop-sample resampler.
+     */
+    // [ui thread, start-up]
+    static void setDefaultResamplerFactory(AudioResamplerFactory factory);
+    static const AudioResamplerFactory& defaultResamplerFactory();
 
     /** The overview at a width, derived once from the full overview and kept. */
     // [ui thread]
@@ -157,7 +168,8 @@ public:
 
     AudioPreview* current() const { return current_; }
     size_t size() const { return elements_.size(); }
-    /** The quality resampler for files of another rate; the drop-sample one without it. */
+    /** The resampler for files of another rate in this cache only; without it the previews' default
+     * (AudioPreview::setDefaultResamplerFactory). */
     void setResamplerFactory(AudioResamplerFactory factory) { factory_ = std::move(factory); }
 
 private:

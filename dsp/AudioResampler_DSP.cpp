@@ -1,5 +1,7 @@
 #include "dsp/AudioResampler_DSP.h"
 
+#include "audiofiles/AudioPreview.h"
+
 #include <algorithm>
 #include <cstring>
 
@@ -14,16 +16,32 @@ void AudioResampler_DSP::RAwrapperForAudioProvider::setProvider(AudioFile* provi
 
 int32_t AudioResampler_DSP::RAwrapperForAudioProvider::read(float* destination, int32_t count)
 {
-    AudioData request;
-    request.frames = count;
-    request.position = position_;
-    request.channels = providerChannels_;
-    if (provider_ != nullptr && count > 0 && provider_->provide(request) && channel_ < request.channels &&
-        request.channel[channel_] != nullptr)
+    if (count <= 0)
+        return 0;
+    // Only the frames that lie in the file are asked for. The low-pass stage reads ahead of its
+    // output, so near the end its reads run past the file, and a reader may refuse such a block
+    // as a whole: everything outside the file is silence instead.
+    const int64_t start = position_;
+    const int64_t first = std::min<int64_t>(std::max<int64_t>(start, 0), start + count);
+    const int64_t last = std::clamp<int64_t>(length(), first, start + count);
+    int64_t delivered = 0;
+    if (provider_ != nullptr && last > first)
     {
-        const auto n = static_cast<std::size_t>(std::clamp<int64_t>(request.frames, 0, count));
-        std::memcpy(destination, request.channel[channel_], n * sizeof(float));
+        AudioData request;
+        request.frames = last - first;
+        request.position = first;
+        request.channels = providerChannels_;
+        if (provider_->provide(request) && channel_ < request.channels &&
+            request.channel[channel_] != nullptr)
+        {
+            delivered = std::clamp<int64_t>(request.frames, 0, last - first);
+            std::memcpy(destination + (first - start), request.channel[channel_],
+                        static_cast<std::size_t>(delivered) * sizeof(float));
+        }
     }
+    // Before the file, past its end, and whatever a failed or short request didn't give.
+    std::fill(destination, destination + (first - start), 0.0f);
+    std::fill(destination + (first - start) + delivered, destination + count, 0.0f);
     position_ += count;
     return count;
 }
@@ -52,6 +70,7 @@ void AudioResampler_DSP::sourceChanged()
     ready_ = false;
     if (provider_ == nullptr || provider_->frames() == 0 || provider_->sampleRate() <= 0)
     {
+        refusal_ = provider_ == nullptr ? "no file was given" : "the file holds no audio";
         framesOut_ = 0;
         return;
     }
@@ -71,6 +90,9 @@ void AudioResampler_DSP::sourceChanged()
     setOutputRate(static_cast<float>(static_cast<int64_t>(outputRate_)));
     // A ratio the interpolator refuses (too many phases) leaves the node silent and not ready.
     ready_ = designed_;
+    refusal_ = dsp::SincInterpolator::refusal(inputRate_, outputRate_);
+    if (refusal_ == nullptr)
+        refusal_ = "the filters could not be built";
 }
 
 void AudioResampler_DSP::setOutputRate(float rate)
@@ -112,4 +134,9 @@ bool AudioResampler_DSP::process(int64_t position, int64_t count, float* const* 
 AudioResamplerFactory qualityResamplerFactory()
 {
     return [] { return std::make_unique<AudioResampler_DSP>(); };
+}
+
+void useQualityResamplerForPreviews()
+{
+    AudioPreview::setDefaultResamplerFactory(qualityResamplerFactory());
 }

@@ -31,8 +31,9 @@ public:
         void setProvider(AudioFile* provider, int32_t channel, int32_t providerChannels);
         // [audio thread]
         void seek(int32_t position) override { position_ = position; }
-        /** Asks the provider for `count` frames at the position and copies this channel; a failed
-         * request leaves the destination as it was. Always advances by and returns `count`. */
+        /** Writes `count` frames from the position: this channel of the frames the provider
+         * has there, which are all it is asked for, and silence before the file, past its end and
+         * where a request fails. Always advances by and returns `count`. */
         // [audio thread]
         int32_t read(float* destination, int32_t count) override;
         int32_t length() override;
@@ -79,6 +80,9 @@ public:
     bool process(int64_t position, int64_t count, float* const* channels);
 
     bool ready() const { return ready_; }
+    /** Why the last sourceChanged left the node not ready, in a few words for a message; null when
+     * it is ready. */
+    const char* refusal() const { return ready_ ? nullptr : refusal_; }
     int32_t nextPosition() const { return nextPosition_; }
 
 private:
@@ -92,7 +96,16 @@ private:
     bool ready_ = false;
     int32_t nextPosition_ = 0;
     bool designed_ = false; // every channel's resampler accepted the last output rate
+    const char* refusal_ = "no file was given";
 };
 
 /** A factory that makes AudioResampler_DSP, for owners that take an AudioResamplerFactory. */
 AudioResamplerFactory qualityResamplerFactory();
+
+/**
+ * Makes the quality resampler the default of every waveform preview (AudioPreview,
+ * PreviewCache), which the file library, below this one, can't make by itself. Every program
+ * that shows or makes previews calls this once at start-up, before any preview opens.
+ */
+// [ui thread, start-up]
+void useQualityResamplerForPreviews();

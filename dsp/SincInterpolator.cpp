@@ -43,6 +43,17 @@ int64_t extendedEuclid(int64_t a, int64_t b, int64_t& x, int64_t& y)
 // Terms gathered for one group of four outputs before they are added in one pass.
 constexpr int32_t maxTerms = 64;
 
+// Outputs per pass, a multiple of 4, such that the input they reach fits the input stage; below 4
+// when even one group's reach doesn't.
+int32_t pieceFor(uint32_t up, uint32_t down, uint32_t halfLength)
+{
+    const double reach = 2.0 * halfLength / down + 3.0;
+    const double perOutput = static_cast<double>(up) / down;
+    return static_cast<int32_t>(std::min<double>(SincInterpolator::maxPiece,
+                                                 (SincInterpolator::stageSize - reach) / perOutput + 1.0)) /
+           4 * 4;
+}
+
 } // namespace
 
 uint32_t SincInterpolator::greatestCommonDivisor(uint32_t a, uint32_t b)
@@ -74,6 +85,24 @@ float SincInterpolator::tap(int64_t t) const
     return a < static_cast<int64_t>(halfLength_) ? halfFilter_[a] : 0.0f;
 }
 
+const char* SincInterpolator::refusal(float inRate, float outRate, uint32_t crossings)
+{
+    if (!(inRate >= 1.0f) || !(outRate >= 1.0f) || inRate > 1e7f || outRate > 1e7f)
+        return "a rate lies outside 1 Hz to 10 MHz";
+    if (crossings < 4)
+        return "the filter is shorter than four samples";
+    const auto in = static_cast<uint32_t>(inRate);
+    const auto out = static_cast<uint32_t>(outRate);
+    const uint32_t divisor = greatestCommonDivisor(in, out);
+    const uint32_t up = in / divisor;
+    const uint32_t down = out / divisor;
+    if (up > maxPhases)
+        return "the two rates share too small a divisor (the filter would need more than 4096 phases)";
+    if (pieceFor(up, down, crossings * up) < 4)
+        return "the input rate is too many times the output rate for the interpolator's input stage";
+    return nullptr;
+}
+
 bool SincInterpolator::design()
 {
     designed_ = false;
@@ -87,16 +116,10 @@ bool SincInterpolator::design()
     const uint32_t divisor = greatestCommonDivisor(in, out);
     down_ = out / divisor;
     up_ = in / divisor;
-    if (up_ > maxPhases || crossings_ < 4)
+    if (refusal(inRate_, outRate_, crossings_) != nullptr)
         return false;
     halfLength_ = crossings_ * up_;
-
-    // Outputs per pass such that the input they reach fits the input stage.
-    const double reach = 2.0 * halfLength_ / down_ + 3.0;
-    const double perOutput = static_cast<double>(up_) / down_;
-    piece_ = static_cast<int32_t>(std::min<double>(maxPiece, (stageSize - reach) / perOutput + 1.0)) / 4 * 4;
-    if (piece_ < 4)
-        return false;
+    piece_ = pieceFor(up_, down_, halfLength_);
 
     halfFilter_ = pool_.allocate(halfLength_);
     ring_ = pool_.allocate(ringSize);

@@ -66,6 +66,11 @@ public:
     float tap(int64_t t) const;
     /** Greatest common divisor by the extended form of Euclid's algorithm. */
     static uint32_t greatestCommonDivisor(uint32_t a, uint32_t b);
+    /**
+     * Why a filter of `crossings` can't be designed from `inRate` to `outRate`, in a few words for a
+     * message; null when it can. setOutputRate refuses exactly these pairs (and a missing source).
+     */
+    static const char* refusal(float inRate, float outRate, uint32_t crossings = 128);
 
 protected:
     /** Builds the half filter and the banks for inRate_ and outRate_; false leaves designed() false. */

@@ -1,5 +1,6 @@
 // kv3 convert: reads a file through the reader chain and writes it with the file writer.
 
+#include "app/kv3/AudioOutput.h"
 #include "app/kv3/Cli.h"
 #include "audiofiles/AudioFileFormats.h"
 #include "audiofiles/AudioFileGuess.h"
@@ -50,21 +51,6 @@ struct ConvertOptions
     int32_t rate = 0;
 };
 
-std::optional<int32_t> depthOf(const std::string& text)
-{
-    if (text == "16")
-        return AudioFileFormats::k16Bit;
-    if (text == "24")
-        return AudioFileFormats::k24Bit;
-    if (text == "32")
-        return AudioFileFormats::k32Bit;
-    if (text == "float")
-        return AudioFileFormats::k32BitFloat;
-    if (text == "double")
-        return AudioFileFormats::k64BitFloat;
-    return std::nullopt;
-}
-
 /** Fills options from the words after "convert"; returns an exit code, or -1 to go on. */
 int parseOptions(const std::vector<std::string>& argv, ConvertOptions& options)
 {
@@ -98,7 +84,7 @@ int parseOptions(const std::vector<std::string>& argv, ConvertOptions& options)
     }
     if (auto depth = args.value("depth"))
     {
-        const auto value = depthOf(*depth);
+        const auto value = kv3cli::depthOf(*depth);
         if (!value)
             return kv3cli::usageError("convert",
                                       concat("unknown depth '", *depth, "' (16, 24, 32, float or double)"));
@@ -168,8 +154,7 @@ int runConvert(const std::vector<std::string>& argv)
         resampler.prepare(static_cast<uint32_t>(rate), kBlock);
         resampler.sourceChanged();
         if (!resampler.ready())
-            return kv3cli::fail(concat("can't resample ", options.in, " from ", file.sampleRate(), " Hz to ",
-                                       rate, " Hz: the two rates share too small a divisor"));
+            return kv3cli::fail(kv3cli::resampleRefusal(options.in, file.sampleRate(), rate, resampler));
         source = &resampler;
         length = resampler.frames();
     }

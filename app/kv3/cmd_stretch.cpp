@@ -1,6 +1,7 @@
 // kv3 stretch: plays a file through a track's file chain (quality resampler to the rate, forced
 // stereo, history reader, speed and pitch node) offline and writes what comes out.
 
+#include "app/kv3/AudioOutput.h"
 #include "app/kv3/Cli.h"
 #include "audiofiles/AudioFileFormats.h"
 #include "audiofiles/AudioFileGuess.h"
@@ -63,21 +64,6 @@ struct StretchOptions
     double semitones = 0.0;
 };
 
-std::optional<int32_t> depthOf(const std::string& text)
-{
-    if (text == "16")
-        return AudioFileFormats::k16Bit;
-    if (text == "24")
-        return AudioFileFormats::k24Bit;
-    if (text == "32")
-        return AudioFileFormats::k32Bit;
-    if (text == "float")
-        return AudioFileFormats::k32BitFloat;
-    if (text == "double")
-        return AudioFileFormats::k64BitFloat;
-    return std::nullopt;
-}
-
 /** Fills options from the words after "stretch"; returns an exit code, or -1 to go on. */
 int parseOptions(const std::vector<std::string>& argv, StretchOptions& options)
 {
@@ -123,7 +109,7 @@ int parseOptions(const std::vector<std::string>& argv, StretchOptions& options)
     }
     if (auto depth = args.value("depth"))
     {
-        const auto value = depthOf(*depth);
+        const auto value = kv3cli::depthOf(*depth);
         if (!value)
             return kv3cli::usageError("stretch",
                                       concat("unknown depth '", *depth, "' (16, 24, 32, float or double)"));
@@ -181,6 +167,8 @@ int runStretch(const std::vector<std::string>& argv)
     resampler.setProvider(&file);
     resampler.prepare(static_cast<uint32_t>(rate), block);
     resampler.sourceChanged();
+    if (file.frames() > 0 && !resampler.ready())
+        return kv3cli::fail(kv3cli::resampleRefusal(options.in, file.sampleRate(), rate, resampler));
     if (!resampler.ready() || resampler.frames() <= 0)
         return kv3cli::fail(concat(options.in, " holds no audio to play"));
     AudioAlwaysStereo stereo;
@@ -216,7 +204,7 @@ int runStretch(const std::vector<std::string>& argv)
         out.frames = std::min(kBlock, length - at);
         if (!node.read(out))
             return kv3cli::fail(concat("playing ", options.in, " failed at frame ", at));
-        out.clamp();
+        // As written: an integer depth clips at full scale in the writer, a float depth keeps all.
         if (!writer.writeFloat(out))
             return kv3cli::fail(concat("writing ", options.out, " failed (disk full?)"));
         progress.update(static_cast<double>(at + out.frames) / static_cast<double>(length));

@@ -6,10 +6,13 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <filesystem>
 #include <sndfile.h>
 #include <sys/stat.h>
+#include <vector>
 
 using testfiles::staircase;
 
@@ -221,6 +224,48 @@ TEST_F(WriterTest, AppendAndWriteSilenceWriteExactlyTheFramesAskedFor)
             wrong += samples[static_cast<size_t>(i * 2 + c)] != expected;
         }
     EXPECT_EQ(wrong, 0);
+}
+
+// Floats beyond full scale, and full scale itself, written at every depth: the integer depths hold
+// them at the ends of their range, sign kept, where an unclipped conversion wraps them round to
+// the other side; the float depths keep them as they are.
+TEST_F(WriterTest, IntegerDepthsClipBeyondFullScaleAndFloatDepthsKeepIt)
+{
+    const std::vector<float> samples = {1.0f, -1.0f, 1.5f, -3.0f, 0.5f, 100.0f, -1.0001f, 0.25f};
+    const auto frames = static_cast<int64_t>(samples.size());
+    for (int32_t depth = AudioFileFormats::k16Bit; depth <= AudioFileFormats::k64BitFloat; ++depth)
+    {
+        SCOPED_TRACE(depth);
+        const bool integer = depth <= AudioFileFormats::k32Bit;
+        const std::string out = dir_.file("clip.wav");
+        AudioFileWriter writer;
+        ASSERT_TRUE(writer.open(out, AudioFileFormat{1, 44100, AudioFileFormats::kWave, depth}));
+        AudioBuffer block;
+        block.alloc(frames, 1);
+        block.frames = frames;
+        std::copy(samples.begin(), samples.end(), block.channel[0]);
+        ASSERT_TRUE(writer.writeFloat(block));
+        writer.close();
+
+        SF_INFO info{};
+        SNDFILE* file = sf_open(out.c_str(), SFM_READ, &info);
+        ASSERT_NE(file, nullptr);
+        std::vector<double> back(samples.size());
+        ASSERT_EQ(sf_readf_double(file, back.data(), frames), frames);
+        sf_close(file);
+        // Read back as libsndfile scales integers, by 2^(bits-1): full scale is a step below 1.
+        const int bits = depth == AudioFileFormats::k16Bit ? 16 : depth == AudioFileFormats::k24Bit ? 24 : 32;
+        const double step = std::ldexp(1.0, 1 - bits);
+        for (std::size_t i = 0; i < samples.size(); ++i)
+        {
+            const double x = samples[i];
+            if (integer)
+                EXPECT_NEAR(back[i], std::clamp(x, -1.0, 1.0), 2.0 * step) << "sample " << i;
+            else
+                EXPECT_EQ(back[i], x) << "sample " << i;
+        }
+        std::filesystem::remove(out);
+    }
 }
 
 TEST_F(WriterTest, WriteIntPassesIntegersThrough)

@@ -1,5 +1,6 @@
 #include "dsp/AudioResampler_DSP.h"
 
+#include "audiofiles/AudioFileGuess.h"
 #include "audiofiles/AudioFileLoaded.h"
 #include "audiofiles/AudioFile_sf.h"
 
@@ -8,6 +9,8 @@
 
 #include <cmath>
 #include <cstdlib>
+#include <filesystem>
+#include <memory>
 #include <random>
 #include <string>
 #include <vector>
@@ -70,6 +73,7 @@ TEST(AudioResampler_DSP, StereoSineThroughBlocksMatchesTheDirectSine)
     r.prepare(48000, 256);
     r.sourceChanged();
     ASSERT_TRUE(r.ready());
+    EXPECT_EQ(r.refusal(), nullptr);
     EXPECT_EQ(r.frames(), 48000);
     EXPECT_EQ(r.channels(), 2);
     Block block(256);
@@ -133,12 +137,15 @@ TEST(AudioResampler_DSP, EmptyOrMissingProviderReadsFalse)
     r.prepare(48000, 64);
     r.sourceChanged();
     EXPECT_FALSE(r.ready());
+    EXPECT_NE(r.refusal(), nullptr);
     Block block(64);
     EXPECT_FALSE(r.read(block.data));
     AudioFileLoaded empty;
     r.setProvider(&empty);
     r.sourceChanged();
     EXPECT_FALSE(r.ready());
+    ASSERT_NE(r.refusal(), nullptr);
+    EXPECT_NE(std::string(r.refusal()).find("no audio"), std::string::npos) << r.refusal();
     EXPECT_EQ(r.frames(), 0);
     EXPECT_FALSE(r.read(block.data));
 }
@@ -151,6 +158,8 @@ TEST(AudioResampler_DSP, RatioTheInterpolatorRefusesIsNotReady)
     r.prepare(44101, 64); // 44,100 phases
     r.sourceChanged();
     EXPECT_FALSE(r.ready());
+    ASSERT_NE(r.refusal(), nullptr);
+    EXPECT_NE(std::string(r.refusal()).find("divisor"), std::string::npos) << r.refusal();
     Block block(64);
     EXPECT_FALSE(r.read(block.data));
 }
@@ -245,4 +254,122 @@ TEST(AudioResampler_DSP, BlockSizesLeaveNoTraceAcrossTheRateMatrix)
                 }
             }
         }
+}
+
+namespace
+{
+
+// Writes a float WAVE of two channels: a 1 kHz sine on the left and a 3,100 Hz one on the right,
+// both at full swing up to the last frame, then `silence` frames of zeros.
+void writeToneToTheEnd(const std::string& path, int32_t rate, int64_t frames, int64_t silence)
+{
+    SF_INFO info{};
+    info.samplerate = rate;
+    info.channels = 2;
+    info.format = SF_FORMAT_WAV | SF_FORMAT_FLOAT;
+    SNDFILE* f = sf_open(path.c_str(), SFM_WRITE, &info);
+    ASSERT_NE(f, nullptr) << path;
+    std::vector<float> x(static_cast<std::size_t>(frames + silence) * 2, 0.0f);
+    for (int64_t i = 0; i < frames; ++i)
+    {
+        x[static_cast<std::size_t>(2 * i)] =
+            static_cast<float>(0.8 * std::sin(2.0 * M_PI * 1000.0 * i / rate));
+        x[static_cast<std::size_t>(2 * i + 1)] =
+            static_cast<float>(-0.6 * std::sin(2.0 * M_PI * 3100.0 * i / rate + 0.3));
+    }
+    ASSERT_EQ(sf_writef_float(f, x.data(), frames + silence), frames + silence);
+    sf_close(f);
+}
+
+// Every output frame of `provider` through the node, read in blocks of `block`.
+void convertAll(AudioFile& provider, uint32_t rate, int64_t block, std::vector<float>& left,
+                std::vector<float>& right, int64_t frames = -1)
+{
+    AudioResampler_DSP r;
+    r.setProvider(&provider);
+    r.prepare(rate, static_cast<uint32_t>(block));
+    r.sourceChanged();
+    ASSERT_TRUE(r.ready());
+    const int64_t total = frames < 0 ? r.frames() : frames;
+    left.assign(static_cast<std::size_t>(total), 0.0f);
+    right.assign(static_cast<std::size_t>(total), 0.0f);
+    Block b(block);
+    for (int64_t position = 0; position < total; position += block)
+    {
+        b.data.position = position;
+        b.data.frames = std::min(block, total - position);
+        // What a stale buffer would leave shows up against the reference instead of passing as 0.
+        std::fill(b.left.begin(), b.left.end(), 7.0f);
+        std::fill(b.right.begin(), b.right.end(), 7.0f);
+        ASSERT_TRUE(r.read(b.data));
+        std::copy_n(b.left.begin(), b.data.frames, left.begin() + position);
+        std::copy_n(b.right.begin(), b.data.frames, right.begin() + position);
+    }
+}
+
+} // namespace
+
+// A file whose tone runs up to its last frame, converted down: the low-pass stage reads ahead of
+// the output, past the file's end, near the end. The frames up to the end must be the file's own
+// and what lies beyond silence, so the output is that of the same file followed by a second of
+// silence. It is the same sample for sample up to the interpolator's reach (128 output frames and
+// a group of four) from the end; within it the padded file also hands the interpolator the
+// low-pass stage's ring-out past the end, which the interpolator never reads beyond a source's
+// length: that differs by well under a hundredth, where a stale input differs by the tone itself.
+TEST(AudioResampler_DSP, FallingRateEndsWithTheFilesOwnLastFrames)
+{
+    const char* dir = std::getenv("KV3_BINARY_DIR");
+    const std::filesystem::path folder =
+        std::filesystem::path(dir != nullptr ? dir : ".") / "dsp_resampler_node_end_test";
+    std::filesystem::create_directories(folder);
+    for (auto [in, out] : {std::pair{48000, 44100u}, std::pair{96000, 44100u}, std::pair{48000, 32000u}})
+    {
+        const int64_t frames = in / 2 + 77; // not a whole number of any block
+        const std::string plain = (folder / "plain.wav").string();
+        const std::string padded = (folder / "padded.wav").string();
+        writeToneToTheEnd(plain, in, frames, 0);
+        writeToneToTheEnd(padded, in, frames, in);
+
+        // The safe reader (what the commands and the preview open) and the plain libsndfile one.
+        for (int kind = 0; kind < 2; ++kind)
+        {
+            std::unique_ptr<AudioFile> file, reference;
+            if (kind == 0)
+            {
+                file = std::make_unique<AudioFileGuessSafe>();
+                reference = std::make_unique<AudioFileGuessSafe>();
+            }
+            else
+            {
+                file = std::make_unique<AudioFile_sf>();
+                reference = std::make_unique<AudioFile_sf>();
+            }
+            ASSERT_TRUE(file->open(epiPath(plain.c_str())));
+            ASSERT_TRUE(reference->open(epiPath(padded.c_str())));
+            for (int64_t block : {int64_t{1024}, int64_t{4096}, int64_t{333}})
+            {
+                std::vector<float> left, right, refLeft, refRight;
+                convertAll(*file, out, block, left, right);
+                ASSERT_EQ(static_cast<int64_t>(left.size()),
+                          static_cast<int64_t>(static_cast<double>(frames) * out / in));
+                convertAll(*reference, out, block, refLeft, refRight, static_cast<int64_t>(left.size()));
+                // The tail carries the tone: a silent tail would pass for the wrong reason.
+                float tail = 0.0f;
+                for (std::size_t i = left.size() - 200; i < left.size(); ++i)
+                    tail = std::max(tail, std::fabs(refLeft[i]));
+                ASSERT_GT(tail, 0.3f);
+                const std::size_t reach = 132;
+                for (std::size_t i = 0; i < left.size(); ++i)
+                {
+                    const float tolerance = i + reach < left.size() ? 1e-6f : 0.015f;
+                    ASSERT_NEAR(left[i], refLeft[i], tolerance)
+                        << in << " -> " << out << " reader " << kind << " block " << block << " frame " << i
+                        << " of " << left.size();
+                    ASSERT_NEAR(right[i], refRight[i], tolerance)
+                        << in << " -> " << out << " reader " << kind << " block " << block << " frame " << i;
+                }
+            }
+        }
+    }
+    std::filesystem::remove_all(folder);
 }

@@ -1,0 +1,144 @@
+// Waveform previews of a file at another rate: through the quality resampler that the program
+// makes the previews' default at start-up, against the drop-sample one that the file library has
+// by itself.
+#include "dsp/AudioResampler_DSP.h"
+
+#include "audiofiles/AudioPreview.h"
+
+#include <gtest/gtest.h>
+#include <sndfile.h>
+
+#include <chrono>
+#include <cmath>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace
+{
+
+constexpr int32_t kFileRate = 96000;
+constexpr int32_t kRate = 44100;
+constexpr int64_t kFileFrames = 2 * kFileRate;
+
+// What the display should show: 1 kHz at 0.25.
+double heard(double seconds)
+{
+    return 0.25 * std::sin(2.0 * M_PI * 1000.0 * seconds);
+}
+
+// The file: the tone, and 30 kHz at 0.5 above it, beyond the half of 44.1 kHz. Converted with a
+// low-pass it is gone; dropped samples fold it down to 14.1 kHz, where it shows at full height.
+std::string writeFile()
+{
+    const char* dir = std::getenv("KV3_BINARY_DIR");
+    const std::string path = std::string(dir != nullptr ? dir : ".") + "/dsp_preview_resampler_test.wav";
+    SF_INFO info{};
+    info.samplerate = kFileRate;
+    info.channels = 2;
+    info.format = SF_FORMAT_WAV | SF_FORMAT_FLOAT;
+    SNDFILE* f = sf_open(path.c_str(), SFM_WRITE, &info);
+    EXPECT_NE(f, nullptr) << path;
+    if (f == nullptr)
+        return path;
+    std::vector<float> x(static_cast<std::size_t>(kFileFrames) * 2);
+    for (int64_t i = 0; i < kFileFrames; ++i)
+    {
+        const double t = static_cast<double>(i) / kFileRate;
+        const auto v = static_cast<float>(heard(t) + 0.5 * std::sin(2.0 * M_PI * 30000.0 * t));
+        x[static_cast<std::size_t>(2 * i)] = v;
+        x[static_cast<std::size_t>(2 * i + 1)] = v;
+    }
+    EXPECT_EQ(sf_writef_float(f, x.data(), kFileFrames), kFileFrames);
+    sf_close(f);
+    return path;
+}
+
+bool waitFinished(AudioPreview& preview)
+{
+    const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (!preview.finished())
+    {
+        if (std::chrono::steady_clock::now() > until)
+            return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    return true;
+}
+
+// The largest distance, in overview steps, between a preview's points and those of the tone
+// reduced straight at the display's rate.
+int worstAgainstTheTone(const AudioPreview& preview)
+{
+    const auto frames = static_cast<int64_t>(static_cast<double>(kFileFrames) * kRate / kFileRate);
+    AudioBuffer tone;
+    tone.alloc(frames, 1);
+    tone.frames = frames;
+    tone.position = 0;
+    for (int64_t i = 0; i < frames; ++i)
+        tone.channel[0][i] = static_cast<float>(heard(static_cast<double>(i) / kRate));
+    AudioPreview direct;
+    direct.openMemory(frames, kRate);
+    direct.feedBlock(tone);
+    EXPECT_TRUE(direct.finished());
+    EXPECT_EQ(preview.points(), direct.points());
+    EXPECT_GT(direct.maximum(direct.points() / 2), 30); // the tone itself shows
+    int worst = 0;
+    for (int32_t i = 0; i < std::min(preview.points(), direct.points()); ++i)
+    {
+        worst = std::max(worst, std::abs(preview.maximum(i) - direct.maximum(i)));
+        worst = std::max(worst, std::abs(preview.minimum(i) - direct.minimum(i)));
+    }
+    return worst;
+}
+
+} // namespace
+
+TEST(PreviewResampler, TheQualityDefaultShowsTheToneWhereDroppingSamplesShowsItsAlias)
+{
+    const std::string path = writeFile();
+    AudioPreview::setDefaultResamplerFactory({});
+
+    // What the file library does by itself: the 30 kHz tone folds down and shows.
+    {
+        PreviewCache cache(kRate);
+        AudioPreview* preview = cache.show(epiPath(path.c_str()));
+        ASSERT_NE(preview, nullptr);
+        ASSERT_TRUE(preview->ready());
+        ASSERT_TRUE(waitFinished(*preview));
+        EXPECT_GT(worstAgainstTheTone(*preview), 30);
+    }
+
+    // As the program starts: every cache without a factory of its own converts with the quality
+    // resampler, and the preview is the tone's, point for point within a step.
+    useQualityResamplerForPreviews();
+    {
+        PreviewCache cache(kRate);
+        AudioPreview* preview = cache.show(epiPath(path.c_str()));
+        ASSERT_NE(preview, nullptr);
+        ASSERT_TRUE(waitFinished(*preview));
+        EXPECT_LE(worstAgainstTheTone(*preview), 1);
+    }
+    // A single preview opened by itself takes the default too.
+    {
+        AudioPreview preview;
+        ASSERT_TRUE(preview.open(epiPath(path.c_str()), kRate));
+        preview.start();
+        ASSERT_TRUE(waitFinished(preview));
+        EXPECT_LE(worstAgainstTheTone(preview), 1);
+    }
+
+    // A cache's own factory comes before the default.
+    AudioPreview::setDefaultResamplerFactory({});
+    {
+        PreviewCache cache(kRate);
+        cache.setResamplerFactory(qualityResamplerFactory());
+        AudioPreview* preview = cache.show(epiPath(path.c_str()));
+        ASSERT_NE(preview, nullptr);
+        ASSERT_TRUE(waitFinished(*preview));
+        EXPECT_LE(worstAgainstTheTone(*preview), 1);
+    }
+    std::filesystem::remove(path);
+}
