@@ -1,6 +1,7 @@
 // kv3 render: a project's mixdown, made offline by the same export job as the program's.
 
 #include "app/kv3/Cli.h"
+#include "app/kv3/ClickSounds.h"
 #include "audiofiles/AudioFileFormats.h"
 #include "engine/ExporterJobs.h"
 #include "engine/Manager.h"
@@ -12,11 +13,8 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <iostream>
-#include <iterator>
 #include <optional>
 #include <string>
 #include <vector>
@@ -86,44 +84,6 @@ public:
 private:
     kv3cli::ProgressBar bar_;
 };
-
-// The folder of the program's loose resources: $KV3_RESOURCES, else a "resources" folder beside the
-// program or above it (a build tree lies inside the source tree).
-fs::path resourceFolder()
-{
-    if (const char* env = std::getenv("KV3_RESOURCES"); env != nullptr && *env != '\0')
-        return env;
-    std::error_code error;
-    fs::path at = fs::read_symlink("/proc/self/exe", error).parent_path();
-    for (int up = 0; up < 6 && !at.empty(); ++up)
-    {
-        if (fs::is_directory(at / "resources" / "clicks", error))
-            return at / "resources";
-        if (at == at.parent_path())
-            break;
-        at = at.parent_path();
-    }
-    return {};
-}
-
-bool loadClickFile(Metronome& metronome, bool accent, const fs::path& file)
-{
-    std::ifstream in(file, std::ios::binary);
-    const std::vector<char> bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    if (!in.good() && !in.eof())
-        return false;
-    if (bytes.size() < 4)
-        return false;
-    // Headerless 16-bit little-endian stereo, four bytes a frame.
-    std::vector<int16_t> samples(bytes.size() / 2);
-    for (size_t i = 0; i < samples.size(); ++i)
-        samples[i] = static_cast<int16_t>(static_cast<uint8_t>(bytes[2 * i]) |
-                                          (static_cast<uint8_t>(bytes[2 * i + 1]) << 8));
-    AudioBuffer buffer;
-    buffer.fillFromInt16(samples.data(), static_cast<int64_t>(bytes.size() / 4));
-    metronome.loadClick(accent, buffer);
-    return true;
-}
 
 int runRender(const std::vector<std::string>& argv)
 {
@@ -201,10 +161,9 @@ int runRender(const std::vector<std::string>& argv)
     applyDocumentSession(doc, manager, &metronome);
     if (args.flag("with-click"))
     {
-        const fs::path clicks = resourceFolder() / "clicks";
-        if (!loadClickFile(metronome, true, clicks / "Classic_accent_hi.raw") ||
-            !loadClickFile(metronome, false, clicks / "Classic_accent_lo.raw"))
-            return kv3cli::fail("can't read the click sounds in " + clicks.string() + "; set KV3_RESOURCES");
+        std::string clicks;
+        if (!kv3cli::loadClickSounds(metronome, clicks))
+            return kv3cli::fail("can't read the click sounds in " + clicks + "; set KV3_RESOURCES");
         // The click follows the session's grid from the start of what is rendered.
         metronome.setPlaying(true);
         metronome.setEnabled(true);
