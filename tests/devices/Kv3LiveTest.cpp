@@ -154,25 +154,38 @@ double frequency(const std::vector<float>& samples)
            static_cast<double>(std::max<std::size_t>(samples.size(), 1));
 }
 
-/** The share of the signal's power (around its mean) that a sine of `hz` holds: 1 for a pure tone. */
+/**
+ * The share of the signal's power (around its mean) that a sine of `hz` holds: 1 for a pure tone. It is
+ * measured over windows of eleven periods of a 440 Hz tone and the median is taken, so that a period the
+ * server skipped on a busy machine, which breaks the tone's phase once, doesn't count.
+ */
 double toneShare(const std::vector<float>& samples, double hz)
 {
-    const double level = acLevel(samples);
-    if (samples.empty() || level <= 0.0)
+    constexpr std::size_t kWindow = kRate * 11 / 440;
+    std::vector<double> shares;
+    for (std::size_t at = 0; at + kWindow <= samples.size(); at += kWindow)
+    {
+        const std::vector<float> window(samples.begin() + static_cast<std::ptrdiff_t>(at),
+                                        samples.begin() + static_cast<std::ptrdiff_t>(at + kWindow));
+        const double level = acLevel(window);
+        double c = 0.0;
+        double s = 0.0;
+        for (std::size_t i = 0; i < kWindow; ++i)
+        {
+            const double phase = 2.0 * M_PI * hz * static_cast<double>(i) / kRate;
+            c += window[i] * std::cos(phase);
+            s += window[i] * std::sin(phase);
+        }
+        const double amplitude = 2.0 * std::sqrt(c * c + s * s) / static_cast<double>(kWindow);
+        shares.push_back(level > 0.0 ? amplitude * amplitude / 2.0 / (level * level) : 0.0);
+    }
+    if (shares.empty())
     {
         return 0.0;
     }
-    double c = 0.0;
-    double s = 0.0;
-    for (std::size_t i = 0; i < samples.size(); ++i)
-    {
-        const double phase = 2.0 * M_PI * hz * static_cast<double>(i) / kRate;
-        c += samples[i] * std::cos(phase);
-        s += samples[i] * std::sin(phase);
-    }
-    const double n = static_cast<double>(samples.size());
-    const double amplitude = 2.0 * std::sqrt(c * c + s * s) / n;
-    return amplitude * amplitude / 2.0 / (level * level);
+    std::nth_element(shares.begin(), shares.begin() + static_cast<std::ptrdiff_t>(shares.size() / 2),
+                     shares.end());
+    return shares[shares.size() / 2];
 }
 
 /** The longest run of samples within `tolerance` of `value`. */
@@ -237,8 +250,23 @@ protected:
         return arguments;
     }
 
-    /** What the peer heard from the program's first output. */
-    std::vector<float> heard() const { return JackPeer::readFloats(peerFile); }
+    /**
+     * Half a second of what the peer heard from the program's first output, from a tenth of a second
+     * after the first sound: the peer records from before its ports are connected, and connecting
+     * takes a while on a busy machine. Empty when the peer heard too little.
+     */
+    std::vector<float> heard() const
+    {
+        const std::vector<float> all = JackPeer::readFloats(peerFile);
+        const auto onset = std::find_if(all.begin(), all.end(), [](float s) { return s != 0.0f; });
+        const auto skip = static_cast<std::ptrdiff_t>(kRate / 10);
+        const auto length = static_cast<std::ptrdiff_t>(kRate / 2);
+        if (all.end() - onset < skip + length)
+        {
+            return {};
+        }
+        return {onset + skip, onset + skip + length};
+    }
 
     kv3test::SettingsFolder settings;
     TempFolder folder;
@@ -258,7 +286,7 @@ TEST_F(Kv3Live, PlaysTheProjectForTheSecondsAskedAndPrintsTheBusyLevel)
     // The server's block is fixed: the size asked for is replaced, and that is not stored.
     Kv3Process play(withDevice({"play", project, "--seconds", "3", "--buffer", "64"}));
     ASSERT_TRUE(play.waitForOutput("device: running", 10s)) << play.out() << play.err();
-    JackPeer peer({"audio", "Korvalind 3:in_1", "Korvalind 3:out_1", "24000", peerFile, "0"});
+    JackPeer peer({"audio", "Korvalind 3:in_1", "Korvalind 3:out_1", "48000", peerFile, "0"});
     EXPECT_EQ(peer.wait(), 0);
     ASSERT_EQ(play.wait(20s), 0) << play.out() << play.err();
 
@@ -290,7 +318,7 @@ TEST_F(Kv3Live, PlaysTheProjectForTheSecondsAskedAndPrintsTheBusyLevel)
 
     // The tone of track 1 came out of the program's first output.
     const std::vector<float> out = heard();
-    ASSERT_EQ(out.size(), 24000u);
+    ASSERT_FALSE(out.empty()) << "the peer heard too little";
     EXPECT_NEAR(frequency(out), 440.0, 10.0);
     EXPECT_GT(toneShare(out, 440.0), 0.999) << "the file's tone as it is";
     EXPECT_NEAR(acLevel(out), kToneLevel, 0.01) << "at its own level";
@@ -325,7 +353,7 @@ TEST_F(Kv3Live, AnEffectThatCantBeLoadedIsNamedOnceAndTheTrackPlaysDry)
     Kv3Process play(withDevice({"play", project, "--seconds", "2"}));
     ::unsetenv("KV3_VPA2_PATH");
     ASSERT_TRUE(play.waitForOutput("device: running", 10s)) << play.out() << play.err();
-    JackPeer peer({"audio", "Korvalind 3:in_1", "Korvalind 3:out_1", "24000", peerFile, "0"});
+    JackPeer peer({"audio", "Korvalind 3:in_1", "Korvalind 3:out_1", "48000", peerFile, "0"});
     EXPECT_EQ(peer.wait(), 0);
     ASSERT_EQ(play.wait(20s), 0) << play.err();
     EXPECT_EQ(lines(play.err()), 1) << play.err();
@@ -333,6 +361,7 @@ TEST_F(Kv3Live, AnEffectThatCantBeLoadedIsNamedOnceAndTheTrackPlaysDry)
     EXPECT_NE(play.err().find(missing), std::string::npos) << play.err();
     EXPECT_NE(play.err().find("track 1 plays dry"), std::string::npos) << play.err();
     const std::vector<float> out = heard();
+    ASSERT_FALSE(out.empty()) << "the peer heard too little";
     EXPECT_NEAR(frequency(out), 440.0, 10.0);
     EXPECT_GT(toneShare(out, 440.0), 0.999) << "the file's tone as it is";
     EXPECT_NEAR(acLevel(out), kToneLevel, 0.01) << "at its own level";
@@ -344,12 +373,12 @@ TEST_F(Kv3Live, TheProjectsEffectRunsWhenTheLibraryIsFound)
     ASSERT_EQ(kv3({"project", "set", project, "--track", "1", "--fx", "on"}), 0);
     Kv3Process play(withDevice({"play", project, "--seconds", "2"}));
     ASSERT_TRUE(play.waitForOutput("device: running", 10s)) << play.out() << play.err();
-    JackPeer peer({"audio", "Korvalind 3:in_1", "Korvalind 3:out_1", "24000", peerFile, "0"});
+    JackPeer peer({"audio", "Korvalind 3:in_1", "Korvalind 3:out_1", "48000", peerFile, "0"});
     EXPECT_EQ(peer.wait(), 0);
     ASSERT_EQ(play.wait(20s), 0) << play.err();
     EXPECT_EQ(play.err(), "") << "the amplifier of the build tree is found";
     const std::vector<float> out = heard();
-    ASSERT_EQ(out.size(), 24000u);
+    ASSERT_FALSE(out.empty()) << "the peer heard too little";
     EXPECT_GT(acLevel(out), 0.01) << "sound comes through the amplifier";
     // The amplifier shapes the tone: its harmonics take a share of what comes out, and the level is its.
     EXPECT_LT(toneShare(out, 440.0), 0.995);
@@ -406,12 +435,10 @@ TEST_F(Kv3Live, RecordsTheInputOnATrackWhileTheOthersPlay)
     }
     EXPECT_LT(right, 1e-6f);
     // Meanwhile track 1 played its tone: the program's output carried it over the monitored input.
-    // Half a second from a tenth of a second after the peer came, when the input has reached the output.
     const std::vector<float> out = heard();
-    ASSERT_GE(out.size(), static_cast<std::size_t>(kRate));
-    const std::vector<float> steady(out.begin() + kRate / 10, out.begin() + kRate / 10 + kRate / 2);
-    EXPECT_NEAR(acLevel(steady), kToneLevel, 0.01);
-    EXPECT_GT(toneShare(steady, 440.0), 0.999);
+    ASSERT_FALSE(out.empty()) << "the peer heard too little";
+    EXPECT_NEAR(acLevel(out), kToneLevel, 0.01);
+    EXPECT_GT(toneShare(out, 440.0), 0.999);
 
     std::string json;
     ASSERT_EQ(kv3({"project", "show", "--json", project}, &json), 0);
