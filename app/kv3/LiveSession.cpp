@@ -156,7 +156,7 @@ void LiveHardware::fitSettings()
     }
 }
 
-LiveSession::LiveSession(std::string command) : command_(std::move(command))
+LiveSession::LiveSession()
 {
     gInterrupted.store(false, std::memory_order_relaxed);
     struct sigaction action = {};

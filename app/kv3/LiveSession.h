@@ -80,8 +80,8 @@ public:
     /** The interface's tick: 30 times a second. */
     static constexpr std::chrono::microseconds kTick{33333};
 
-    /** @param command the subcommand's name, for the messages */
-    explicit LiveSession(std::string command);
+    /** Catches Ctrl-C and SIGTERM for the life of the session. */
+    LiveSession();
     ~LiveSession() override;
     LiveSession(const LiveSession&) = delete;
     LiveSession& operator=(const LiveSession&) = delete;
@@ -162,7 +162,6 @@ private:
 
     using Clock = std::chrono::steady_clock;
 
-    std::string command_;
     Document document_;
     Korvalind3Host::HostSettings settings_;
     Manager manager_;

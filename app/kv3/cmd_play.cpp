@@ -56,7 +56,7 @@ int runPlay(const std::vector<std::string>& argv)
         from = *frame;
     }
 
-    kv3cli::LiveSession session("play");
+    kv3cli::LiveSession session;
     if (const int loaded = session.load(args.positional()[0]); loaded != kv3cli::kOk)
         return loaded;
     session.prepare(choice);

@@ -81,7 +81,7 @@ int runRecord(const std::vector<std::string>& argv)
         return kv3cli::usageError("record", error);
 
     const std::string file = args.positional()[0];
-    kv3cli::LiveSession session("record");
+    kv3cli::LiveSession session;
     if (const int loaded = session.load(file); loaded != kv3cli::kOk)
         return loaded;
     Document& doc = session.document();
