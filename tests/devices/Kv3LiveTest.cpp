@@ -387,11 +387,11 @@ TEST_F(Kv3Live, TheProjectsEffectRunsWhenTheLibraryIsFound)
 
 TEST_F(Kv3Live, WithNoServerItRetriesAndGivesUpWithinTheTimeAsked)
 {
-    // The server is named but never started.
-    Kv3Process play(withDevice({"play", project, "--seconds", "3"}));
+    // The server is named but never started. The fifth attempt tells that the device is lost.
+    Kv3Process play(withDevice({"play", project, "--seconds", "4.5"}));
     EXPECT_EQ(play.wait(20s), 1);
-    EXPECT_GE(play.seconds(), 3.0);
-    EXPECT_LT(play.seconds(), 4.5);
+    EXPECT_GE(play.seconds(), 4.5);
+    EXPECT_LT(play.seconds(), 6.0);
     const std::string waiting = "device: waiting for JACK \"" + server.name() + "\"";
     long attempts = 0;
     for (std::size_t at = play.out().find(waiting); at != std::string::npos;
@@ -399,11 +399,30 @@ TEST_F(Kv3Live, WithNoServerItRetriesAndGivesUpWithinTheTimeAsked)
     {
         ++attempts;
     }
-    EXPECT_GE(attempts, 3) << "a new attempt every second: " << play.out();
+    EXPECT_GE(attempts, 5) << "a new attempt every second: " << play.out();
+    const std::size_t lost = play.out().find("device: lost");
+    ASSERT_NE(lost, std::string::npos) << play.out();
+    EXPECT_EQ(play.out().find("device: lost", lost + 1), std::string::npos) << "once in a run of failures";
     EXPECT_EQ(play.out().find("running"), std::string::npos);
     EXPECT_EQ(lines(play.err()), 1) << play.err();
-    EXPECT_NE(play.err().find("no audio device came up within 3 s"), std::string::npos) << play.err();
+    EXPECT_NE(play.err().find("no audio device came up within 4.5 s"), std::string::npos) << play.err();
     EXPECT_NE(play.err().find(server.name()), std::string::npos) << play.err();
+}
+
+TEST_F(Kv3Live, AServerThatDiesDuringATakeLeavesTheProjectAsItWas)
+{
+    ASSERT_TRUE(server.start());
+    const std::string before = readBytes(project);
+    Kv3Process record(withDevice({"record", project, "--track", "2", "--seconds", "3"}));
+    ASSERT_TRUE(record.waitForOutput("recording 1 s", 10s)) << record.out() << record.err();
+    server.kill();
+    // Retried for the take's three seconds, then given up.
+    EXPECT_EQ(record.wait(20s), 1);
+    EXPECT_NE(record.out().find("device: waiting"), std::string::npos) << record.out();
+    EXPECT_EQ(lines(record.err()), 1) << record.err();
+    EXPECT_NE(record.err().find("was lost during the take; the project is unchanged"), std::string::npos)
+        << record.err();
+    EXPECT_EQ(readBytes(project), before);
 }
 
 TEST_F(Kv3Live, RecordsTheInputOnATrackWhileTheOthersPlay)
