@@ -46,6 +46,11 @@ void AudioHardware::debugPrint(const char* text)
     std::fputs(text, stderr);
 }
 
+void AudioHardware::saveSettings(HostSettings& settings)
+{
+    settings.save();
+}
+
 void AudioHardware::setDelegate(AudioHardwareDelegate* delegate)
 {
     delegate_ = delegate;
@@ -108,7 +113,7 @@ bool AudioHardware::startHardware()
             if (size != settings.bufferSize_)
             {
                 settings.bufferSize_ = size;
-                settings.save();
+                saveSettings(settings);
                 if (manager_)
                 {
                     manager_->setFormat(projectSampleRate_, size);

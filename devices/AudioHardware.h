@@ -106,6 +106,9 @@ protected:
     virtual double applicationTime() const;
     /** Where the developer's traces go ("Queue full!"). */
     virtual void debugPrint(const char* text);
+    /** Writes the settings after the start sequence changed the buffer size: to the store, at once. */
+    // [ui thread]
+    virtual void saveSettings(HostSettings& settings);
 
 private:
     void enterRetryState();

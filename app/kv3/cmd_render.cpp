@@ -1,25 +1,20 @@
 // kv3 render: a project's mixdown, made offline by the same export job as the program's.
 
 #include "app/kv3/Cli.h"
+#include "app/kv3/ClickSounds.h"
 #include "audiofiles/AudioFileFormats.h"
-#include "engine/ClickChoice.h"
 #include "engine/ExporterJobs.h"
 #include "engine/Manager.h"
 #include "engine/ManagerDelegate.h"
 #include "engine/Metronome.h"
-#include "epi/epiResourcePack.h"
 #include "project/Document.h"
 #include "project/DocumentSession.h"
-#include "resources/EmbeddedPack.h"
 
 #include <unistd.h>
 
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <iostream>
-#include <iterator>
 #include <optional>
 #include <string>
 #include <vector>
@@ -166,8 +161,7 @@ int runRender(const std::vector<std::string>& argv)
     if (args.flag("with-click"))
     {
         // The first set's accented clicks, from the pack linked into the program.
-        epiResourcePack pack;
-        if (!EmbeddedPack::open(pack) || ClickChoice::choose(manager, pack, 0, true, false) != 2)
+        if (!kv3cli::loadClickSounds(manager))
             return kv3cli::fail("the click sounds in the program's resource pack can't be read");
         // The click follows the session's grid from the start of what is rendered.
         metronome.setPlaying(true);

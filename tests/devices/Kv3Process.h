@@ -1,0 +1,179 @@
+#pragma once
+
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <fcntl.h>
+#include <poll.h>
+#include <string>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+/**
+ * The kv3 program of this build ($KV3_BINARY_DIR/app/kv3/kv3) run as a process of its own, with its
+ * stdout and stderr read apart while it runs, so that a test can act on a line as soon as it comes (a
+ * peer connects once the program says its device runs) and can count the lines of each stream. The
+ * program is killed by the destructor if it still runs.
+ */
+class Kv3Process
+{
+public:
+    using Clock = std::chrono::steady_clock;
+
+    explicit Kv3Process(std::vector<std::string> arguments)
+    {
+        const char* binary = std::getenv("KV3_BINARY_DIR");
+        const std::string program = std::string(binary ? binary : ".") + "/app/kv3/kv3";
+        int out[2] = {-1, -1};
+        int err[2] = {-1, -1};
+        if (pipe2(out, O_CLOEXEC) != 0 || pipe2(err, O_CLOEXEC) != 0)
+        {
+            return;
+        }
+        started_ = Clock::now();
+        pid_ = fork();
+        if (pid_ == 0)
+        {
+            dup2(out[1], 1);
+            dup2(err[1], 2);
+            std::vector<char*> argv;
+            argv.push_back(const_cast<char*>(program.c_str()));
+            for (std::string& a : arguments)
+            {
+                argv.push_back(a.data());
+            }
+            argv.push_back(nullptr);
+            execv(program.c_str(), argv.data());
+            _exit(127);
+        }
+        ::close(out[1]);
+        ::close(err[1]);
+        fd_[0] = out[0];
+        fd_[1] = err[0];
+        for (int fd : fd_)
+        {
+            fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) | O_NONBLOCK);
+        }
+    }
+    ~Kv3Process()
+    {
+        if (pid_ > 0)
+        {
+            ::kill(pid_, SIGKILL);
+            waitpid(pid_, nullptr, 0);
+        }
+        for (int fd : fd_)
+        {
+            if (fd >= 0)
+            {
+                ::close(fd);
+            }
+        }
+    }
+    Kv3Process(const Kv3Process&) = delete;
+    Kv3Process& operator=(const Kv3Process&) = delete;
+
+    /** Reads the output until stdout holds `text`. @returns false when the program ended or `limit` passed
+     * first */
+    bool waitForOutput(const std::string& text, std::chrono::milliseconds limit)
+    {
+        const auto deadline = Clock::now() + limit;
+        while (out_.find(text) == std::string::npos)
+        {
+            if (Clock::now() >= deadline || (fd_[0] < 0 && fd_[1] < 0))
+            {
+                return false;
+            }
+            pump(20);
+        }
+        return true;
+    }
+
+    /** Waits for the program to end, reading its output. @returns its exit status, or -1 when it had
+        to be killed after `limit` or died of a signal */
+    int wait(std::chrono::milliseconds limit)
+    {
+        const auto deadline = Clock::now() + limit;
+        while (pid_ > 0)
+        {
+            int status = 0;
+            const pid_t done = waitpid(pid_, &status, WNOHANG);
+            if (done == pid_)
+            {
+                ended_ = Clock::now();
+                pid_ = 0;
+                status_ = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+                break;
+            }
+            if (Clock::now() >= deadline)
+            {
+                ::kill(pid_, SIGKILL);
+                waitpid(pid_, nullptr, 0);
+                ended_ = Clock::now();
+                pid_ = 0;
+                status_ = -1;
+                break;
+            }
+            pump(20);
+        }
+        // What was written before the end is still in the pipes.
+        const auto drained = Clock::now() + std::chrono::seconds(2);
+        while ((fd_[0] >= 0 || fd_[1] >= 0) && Clock::now() < drained)
+        {
+            pump(100);
+        }
+        return status_;
+    }
+
+    /** Sends a signal to the running program. */
+    void signal(int sig)
+    {
+        if (pid_ > 0)
+        {
+            ::kill(pid_, sig);
+        }
+    }
+
+    const std::string& out() const { return out_; }
+    const std::string& err() const { return err_; }
+    /** Seconds from the start to the end of the program (after wait). */
+    double seconds() const { return std::chrono::duration<double>(ended_ - started_).count(); }
+
+private:
+    void pump(int timeoutMs)
+    {
+        pollfd fds[2] = {{fd_[0], POLLIN, 0}, {fd_[1], POLLIN, 0}};
+        if (::poll(fds, 2, timeoutMs) <= 0)
+        {
+            return;
+        }
+        for (int i = 0; i < 2; ++i)
+        {
+            if (fd_[i] < 0 || fds[i].revents == 0)
+            {
+                continue;
+            }
+            char buffer[4096];
+            const ssize_t n = ::read(fd_[i], buffer, sizeof buffer);
+            if (n > 0)
+            {
+                (i == 0 ? out_ : err_).append(buffer, static_cast<std::size_t>(n));
+            }
+            else if (n == 0 || (errno != EAGAIN && errno != EINTR))
+            {
+                ::close(fd_[i]);
+                fd_[i] = -1;
+            }
+        }
+    }
+
+    pid_t pid_ = 0;
+    int fd_[2] = {-1, -1};
+    std::string out_;
+    std::string err_;
+    int status_ = -1;
+    Clock::time_point started_{};
+    Clock::time_point ended_{};
+};
