@@ -1,6 +1,6 @@
 #pragma once
 
-// What the commands that write audio files (convert, stretch) share: the depth option and the
+// What the commands that write audio files (convert, stretch, render) share: the depth option and the
 // reason a rate conversion is refused.
 
 #include <cstdint>

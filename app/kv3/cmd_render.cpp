@@ -1,5 +1,6 @@
 // kv3 render: a project's mixdown, made offline by the same export job as the program's.
 
+#include "app/kv3/AudioOutput.h"
 #include "app/kv3/Cli.h"
 #include "app/kv3/ClickSounds.h"
 #include "audiofiles/AudioFileFormats.h"
@@ -40,21 +41,6 @@ const char* const kUsage =
     "Armed tracks deliver nothing, as in the program. Files of the project that are missing are named\n"
     "on stderr and their tracks stay silent. OUT is written under a temporary name and renamed when\n"
     "complete. A progress bar is shown when stderr is a terminal.\n";
-
-std::optional<int32_t> depthOf(const std::string& text)
-{
-    if (text == "16")
-        return AudioFileFormats::k16Bit;
-    if (text == "24")
-        return AudioFileFormats::k24Bit;
-    if (text == "32")
-        return AudioFileFormats::k32Bit;
-    if (text == "float")
-        return AudioFileFormats::k32BitFloat;
-    if (text == "double")
-        return AudioFileFormats::k64BitFloat;
-    return std::nullopt;
-}
 
 // Reports the job's progress to the bar and keeps its outcome.
 class RenderDelegate : public ManagerDelegate
@@ -115,7 +101,7 @@ int runRender(const std::vector<std::string>& argv)
     int32_t depth = AudioFileFormats::k24Bit;
     if (auto value = args.value("depth"))
     {
-        const auto parsed = depthOf(*value);
+        const auto parsed = kv3cli::depthOf(*value);
         if (!parsed)
             return kv3cli::usageError("render",
                                       "unknown depth '" + *value + "' (16, 24, 32, float or double)");
