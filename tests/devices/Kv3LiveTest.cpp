@@ -7,6 +7,7 @@
 #include "tests/devices/Kv3Process.h"
 #include "tests/epi/TempFolder.h"
 #include "tests/host/SettingsFolder.h"
+#include "tests/support/SoundFile.h"
 
 #include <gtest/gtest.h>
 #include <sndfile.h>
@@ -52,26 +53,15 @@ int kv3(std::vector<std::string> arguments, std::string* out = nullptr)
 /** A stereo 24-bit WAVE file of a sine. */
 bool writeTone(const std::string& path, double seconds, double hz, double level)
 {
-    SF_INFO info{};
-    info.samplerate = kRate;
-    info.channels = 2;
-    info.format = SF_FORMAT_WAV | SF_FORMAT_PCM_24;
-    SNDFILE* file = sf_open(path.c_str(), SFM_WRITE, &info);
-    if (file == nullptr)
-    {
-        return false;
-    }
-    const auto frames = static_cast<sf_count_t>(seconds * kRate);
-    std::vector<float> data(static_cast<std::size_t>(frames) * 2);
-    for (sf_count_t i = 0; i < frames; ++i)
+    const auto frames = static_cast<std::size_t>(seconds * kRate);
+    std::vector<float> data(frames * 2);
+    for (std::size_t i = 0; i < frames; ++i)
     {
         const auto v = static_cast<float>(level * std::sin(2.0 * M_PI * hz * static_cast<double>(i) / kRate));
-        data[static_cast<std::size_t>(2 * i)] = v;
-        data[static_cast<std::size_t>(2 * i + 1)] = v;
+        data[2 * i] = v;
+        data[2 * i + 1] = v;
     }
-    const bool ok = sf_writef_float(file, data.data(), frames) == frames;
-    sf_close(file);
-    return ok;
+    return testsound::write(path, SF_FORMAT_WAV | SF_FORMAT_PCM_24, kRate, 2, data);
 }
 
 struct Audio
@@ -84,22 +74,14 @@ struct Audio
 
 Audio readAudio(const std::string& path)
 {
+    const testsound::Sound sound = testsound::read(path);
     Audio audio;
-    SF_INFO info{};
-    SNDFILE* file = sf_open(path.c_str(), SFM_READ, &info);
-    if (file == nullptr)
+    audio.channels = sound.channels;
+    audio.rate = sound.rate;
+    if (sound.channels == 2)
     {
-        return audio;
-    }
-    audio.channels = info.channels;
-    audio.rate = info.samplerate;
-    std::vector<float> data(static_cast<std::size_t>(info.frames * info.channels));
-    sf_readf_float(file, data.data(), info.frames);
-    sf_close(file);
-    for (sf_count_t i = 0; i < info.frames && info.channels == 2; ++i)
-    {
-        audio.left.push_back(data[static_cast<std::size_t>(2 * i)]);
-        audio.right.push_back(data[static_cast<std::size_t>(2 * i + 1)]);
+        audio.left = sound.channel(0);
+        audio.right = sound.channel(1);
     }
     return audio;
 }

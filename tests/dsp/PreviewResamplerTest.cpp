@@ -4,6 +4,7 @@
 #include "dsp/AudioResampler_DSP.h"
 
 #include "audiofiles/AudioPreview.h"
+#include "tests/support/SoundFile.h"
 
 #include <gtest/gtest.h>
 #include <sndfile.h>
@@ -35,14 +36,6 @@ std::string writeFile()
 {
     const char* dir = std::getenv("KV3_BINARY_DIR");
     const std::string path = std::string(dir != nullptr ? dir : ".") + "/dsp_preview_resampler_test.wav";
-    SF_INFO info{};
-    info.samplerate = kFileRate;
-    info.channels = 2;
-    info.format = SF_FORMAT_WAV | SF_FORMAT_FLOAT;
-    SNDFILE* f = sf_open(path.c_str(), SFM_WRITE, &info);
-    EXPECT_NE(f, nullptr) << path;
-    if (f == nullptr)
-        return path;
     std::vector<float> x(static_cast<std::size_t>(kFileFrames) * 2);
     for (int64_t i = 0; i < kFileFrames; ++i)
     {
@@ -51,8 +44,7 @@ std::string writeFile()
         x[static_cast<std::size_t>(2 * i)] = v;
         x[static_cast<std::size_t>(2 * i + 1)] = v;
     }
-    EXPECT_EQ(sf_writef_float(f, x.data(), kFileFrames), kFileFrames);
-    sf_close(f);
+    EXPECT_TRUE(testsound::write(path, SF_FORMAT_WAV | SF_FORMAT_FLOAT, kFileRate, 2, x)) << path;
     return path;
 }
 

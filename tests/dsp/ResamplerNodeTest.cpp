@@ -3,6 +3,7 @@
 #include "audiofiles/AudioFileGuess.h"
 #include "audiofiles/AudioFileLoaded.h"
 #include "audiofiles/AudioFile_sf.h"
+#include "tests/support/SoundFile.h"
 
 #include <gtest/gtest.h>
 #include <sndfile.h>
@@ -170,12 +171,6 @@ TEST(AudioResampler_DSP, RealFileAtAnotherRate)
     const char* dir = std::getenv("KV3_BINARY_DIR");
     const std::string path = std::string(dir != nullptr ? dir : ".") + "/dsp_resampler_node_test.wav";
     {
-        SF_INFO info{};
-        info.samplerate = 44100;
-        info.channels = 2;
-        info.format = SF_FORMAT_WAV | SF_FORMAT_FLOAT;
-        SNDFILE* f = sf_open(path.c_str(), SFM_WRITE, &info);
-        ASSERT_NE(f, nullptr);
         std::vector<float> frames(44100 * 2);
         for (int i = 0; i < 44100; ++i)
         {
@@ -183,8 +178,7 @@ TEST(AudioResampler_DSP, RealFileAtAnotherRate)
                 static_cast<float>(0.5 * std::sin(2.0 * M_PI * 1000.0 * i / 44100));
             frames[static_cast<std::size_t>(2 * i + 1)] = -frames[static_cast<std::size_t>(2 * i)];
         }
-        ASSERT_EQ(sf_writef_float(f, frames.data(), 44100), 44100);
-        sf_close(f);
+        ASSERT_TRUE(testsound::write(path, SF_FORMAT_WAV | SF_FORMAT_FLOAT, 44100, 2, frames));
     }
     AudioFile_sf file;
     ASSERT_TRUE(file.open(epiPath(path.c_str())));
@@ -263,12 +257,6 @@ namespace
 // both at full swing up to the last frame, then `silence` frames of zeros.
 void writeToneToTheEnd(const std::string& path, int32_t rate, int64_t frames, int64_t silence)
 {
-    SF_INFO info{};
-    info.samplerate = rate;
-    info.channels = 2;
-    info.format = SF_FORMAT_WAV | SF_FORMAT_FLOAT;
-    SNDFILE* f = sf_open(path.c_str(), SFM_WRITE, &info);
-    ASSERT_NE(f, nullptr) << path;
     std::vector<float> x(static_cast<std::size_t>(frames + silence) * 2, 0.0f);
     for (int64_t i = 0; i < frames; ++i)
     {
@@ -277,8 +265,7 @@ void writeToneToTheEnd(const std::string& path, int32_t rate, int64_t frames, in
         x[static_cast<std::size_t>(2 * i + 1)] =
             static_cast<float>(-0.6 * std::sin(2.0 * M_PI * 3100.0 * i / rate + 0.3));
     }
-    ASSERT_EQ(sf_writef_float(f, x.data(), frames + silence), frames + silence);
-    sf_close(f);
+    ASSERT_TRUE(testsound::write(path, SF_FORMAT_WAV | SF_FORMAT_FLOAT, rate, 2, x)) << path;
 }
 
 // Every output frame of `provider` through the node, read in blocks of `block`.

@@ -6,6 +6,7 @@
 #include "engine/ManagerDelegate.h"
 #include "project/Document.h"
 #include "project/DocumentSession.h"
+#include "tests/support/SoundFile.h"
 
 #include <gtest/gtest.h>
 #include <pty.h>
@@ -26,22 +27,10 @@ namespace fs = std::filesystem;
 namespace
 {
 
-struct Audio
-{
-    int32_t rate = 0;
-    int32_t channels = 0;
-    std::vector<float> samples; // interleaved
-};
+using Audio = testsound::Sound;
 
 bool writeAudio(const std::string& path, int32_t rate, int64_t frames, double frequency)
 {
-    SF_INFO info{};
-    info.samplerate = rate;
-    info.channels = 2;
-    info.format = SF_FORMAT_WAV | SF_FORMAT_FLOAT;
-    SNDFILE* file = sf_open(path.c_str(), SFM_WRITE, &info);
-    if (file == nullptr)
-        return false;
     std::vector<float> data;
     for (int64_t i = 0; i < frames; ++i)
     {
@@ -49,24 +38,12 @@ bool writeAudio(const std::string& path, int32_t rate, int64_t frames, double fr
         data.push_back(static_cast<float>(0.3 * std::sin(2 * M_PI * frequency * t)));
         data.push_back(static_cast<float>(0.2 * std::sin(2 * M_PI * frequency * 1.25 * t)));
     }
-    const bool ok = sf_writef_float(file, data.data(), frames) == frames;
-    sf_close(file);
-    return ok;
+    return testsound::write(path, SF_FORMAT_WAV | SF_FORMAT_FLOAT, rate, 2, data);
 }
 
 Audio readAudio(const std::string& path)
 {
-    Audio audio;
-    SF_INFO info{};
-    SNDFILE* file = sf_open(path.c_str(), SFM_READ, &info);
-    if (file == nullptr)
-        return audio;
-    audio.rate = info.samplerate;
-    audio.channels = info.channels;
-    audio.samples.resize(static_cast<size_t>(info.frames * info.channels));
-    sf_readf_float(file, audio.samples.data(), info.frames);
-    sf_close(file);
-    return audio;
+    return testsound::read(path);
 }
 
 class QuietDelegate : public ManagerDelegate
@@ -369,17 +346,8 @@ TEST_F(RenderRig, ProjectCommandChangesOnlyWhatItIsToldAndRefusesBadValues)
 TEST_F(RenderRig, RenderWithClickPutsTheAccentedClickOnEveryBeat)
 {
     // A silent track makes the session 2.5 seconds long; all that is heard is the click.
-    {
-        SF_INFO info{};
-        info.samplerate = 44100;
-        info.channels = 2;
-        info.format = SF_FORMAT_WAV | SF_FORMAT_FLOAT;
-        SNDFILE* silent = sf_open(file("silence.wav").c_str(), SFM_WRITE, &info);
-        ASSERT_NE(silent, nullptr);
-        const std::vector<float> zeros(2 * 110250, 0.0f);
-        sf_writef_float(silent, zeros.data(), 110250);
-        sf_close(silent);
-    }
+    ASSERT_TRUE(testsound::write(file("silence.wav"), SF_FORMAT_WAV | SF_FORMAT_FLOAT, 44100, 2,
+                                 std::vector<float>(2 * 110250, 0.0f)));
     const std::string project = file("click.kv3h");
     ASSERT_EQ(kv3("project new " + project), 0);
     ASSERT_EQ(kv3("project set " + project + " --track 1 --file " + file("silence.wav") + " --armed off"), 0);

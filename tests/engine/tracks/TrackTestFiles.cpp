@@ -1,6 +1,6 @@
 #include "tests/engine/tracks/TrackTestFiles.h"
 
-#include <sndfile.h>
+#include "tests/support/SoundFile.h"
 
 #include <cstdlib>
 #include <filesystem>
@@ -29,43 +29,25 @@ TempFolder::~TempFolder()
 
 FileAudio readFile(const std::string& path)
 {
+    const testsound::Sound sound = testsound::read(path);
     FileAudio audio;
-    SF_INFO info{};
-    SNDFILE* file = sf_open(path.c_str(), SFM_READ, &info);
-    if (file == nullptr)
+    if (sound.channels == 0)
     {
         return audio;
     }
-    audio.rate = info.samplerate;
-    audio.channels = info.channels;
-    audio.format = info.format;
-    std::vector<float> interleaved(static_cast<size_t>(info.frames) * static_cast<size_t>(info.channels));
-    const sf_count_t got = sf_readf_float(file, interleaved.data(), info.frames);
-    sf_close(file);
-    audio.left.resize(static_cast<size_t>(got));
-    audio.right.resize(static_cast<size_t>(got));
-    for (sf_count_t i = 0; i < got; ++i)
-    {
-        const size_t at = static_cast<size_t>(i) * static_cast<size_t>(info.channels);
-        audio.left[static_cast<size_t>(i)] = interleaved[at];
-        audio.right[static_cast<size_t>(i)] = interleaved[at + (info.channels > 1 ? 1 : 0)];
-    }
-    audio.ok = got == info.frames;
+    audio.ok = sound.ok;
+    audio.rate = sound.rate;
+    audio.channels = sound.channels;
+    audio.format = sound.format;
+    // A mono file reads the same on both sides.
+    audio.left = sound.channel(0);
+    audio.right = sound.channel(sound.channels > 1 ? 1 : 0);
     return audio;
 }
 
 bool writeFile(const std::string& path, int32_t format, int32_t channels, int32_t rate, int64_t frames,
                float (*left)(int64_t), float (*right)(int64_t))
 {
-    SF_INFO info{};
-    info.samplerate = rate;
-    info.channels = channels;
-    info.format = format;
-    SNDFILE* file = sf_open(path.c_str(), SFM_WRITE, &info);
-    if (file == nullptr)
-    {
-        return false;
-    }
     std::vector<float> interleaved(static_cast<size_t>(frames) * static_cast<size_t>(channels));
     for (int64_t i = 0; i < frames; ++i)
     {
@@ -75,9 +57,7 @@ bool writeFile(const std::string& path, int32_t format, int32_t channels, int32_
             interleaved[static_cast<size_t>(i * channels + 1)] = right(i);
         }
     }
-    const bool written = sf_writef_float(file, interleaved.data(), frames) == frames;
-    sf_close(file);
-    return written;
+    return testsound::write(path, format, rate, channels, interleaved);
 }
 
 float stepValue(int64_t i)

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+/** Test audio files written and read back with libsndfile itself, apart from the program's readers. */
+namespace testsound
+{
+
+/** A file's content as libsndfile reads it, interleaved, with its format. */
+struct Sound
+{
+    bool ok = false;
+    int32_t rate = 0;
+    int32_t channels = 0;
+    int32_t format = 0;
+    std::vector<float> samples;
+
+    int64_t frames() const { return channels > 0 ? static_cast<int64_t>(samples.size()) / channels : 0; }
+    /** One channel's samples; empty for a channel the file doesn't have. */
+    std::vector<float> channel(int32_t index) const;
+};
+
+/** Reads the whole file; `ok` is false when libsndfile can't open it or reads fewer frames than it has. */
+Sound read(const std::string& path);
+
+/** Writes `interleaved` as a file of the given libsndfile format. @return whether every frame was written */
+bool write(const std::string& path, int32_t format, int32_t rate, int32_t channels,
+           const std::vector<float>& interleaved);
+
+} // namespace testsound
