@@ -1,7 +1,7 @@
 #pragma once
 
-#include "engine/AudioData.h"
-#include "engine/Interleaver.h"
+#include "engine/graph/AudioData.h"
+#include "engine/graph/Interleaver.h"
 
 #include <cstdint>
 

@@ -2,8 +2,8 @@
 
 #include "audiofiles/AudioFile.h"
 #include "audiofiles/AudioFileFormats.h"
-#include "engine/AudioData.h"
-#include "engine/Interleaver.h"
+#include "engine/graph/AudioData.h"
+#include "engine/graph/Interleaver.h"
 
 #include <memory>
 #include <string>

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "audiofiles/AudioFile.h"
-#include "engine/Interleaver.h"
+#include "engine/graph/Interleaver.h"
 
 #include <memory>
 

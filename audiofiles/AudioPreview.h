@@ -3,7 +3,7 @@
 #include "audiofiles/AudioFileGuess.h"
 #include "audiofiles/AudioResampler.h"
 #include "audiofiles/someThread.h"
-#include "engine/AudioData.h"
+#include "engine/graph/AudioData.h"
 #include "epi/epiPath.h"
 
 #include <atomic>

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "audiofiles/AudioFile.h"
-#include "engine/AudioData.h"
-#include "engine/AudioSource.h"
+#include "engine/graph/AudioData.h"
+#include "engine/graph/AudioSource.h"
 
 #include <cstdint>
 #include <functional>

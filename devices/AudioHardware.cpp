@@ -1,7 +1,7 @@
 #include "devices/AudioHardware.h"
 
-#include "engine/AudioData.h"
 #include "engine/Manager.h"
+#include "engine/graph/AudioData.h"
 #include "host/settings/HostSettings.h"
 
 #include <algorithm>

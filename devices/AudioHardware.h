@@ -5,7 +5,7 @@
 #include "devices/MPAudio.h"
 #include "devices/MPMidi.h"
 #include "devices/MidiEventQueue.h"
-#include "engine/MidiEvent.h"
+#include "engine/graph/MidiEvent.h"
 #include "epi/epiObject.h"
 
 #include <atomic>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "engine/MidiEvent.h"
+#include "engine/graph/MidiEvent.h"
 
 #include <atomic>
 #include <cstdint>

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "audiofiles/AudioFileWriter.h"
-#include "engine/AudioData.h"
 #include "engine/Exporter.h"
+#include "engine/graph/AudioData.h"
 #include "epi/epiPath.h"
 
 #include <cstdint>

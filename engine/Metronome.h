@@ -1,11 +1,11 @@
 #pragma once
 
 #include "audiofiles/AudioFileLoaded.h"
-#include "engine/AudioAlwaysStereo.h"
-#include "engine/AudioData.h"
 #include "engine/MetronomeControls.h"
 #include "engine/MetronomeDelegate.h"
 #include "engine/Track.h"
+#include "engine/graph/AudioAlwaysStereo.h"
+#include "engine/graph/AudioData.h"
 
 #include <atomic>
 #include <cstdint>

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "engine/AudioData.h"
-#include "engine/AudioSource.h"
-#include "engine/MidiEvent.h"
+#include "engine/graph/AudioData.h"
+#include "engine/graph/AudioSource.h"
+#include "engine/graph/MidiEvent.h"
 #include "epi/epiFileDump.h"
 #include "plugin/AudioFxKV3Instance.h"
 

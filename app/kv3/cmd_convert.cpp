@@ -6,7 +6,7 @@
 #include "audiofiles/AudioFileGuess.h"
 #include "audiofiles/AudioFileWriter.h"
 #include "dsp/AudioResampler_DSP.h"
-#include "engine/AudioData.h"
+#include "engine/graph/AudioData.h"
 
 #include <algorithm>
 #include <filesystem>

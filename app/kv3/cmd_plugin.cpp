@@ -1,8 +1,8 @@
 // kv3 plugin probe: loads an amplifier library as the program does and puts it through its paces.
 
 #include "app/kv3/Cli.h"
-#include "engine/AudioData.h"
-#include "engine/AudioSource.h"
+#include "engine/graph/AudioData.h"
+#include "engine/graph/AudioSource.h"
 #include "epi/epiFileDump.h"
 #include "plugin/AudioFxKV3Manager.h"
 #include "plugin/AudioFxKV3Unit.h"

@@ -8,9 +8,9 @@
 #include "audiofiles/AudioFileWriter.h"
 #include "dsp/AudioResampler_DSP.h"
 #include "dsp/stretch/AudioFxPSTS.h"
-#include "engine/AudioAlwaysStereo.h"
-#include "engine/AudioData.h"
-#include "engine/ContiguousReader.h"
+#include "engine/graph/AudioAlwaysStereo.h"
+#include "engine/graph/AudioData.h"
+#include "engine/graph/ContiguousReader.h"
 
 #include <algorithm>
 #include <cmath>

@@ -7,9 +7,9 @@
 // Usage: stretch_peers_bench [seconds [ours]]   (default 60; "ours" leaves the peers out)
 
 #include "dsp/stretch/AudioFxPSTS.h"
-#include "engine/AudioData.h"
-#include "engine/AudioSource.h"
-#include "engine/ContiguousReader.h"
+#include "engine/graph/AudioData.h"
+#include "engine/graph/AudioSource.h"
+#include "engine/graph/ContiguousReader.h"
 
 #include <SoundTouch.h>
 #include <rubberband/RubberBandStretcher.h>

@@ -3,7 +3,7 @@
 // one second of audio, so the CPU time of an iteration is the CPU time per second of audio.
 
 #include "engine/Manager.h"
-#include "engine/MidiEvent.h"
+#include "engine/graph/MidiEvent.h"
 
 #include <benchmark/benchmark.h>
 #include <sndfile.h>

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "dsp/stretch/nvEfx.h"
-#include "engine/AudioData.h"
-#include "engine/AudioSource.h"
+#include "engine/graph/AudioData.h"
+#include "engine/graph/AudioSource.h"
 
 #include <atomic>
 #include <cstdint>

@@ -2,8 +2,8 @@
 // cycle and its warm-up, the wait when switching off, MIDI batches and the saved state.
 
 #include "plugin/AudioFxKV3Unit.h"
-#include "engine/AudioData.h"
-#include "engine/AudioSource.h"
+#include "engine/graph/AudioData.h"
+#include "engine/graph/AudioSource.h"
 #include "plugin/AudioFxKV3Manager.h"
 #include "tests/plugin/TestLibrary.h"
 

@@ -2,8 +2,8 @@
 // thread while the interface asks for, saves and loads the state and switches the effect on and
 // off. Meant for the ThreadSanitizer run; it also checks that the audio stays finite throughout.
 
-#include "engine/AudioData.h"
-#include "engine/AudioSource.h"
+#include "engine/graph/AudioData.h"
+#include "engine/graph/AudioSource.h"
 #include "plugin/AudioFxKV3Manager.h"
 #include "plugin/AudioFxKV3Unit.h"
 #include "tests/plugin/TestLibrary.h"

@@ -1,7 +1,7 @@
 // Our amp as the host sees it: the real library loaded with dlopen, run through an effect unit.
 
-#include "engine/AudioData.h"
-#include "engine/AudioSource.h"
+#include "engine/graph/AudioData.h"
+#include "engine/graph/AudioSource.h"
 #include "plugin/AudioFxKV3Manager.h"
 #include "plugin/AudioFxKV3Unit.h"
 #include "plugins/refamp/Dsp.h"

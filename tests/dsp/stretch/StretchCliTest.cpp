@@ -6,7 +6,7 @@
 #include "audiofiles/AudioFileFormats.h"
 #include "audiofiles/AudioFileGuess.h"
 #include "audiofiles/AudioFileWriter.h"
-#include "engine/AudioData.h"
+#include "engine/graph/AudioData.h"
 
 #include <gtest/gtest.h>
 

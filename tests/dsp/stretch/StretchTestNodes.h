@@ -1,7 +1,7 @@
 #pragma once
 
-#include "engine/AudioData.h"
-#include "engine/AudioSource.h"
+#include "engine/graph/AudioData.h"
+#include "engine/graph/AudioSource.h"
 
 #include <cmath>
 #include <cstdint>

@@ -1,9 +1,9 @@
 #pragma once
 
-#include "engine/AudioData.h"
 #include "engine/Manager.h"
 #include "engine/ManagerDelegate.h"
-#include "engine/MidiEvent.h"
+#include "engine/graph/AudioData.h"
+#include "engine/graph/MidiEvent.h"
 
 #include <atomic>
 #include <cstdint>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "engine/TrackSource.h"
+#include "engine/graph/TrackSource.h"
 #include "tests/engine/harness/TestNodes.h"
 
 #include <atomic>

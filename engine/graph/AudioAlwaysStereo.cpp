@@ -1,4 +1,4 @@
-#include "engine/AudioAlwaysStereo.h"
+#include "engine/graph/AudioAlwaysStereo.h"
 
 #include <cstring>
 

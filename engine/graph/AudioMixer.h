@@ -1,7 +1,7 @@
 #pragma once
 
-#include "engine/MixerInputControls.h"
-#include "engine/TrackSource.h"
+#include "engine/graph/MixerInputControls.h"
+#include "engine/graph/TrackSource.h"
 #include "epi/epiText.h"
 
 #include <atomic>

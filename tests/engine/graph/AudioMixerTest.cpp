@@ -1,4 +1,4 @@
-#include "engine/AudioMixer.h"
+#include "engine/graph/AudioMixer.h"
 #include "tests/engine/harness/TestTrack.h"
 
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "engine/ContiguousReader.h"
+#include "engine/graph/ContiguousReader.h"
 
 #include <algorithm>
 #include <cstring>

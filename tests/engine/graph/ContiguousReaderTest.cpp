@@ -1,4 +1,4 @@
-#include "engine/ContiguousReader.h"
+#include "engine/graph/ContiguousReader.h"
 #include "tests/engine/harness/TestNodes.h"
 
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "engine/AudioCache.h"
+#include "engine/graph/AudioCache.h"
 
 bool AudioCache::provide(AudioData&)
 {

@@ -1,4 +1,4 @@
-#include "engine/Interleaver.h"
+#include "engine/graph/Interleaver.h"
 
 #include <algorithm>
 #include <new>

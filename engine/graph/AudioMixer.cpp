@@ -1,4 +1,4 @@
-#include "engine/AudioMixer.h"
+#include "engine/graph/AudioMixer.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,4 +1,4 @@
-#include "engine/AudioInputSelector.h"
+#include "engine/graph/AudioInputSelector.h"
 
 #include <cstring>
 

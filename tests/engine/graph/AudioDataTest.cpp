@@ -1,5 +1,5 @@
-#include "engine/AudioData.h"
-#include "engine/AudioSource.h"
+#include "engine/graph/AudioData.h"
+#include "engine/graph/AudioSource.h"
 
 #include <gtest/gtest.h>
 

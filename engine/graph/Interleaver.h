@@ -1,6 +1,6 @@
 #pragma once
 
-#include "engine/AudioData.h"
+#include "engine/graph/AudioData.h"
 
 #include <cstdint>
 

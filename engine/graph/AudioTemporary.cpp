@@ -1,4 +1,4 @@
-#include "engine/AudioTemporary.h"
+#include "engine/graph/AudioTemporary.h"
 
 #include <algorithm>
 

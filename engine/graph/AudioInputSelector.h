@@ -1,6 +1,6 @@
 #pragma once
 
-#include "engine/AudioSource.h"
+#include "engine/graph/AudioSource.h"
 
 #include <atomic>
 #include <cstdint>

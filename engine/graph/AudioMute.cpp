@@ -1,4 +1,4 @@
-#include "engine/AudioMute.h"
+#include "engine/graph/AudioMute.h"
 
 bool AudioMute::provide(AudioData& request)
 {

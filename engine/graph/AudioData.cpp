@@ -1,4 +1,4 @@
-#include "engine/AudioData.h"
+#include "engine/graph/AudioData.h"
 
 #include <algorithm>
 #include <cmath>

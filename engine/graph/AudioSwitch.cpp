@@ -1,4 +1,4 @@
-#include "engine/AudioSwitch.h"
+#include "engine/graph/AudioSwitch.h"
 
 bool AudioSwitch::provide(AudioData& request)
 {
