@@ -325,7 +325,8 @@ void drawTrackRow(cairo_t* cr, int row, bool lit)
     const double y = panel::trackRowTop(row);
     if (lit)
     {
-        roundRect(cr, panel::kTrackBand.x, y - 1, panel::kTrackBand.w, 20, 3);
+        // Stroked on half pixels, the band keeps to rows y - 1 to y + 18, clear of its neighbours.
+        roundRect(cr, panel::kTrackBand.x + 0.5, y - 0.5, panel::kTrackBand.w - 1, 19, 3);
         setColour(cr, rgb(255, 174, 36, 0.16));
         cairo_fill_preserve(cr);
         setColour(cr, rgb(255, 174, 36, 0.65));
