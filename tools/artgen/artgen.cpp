@@ -395,10 +395,22 @@ void drawKey(cairo_t* cr, int w, int h, State s, const Colour& lamp, const char*
     else
         fillVertical(cr, 0, h, rgb(98, 98, 103), rgb(56, 56, 60));
     const double dy = down ? 1 : 0;
+    const Colour ink = disabled ? kLabelDim : (on ? lamp : kLabel);
+    if (glyph && (*glyph == '<' || *glyph == '>'))
+    {
+        // An arrow: a small solid triangle, pointing the way the view scrolls.
+        const double cx = w / 2.0, cy = h / 2.0 - 0.5 + dy, d = *glyph == '<' ? -1 : 1;
+        cairo_move_to(cr, cx + 2.5 * d, cy);
+        cairo_line_to(cr, cx - 2 * d, cy - 3);
+        cairo_line_to(cr, cx - 2 * d, cy + 3);
+        cairo_close_path(cr);
+        setColour(cr, ink);
+        cairo_fill(cr);
+        return;
+    }
     if (glyph)
     {
-        text(cr, gFaces.bold, 8.5, disabled ? kLabelDim : (on ? lamp : kLabel), w / 2.0, h / 2.0 + 3 + dy,
-             Align::Centre, glyph);
+        text(cr, gFaces.bold, 8.5, ink, w / 2.0, h / 2.0 + 3 + dy, Align::Centre, glyph);
         return;
     }
     // The lamp: a short bar near the top, with a glow when lit.
@@ -469,7 +481,7 @@ struct KeyStyle
     const char* name;
     int w, h;
     Colour lamp;
-    const char* glyph; // printed on the cap instead of a lamp
+    const char* glyph; // printed on the cap instead of a lamp; "<" and ">" are arrows
 };
 
 bool makeStateImages(const std::string& out, std::string& error)
@@ -485,8 +497,8 @@ bool makeStateImages(const std::string& out, std::string& error)
         {"trksolo", panel::kSmallKey, panel::kSmallKey, kYellow, nullptr},
         {"trkmute", panel::kSmallKey, panel::kSmallKey, kBlue, nullptr},
         {"link", panel::kSmallKey, panel::kSmallKey, kAmber, nullptr},
-        {"arrowleft", panel::kArrowW, panel::kArrowH, kAmber, "\xE2\x97\x82"},
-        {"arrowright", panel::kArrowW, panel::kArrowH, kAmber, "\xE2\x96\xB8"},
+        {"arrowleft", panel::kArrowW, panel::kArrowH, kAmber, "<"},
+        {"arrowright", panel::kArrowW, panel::kArrowH, kAmber, ">"},
         {"zoomin", panel::kArrowW, panel::kArrowH, kAmber, "+"},
         {"zoomout", panel::kArrowW, panel::kArrowH, kAmber, "\xE2\x88\x92"},
     };
