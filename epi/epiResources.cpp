@@ -446,8 +446,9 @@ bool epiResources::findByInternalName(uint32_t kind, uint32_t code, epiText& des
             continue;
         epiXmlChunk document;
         document.setText(text);
+        // The name is a code as written: a trailing blank ("Bar ") belongs to it.
         const epiXmlChunk inner = document.child("epi").child("content").child("name");
-        if (!inner.isEmpty() && inner.text().toCode() == code)
+        if (!inner.isEmpty() && inner.rawText().toCode() == code)
         {
             dest.assignText(&name);
             return true;

@@ -92,9 +92,9 @@ TEST_P(ResourcesOnEveryMedium, FindsByInternalNameAndReadsLayoutSizes)
     epiText name;
     EXPECT_TRUE(resources.findByInternalName(epiCode("laya"), epiCode("NoSz"), name));
     EXPECT_EQ(name, "nosize.xml");
-    EXPECT_TRUE(resources.findByInternalName(epiCode("menu"), epiCode("MBar"), name));
+    EXPECT_TRUE(resources.findByInternalName(epiCode("menu"), epiCode("Bar "), name));
     EXPECT_EQ(name, "bar.xml");
-    EXPECT_FALSE(resources.findByInternalName(epiCode("laya"), epiCode("MBar"), name));
+    EXPECT_FALSE(resources.findByInternalName(epiCode("laya"), epiCode("Bar "), name));
 
     epiPoint size(-1, -1);
     const epiText main = "main.xml";
