@@ -290,10 +290,22 @@ bool epiResources::openPath(const epiPath& path)
 {
     closeMedia();
     if (extensionIs(path, "frs"))
-        return adopt(new epiResMediaFiles(), path);
+        return openFolder(path);
     if (extensionIs(path, "prs"))
-        return adopt(new epiResMediaPack(), path);
+        return openPack(path);
     return false;
+}
+
+bool epiResources::openFolder(const epiPath& path)
+{
+    closeMedia();
+    return adopt(new epiResMediaFiles(), path);
+}
+
+bool epiResources::openPack(const epiPath& path)
+{
+    closeMedia();
+    return adopt(new epiResMediaPack(), path);
 }
 
 bool epiResources::openPathChars(const char* path)

@@ -138,6 +138,10 @@ public:
      */
     virtual bool openPath(const epiPath& path);
     virtual bool openPathChars(const char* path);
+    /** Opens the folder `path` as the medium whatever its name; it must hold "epi.frs". */
+    bool openFolder(const epiPath& path);
+    /** Opens the pack file `path` as the medium whatever its name. */
+    bool openPack(const epiPath& path);
     /** Opens the pack linked into the executable under `id` (0 means 22000). */
     virtual bool openNative(int32_t id, void* module);
     /**

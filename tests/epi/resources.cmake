@@ -11,3 +11,11 @@ if(TARGET epi_resources_test)
     target_compile_definitions(epi_resources_test PRIVATE
         EPI_TEST_PACK="${epi_test_pack_FILE}" EPI_TEST_TREE="${CMAKE_CURRENT_SOURCE_DIR}/resources_tree")
 endif()
+
+# `kv3 resources find` and `kv3 menu show` end to end.
+if(TARGET kv3 AND TARGET epiui AND NOT KV3_SANITIZE STREQUAL "thread")
+    add_test(NAME epi_resources_cli
+             COMMAND ${CMAKE_COMMAND} -DKV3=$<TARGET_FILE:kv3> -DTREE=${CMAKE_CURRENT_SOURCE_DIR}/resources_tree
+                     -DPACK=${epi_test_pack_FILE} -P ${CMAKE_CURRENT_SOURCE_DIR}/resources_cli.cmake)
+    set_tests_properties(epi_resources_cli PROPERTIES TIMEOUT 60)
+endif()
