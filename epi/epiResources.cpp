@@ -183,7 +183,6 @@ bool epiResMediaPack::list(const epiText& folder, epiText& dest, bool recursive)
     // "fonts" lists the folder fonts/, not a sibling file that merely starts with "fonts".
     if (prefix.size() > 1 && prefix.back() != '/')
         prefix += '/';
-    bool any = false;
     for (int32_t i = 0; i < pack_.count(); ++i)
     {
         const epiResourcePack::fileElem* elem = pack_.elemAt(i);
@@ -196,9 +195,9 @@ bool epiResMediaPack::list(const epiText& folder, epiText& dest, bool recursive)
             continue;
         dest.appendChars(rest.c_str());
         dest.appendNewline();
-        any = true;
     }
-    return any;
+    // As for a folder, a list with nothing in it is still a list.
+    return pack_.atoms() != nullptr;
 }
 
 // The pack in the executable.
