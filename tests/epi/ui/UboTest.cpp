@@ -1,0 +1,176 @@
+// The UI object: lookups, the tree, hits climbing to the panel, mouse routing, anchors.
+
+#include "tests/epi/ui/UiTestSupport.h"
+
+namespace
+{
+
+using Ubo = UiFixture;
+
+TEST_F(Ubo, UnknownNamesGiveOneInertObjectWithOneMoreReferenceEachTime)
+{
+    epiUbo* root = loadText("<size>100,100</size>", item("ubob", "aaaa"));
+    epiUbo* first = root->childNamed(epiCode("none"));
+    ASSERT_NE(first, nullptr);
+    const int32_t count = first->refCount();
+    first->setVisible(true, true);
+    first->setTextChars("x");
+    first->click();
+    EXPECT_EQ(root->childAt(7), first);
+    EXPECT_EQ(root->childAt(-1), first);
+    EXPECT_EQ(first->refCount(), count + 2);
+    EXPECT_EQ(root->childCount(), 1);
+}
+
+TEST_F(Ubo, TreeEdits)
+{
+    epiUbo* root =
+        loadText("<size>100,100</size>", item("ubob", "aaaa") + item("ubob", "bbbb") + item("ubob", "cccc"));
+    epiUbo* a = root->childAt(0);
+    EXPECT_FALSE(root->addChild(a)); // already there
+    epiUbo* b = root->childAt(1);
+    b->retain();
+    ASSERT_TRUE(root->removeChild(b));
+    for (int32_t i = 0; i < root->childCount(); ++i)
+        EXPECT_EQ(root->childAt(i)->childIndex(), i);
+    EXPECT_EQ(b->parent(), nullptr);
+    EXPECT_TRUE(root->addChild(b));
+    EXPECT_EQ(b->childIndex(), 2);
+    b->release();
+}
+
+TEST_F(Ubo, SetVisibleWithThePresentValueDoesNotInvalidate)
+{
+    epiUbo* window =
+        load((layout("w.xml", "<size>100,100</size>", item("ubob", "aaaa", "<size>10,10</size>")), "w.xml"),
+             epiCode("iWin"));
+    auto* base = dynamic_cast<epiUiWindowBase*>(window);
+    ASSERT_NE(base, nullptr);
+    base->takeDirty();
+    window->childAt(0)->setVisible(true, true);
+    EXPECT_TRUE(base->takeDirty().isEmpty());
+    window->childAt(0)->setVisible(false, true);
+    EXPECT_EQ(base->takeDirty(), epiRect(0, 0, 10, 10));
+}
+
+TEST_F(Ubo, HitsClimbToEveryPanelWithTheNameTheyCameThrough)
+{
+    epiUbo* root = loadText("<size>100,100</size>",
+                            item("tPan", "midl", attrs({{"chil", "inner.xml"}})) + item("tPan", "", ""));
+    layout("inner.xml", "<size>10,10</size>", item("ubob", "") + item("ubob", "leaf"));
+    const epiText inner("inner.xml");
+    epiUbo* middle = root->childNamed(epiCode("midl"));
+    middle->setAttribute(epiCode("chil"), &inner);
+    auto* top = dynamic_cast<CommandPanel*>(root);
+    auto* mid = dynamic_cast<CommandPanel*>(middle);
+    ASSERT_EQ(top, nullptr); // the root is a plain container; the panels are the items
+    ASSERT_NE(mid, nullptr);
+
+    middle->childAt(0)->hit(); // unnamed: no command at this level, but the hit still climbs
+    EXPECT_TRUE(mid->commands.empty());
+    middle->childAt(1)->hit();
+    EXPECT_EQ(mid->commands, std::vector<uint32_t>{epiCode("leaf")});
+    // Out-of-range indices name nothing; a panel with a parent still climbs.
+    mid->onChildHit(-1);
+    mid->onChildHit(99);
+    EXPECT_EQ(mid->commands.size(), 1u);
+    auto* unnamed = dynamic_cast<CommandPanel*>(root->childAt(1));
+    unnamed->onChildHit(0);
+    EXPECT_TRUE(unnamed->commands.empty());
+}
+
+TEST_F(Ubo, PressGoesToTheTopmostVisibleHittableChildEdgesIncluded)
+{
+    epiUbo* root = loadText(
+        "<size>100,100</size>",
+        item("tBtn", "undr", "<position>0,0</position><size>50,50</size>") +
+            item("tBtn", "over", "<position>20,20</position><size>30,30</size>") +
+            item("tBtn", "hide", "<position>0,0</position><size>100,100</size>" + attrs({{"visi", "0"}})));
+    auto* under = dynamic_cast<TestWidget*>(root->childAt(0));
+    auto* over = dynamic_cast<TestWidget*>(root->childAt(1));
+    root->mouseDown(epiPoint(50, 50)); // the bottom right edge of "over"
+    root->mouseUp(epiPoint(50, 50));
+    EXPECT_EQ(over->hits, 1);
+    EXPECT_EQ(under->hits, 0);
+    root->mouseDown(epiPoint(19, 19));
+    root->mouseUp(epiPoint(19, 19));
+    EXPECT_EQ(under->hits, 1);
+}
+
+TEST_F(Ubo, ACapturedChildGetsTheReleaseOutsideItsFrame)
+{
+    epiUbo* root = loadText("<size>100,100</size>",
+                            item("tBtP", "butn", "<position>10,10</position><size>20,20</size>") +
+                                item("tBtn", "othr", "<position>60,60</position><size>20,20</size>"));
+    auto* button = dynamic_cast<TestWidget*>(root->childAt(0));
+    auto* other = dynamic_cast<TestWidget*>(root->childAt(1));
+    root->mouseDown(epiPoint(15, 15));
+    EXPECT_EQ(root->capture(), button);
+    EXPECT_TRUE(button->pressed());
+    root->mouseDragged(epiPoint(70, 70));
+    EXPECT_FALSE(button->pressed());
+    root->mouseUp(epiPoint(70, 70));
+    EXPECT_EQ(root->capture(), nullptr); // the button's behaviour had the release
+    EXPECT_EQ(other->hits, 0);
+    EXPECT_EQ(button->hits, 0); // released outside: no click
+}
+
+TEST_F(Ubo, ExclusiveHitModeOffersThePressDownTheStackUntilOneCaptures)
+{
+    epiUbo* root =
+        loadText("<size>100,100</size>" + attrs({{"exhm", "1"}}),
+                 item("tBtP", "base", "<size>100,100</size>") + item("ubob", "glas", "<size>100,100</size>"));
+    auto* button = dynamic_cast<TestWidget*>(root->childAt(0));
+    root->mouseDown(epiPoint(5, 5));
+    EXPECT_EQ(root->capture(), button);
+    root->mouseUp(epiPoint(5, 5));
+    EXPECT_EQ(button->hits, 1);
+}
+
+TEST_F(Ubo, TwoAnchorsStretchAgainstTheDesignSize)
+{
+    epiUbo* root = loadText(
+        "<size>100,80</size>",
+        item("ubob", "strt",
+             "<position>10,10</position><size>80,60</size>" + attrs({{"mgTL", "1"}, {"mgBR", "3"}})) +
+            item("ubob", "corn", "<position>90,70</position><size>5,5</size>" + attrs({{"mgTL", "3"}})));
+    root->setSize(200, 100);
+    root->relayout();
+    EXPECT_EQ(root->childAt(0)->frame(), epiRect(10, 10, 190, 90));
+    // Only its top left follows the corner: the bottom right stays where it was.
+    EXPECT_EQ(root->childAt(1)->frame(), epiRect(190, 90, 95, 75));
+}
+
+class Unsubscriber : public epiApplicationObject
+{
+public:
+    void onEvent(uint32_t code, epiApplicationObject* sender, intptr_t) override
+    {
+        ++heard;
+        sender->unsubscribe(code, this);
+        if (releaseSelf)
+            release();
+    }
+    int heard = 0;
+    bool releaseSelf = false;
+};
+
+TEST_F(Ubo, ASubscriberThatLeavesOrReleasesItselfInOnEventIsSafe)
+{
+    epiUbo* root = loadText("<size>100,100</size>", item("ubob", "aaaa"));
+    epiUbo* child = root->childAt(0);
+    Unsubscriber staying;
+    auto* leaving = new Unsubscriber();
+    leaving->startRefCount();
+    leaving->setOwner(&app);
+    leaving->releaseSelf = true;
+    child->subscribe(epiCode("iHit"), &staying, 0);
+    child->subscribe(epiCode("iHit"), leaving, 0);
+    child->hit();
+    child->hit();
+    EXPECT_EQ(staying.heard, 1);
+    EXPECT_EQ(app.disposedCount(), 1);
+    app.purgeDisposed();
+}
+
+} // namespace
