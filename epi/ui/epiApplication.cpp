@@ -363,8 +363,9 @@ int32_t epiApplication::addTimer(epiApplicationObject* object, double periodSeco
 {
     if (object == nullptr)
         return 0;
+    // A one-shot entry has period 0 but is still due after the time asked for.
     const double period = once ? 0.0 : periodSeconds;
-    timers_.push_back(timerEntry{object, period, now() + period, exact, false});
+    timers_.push_back(timerEntry{object, period, now() + periodSeconds, exact, false});
     object->setTimerActive(true);
     nextTimerDue_ = 0;
     timersActive_ = true;
