@@ -2,6 +2,8 @@
 
 #include "epi/epiResources.h"
 #include "epi/epiXmlChunk.h"
+#include "epi/ui/epiApplication.h"
+#include "epi/ui/epiWindowManager.h"
 
 namespace
 {
@@ -31,6 +33,12 @@ bool epiMenu::load(epiResources* resources, const epiText& name)
     }
     loadText(text);
     return true;
+}
+
+bool epiMenu::load(const epiText& name)
+{
+    epiApplication* app = epiApplicationOf(this);
+    return load(app != nullptr ? app->resources() : nullptr, name);
 }
 
 void epiMenu::loadText(const epiText& text)
@@ -130,27 +138,13 @@ bool epiMenu::codeOfId(int32_t id, uint32_t* code) const
     return true;
 }
 
-intptr_t epiMenu::handleCommand(int32_t id, epiCommandRoad& road) const
+intptr_t epiMenu::handleCommand(int32_t id)
 {
     uint32_t code = 0;
-    if (!codeOfId(id, &code))
+    epiApplication* app = epiApplicationOf(this);
+    if (!codeOfId(id, &code) || app == nullptr)
         return 0;
-    return queryFlag(road, code);
-}
-
-intptr_t epiMenu::queryFlag(epiCommandRoad& road, uint32_t code)
-{
-    epiApplicationObject* top = road.topWindow();
-    if (top != nullptr)
-    {
-        if (const intptr_t answer = top->query(intptr_t(code), 0, 0))
-            return answer;
-    }
-    epiApplicationObject* main = road.mainWindow();
-    if (main != nullptr && main != top)
-    {
-        if (const intptr_t answer = main->query(intptr_t(code), 0, 0))
-            return answer;
-    }
-    return road.handleCommandCode(code);
+    if (epiWindowManager* manager = app->windowManager())
+        return manager->queryFlag(intptr_t(code));
+    return app->handleCommandCode(code);
 }

@@ -40,23 +40,6 @@ struct epiMenuBar
 };
 
 /**
- * Where a menu command goes: the top window, then the main window when that is another one, then
- * the application. The window manager answers this; a window's queryFlag() is its
- * query(code, 0, 0).
- */
-class epiCommandRoad
-{
-public:
-    virtual ~epiCommandRoad() = default;
-    /** The window in front, null when none. */
-    virtual epiApplicationObject* topWindow() = 0;
-    /** The program's main window, null when none. */
-    virtual epiApplicationObject* mainWindow() = 0;
-    /** The end of the road: a command that no window took. @return 0 when not handled */
-    virtual intptr_t handleCommandCode(uint32_t code) = 0;
-};
-
-/**
  * The program's menu bar and its shortcuts, read from a menu resource:
  *
  *     <epi><content><menulist>
@@ -103,6 +86,8 @@ public:
      * @return false when the resource is missing: the bar is then empty
      */
     virtual bool load(epiResources* resources, const epiText& name);
+    /** load() from the application's resources. */
+    virtual bool load(const epiText& name);
 
     /** Builds the bar from menu text; text that isn't a menu gives an empty bar. */
     void loadText(const epiText& text);
@@ -114,13 +99,12 @@ public:
     bool codeOfId(int32_t id, uint32_t* code) const;
 
     /**
-     * A command chosen by its id goes down the road. @return the answer of the first that took
-     * it, 0 when none did or the id is unknown
+     * The command chosen by its id goes down the road of a command: the window manager's
+     * queryFlag() offers its code to the top window, the main window when that is another, then
+     * to the application's handleCommandCode(). Without a window manager the application has it.
+     * @return the answer of the first that took it; 0 when none did or the id is unknown
      */
-    intptr_t handleCommand(int32_t id, epiCommandRoad& road) const;
-
-    /** Offers `code` to the top window, the main window when it is another, then the application. */
-    static intptr_t queryFlag(epiCommandRoad& road, uint32_t code);
+    intptr_t handleCommand(int32_t id);
 
 private:
     void readList(const epiXmlChunk& list, int32_t depth, std::vector<epiMenuItem>& into);

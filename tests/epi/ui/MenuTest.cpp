@@ -2,6 +2,9 @@
 #include "epi/ui/epiMenu.h"
 
 #include "epi/epiResources.h"
+#include "epi/ui/epiApplication.h"
+#include "epi/ui/epiUbo.h"
+#include "epi/ui/epiWindowManager.h"
 #include "tests/epi/TempFolder.h"
 
 #include <gtest/gtest.h>
@@ -151,10 +154,11 @@ TEST(Menu, AMissingMenuGivesAnEmptyBar)
     }
 }
 
-class Window : public epiApplicationObject
+// A window that answers commands with a number of its own, 0 for "not mine".
+class Window : public epiUbo
 {
 public:
-    explicit Window(intptr_t answer) : answer_(answer) {}
+    Window(intptr_t answer, uint32_t name) : answer_(answer) { setName(name); }
     intptr_t query(intptr_t a, intptr_t, intptr_t) override
     {
         asked.push_back(uint32_t(a));
@@ -166,56 +170,60 @@ private:
     intptr_t answer_;
 };
 
-class Road : public epiCommandRoad
+class RoadApp : public epiWindowApplication
 {
 public:
-    epiApplicationObject* topWindow() override { return top; }
-    epiApplicationObject* mainWindow() override { return main; }
     intptr_t handleCommandCode(uint32_t code) override
     {
         asked.push_back(code);
         return 7;
     }
-    epiApplicationObject* top = nullptr;
-    epiApplicationObject* main = nullptr;
     std::vector<uint32_t> asked;
 };
 
 TEST(Menu, ACommandGoesToTheTopWindowThenTheMainWindowThenTheApplication)
 {
-    epiMenu menu;
-    menu.loadText(kBar);
     struct Row
     {
-        intptr_t topAnswer;
-        intptr_t mainAnswer;
-        bool sameWindow;
-        bool noWindows;
+        std::vector<intptr_t> windows; // oldest first; the last is on top, the first is the main one
         intptr_t result;
-        size_t topAsked, mainAsked, appAsked;
+        std::vector<size_t> windowAsked;
+        size_t appAsked;
     };
-    for (const Row& row : {Row{3, 4, false, false, 3, 1, 0, 0}, Row{0, 4, false, false, 4, 1, 1, 0},
-                           Row{0, 0, false, false, 7, 1, 1, 1}, Row{0, 0, true, false, 7, 1, 0, 1},
-                           Row{0, 0, false, true, 7, 0, 0, 1}})
+    for (const Row& row : {Row{{4, 3}, 3, {0, 1}, 0}, Row{{4, 0}, 4, {1, 1}, 0}, Row{{0, 0}, 7, {1, 1}, 1},
+                           Row{{0, 5, 0}, 7, {1, 0, 1}, 1}, Row{{0}, 7, {1}, 1}, Row{{}, 7, {}, 1}})
     {
-        Window top(row.topAnswer);
-        Window main(row.mainAnswer);
-        Road road;
-        road.top = row.noWindows ? nullptr : &top;
-        road.main = row.noWindows ? nullptr : (row.sameWindow ? &top : &main);
-        EXPECT_EQ(menu.handleCommand(10004, road), row.result);
-        EXPECT_EQ(top.asked.size(), row.topAsked);
-        EXPECT_EQ(main.asked.size(), row.mainAsked);
-        EXPECT_EQ(road.asked.size(), row.appAsked);
-        for (const std::vector<uint32_t>* asked : {&top.asked, &main.asked, &road.asked})
+        RoadApp app;
+        ASSERT_TRUE(app.start());
+        auto* menu = dynamic_cast<epiMenu*>(app.menu());
+        ASSERT_NE(menu, nullptr);
+        menu->loadText(kBar);
+        std::vector<Window*> windows;
+        for (intptr_t answer : row.windows)
         {
-            for (uint32_t code : *asked)
+            windows.push_back(new Window(answer, epiCode("wind")));
+            windows.back()->startRefCount();
+            windows.back()->setOwner(&app);
+            app.windowManager()->addWindow(windows.back());
+        }
+        EXPECT_EQ(menu->handleCommand(10004), row.result);
+        for (size_t i = 0; i < windows.size(); ++i)
+        {
+            EXPECT_EQ(windows[i]->asked.size(), row.windowAsked[i]) << i;
+            for (uint32_t code : windows[i]->asked)
                 EXPECT_EQ(code, epiCode("Quit"));
         }
+        EXPECT_EQ(app.asked, std::vector<uint32_t>(row.appAsked, epiCode("Quit")));
+        // An id that no command has goes nowhere.
+        EXPECT_EQ(menu->handleCommand(10007), 0);
+        EXPECT_EQ(app.asked.size(), row.appAsked);
+        for (Window* window : windows)
+        {
+            app.windowManager()->removeWindow(window);
+            window->release();
+        }
+        app.stop();
     }
-    Road road;
-    EXPECT_EQ(menu.handleCommand(10007, road), 0);
-    EXPECT_TRUE(road.asked.empty());
 }
 
 TEST(Keyboard, ReleasesReportThePressedKey)
