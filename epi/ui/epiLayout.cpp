@@ -437,7 +437,9 @@ void epiUiScrollableContainer::pointFromParent(const epiPoint& in, epiPoint& out
 
 void epiUiWindowBase::notifyCreated()
 {
-    if (!inManager_)
+    // Only a top-level window joins the manager: one that a layout placed inside another object
+    // stays where it is.
+    if (!inManager_ && parent_ == nullptr)
     {
         if (epiWindowManager* manager = windowManager())
         {
