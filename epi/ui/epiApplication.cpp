@@ -308,6 +308,8 @@ epiApplicationObject* epiApplication::startService(epiObject* made)
 bool epiApplication::start()
 {
     setOwner(this);
+    if (!startGraphics())
+        return false;
     resources_ = dynamic_cast<epiResources*>(startService(create(epiCode("Appl"), epiCode("Rsrc"))));
     if (resources_ == nullptr)
     {
@@ -357,6 +359,7 @@ void epiApplication::stop()
     stopService(resources);
     commands_.clearAll();
     purgeDisposed();
+    stopGraphics();
 }
 
 int32_t epiApplication::addTimer(epiApplicationObject* object, double periodSeconds, bool once, bool exact)

@@ -133,6 +133,11 @@ public:
     /** Retains `target` and queues the command; the first element starts the queue's timer. */
     void postCommand(epiApplicationObject* target, intptr_t a, intptr_t b, intptr_t c) override;
 
+    /** Starts the platform's drawing library; the neutral application has none. @return success */
+    virtual bool startGraphics() { return true; }
+    /** Shuts the drawing library down, last of all in stop(). */
+    virtual void stopGraphics() {}
+
     /** Runs the due timers; called after each message and each idle pause. */
     void pumpTimers();
 

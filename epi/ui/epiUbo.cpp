@@ -1027,11 +1027,6 @@ void epiUbo::decBroadcast()
 // ---------------------------------------------------------------------------------------------
 // Coordinates and clipping
 
-void epiUbo::offsetRect(epiRect& rect, int32_t dx, int32_t dy)
-{
-    rect.offset(dx, dy);
-}
-
 void epiUbo::pointToParent(const epiPoint& in, epiPoint& out)
 {
     out = epiPoint(in.x_ + frame_.left_, in.y_ + frame_.top_);
@@ -1268,11 +1263,6 @@ bool epiUbo::readLayoutText(const epiText& name, epiText& dest)
 
 // ---------------------------------------------------------------------------------------------
 // Drawing primitives: each step converts to the parent's coordinates; a window's surface ends it.
-
-epiUiSurface* epiUbo::surfaceOrParent()
-{
-    return ownSurface();
-}
 
 void epiUbo::fillRect(const epiRect& rect, const epiRect& clip, epiColour colour)
 {

@@ -339,10 +339,7 @@ public:
     const std::vector<std::pair<uint32_t, epiText>>& attributesRead() const { return attributesRead_; }
 
 protected:
-    /** The surface drawing call `call` in parent coordinates, or the own surface at the end. */
-    epiUiSurface* surfaceOrParent();
     epiUbo* nullChildObject();
-    static void offsetRect(epiRect& rect, int32_t dx, int32_t dy);
 
     epiUbo* parent_ = nullptr;
     epiUiBehaviour* behaviour_ = nullptr;

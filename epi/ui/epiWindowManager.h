@@ -56,6 +56,8 @@ public:
     virtual void setQuitWhenEmpty(bool flag) { quitWhenEmpty_ = flag; }
     virtual void addAnimation(epiUiTimered* object, bool restart);
     virtual void removeAnimation(epiUiTimered* object);
+    /** The manager's restartAnimation(object) stands beside the one it has as an object itself. */
+    using epiUbo::restartAnimation;
     virtual void restartAnimation(epiUiTimered* object);
     /** Gives every animating object animate(seconds since its start, count from 1). */
     virtual void animationTick();
