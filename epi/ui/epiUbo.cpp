@@ -1297,14 +1297,16 @@ void epiUbo::drawLine(int32_t x1, int32_t y1, int32_t x2, int32_t y2, epiColour 
     // Horizontal and vertical lines stay inside the object.
     if (y1 == y2)
     {
-        if (y1 < bounds_.top_ || y1 >= bounds_.bottom_)
+        if (y1 < bounds_.top_ || y1 >= bounds_.bottom_ || std::max(x1, x2) < bounds_.left_ ||
+            std::min(x1, x2) > bounds_.right_)
             return;
         x1 = std::clamp(x1, bounds_.left_, bounds_.right_);
         x2 = std::clamp(x2, bounds_.left_, bounds_.right_);
     }
     else if (x1 == x2)
     {
-        if (x1 < bounds_.left_ || x1 >= bounds_.right_)
+        if (x1 < bounds_.left_ || x1 >= bounds_.right_ || std::max(y1, y2) < bounds_.top_ ||
+            std::min(y1, y2) > bounds_.bottom_)
             return;
         y1 = std::clamp(y1, bounds_.top_, bounds_.bottom_);
         y2 = std::clamp(y2, bounds_.top_, bounds_.bottom_);

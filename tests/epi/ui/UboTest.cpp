@@ -173,4 +173,60 @@ TEST_F(Ubo, ASubscriberThatLeavesOrReleasesItselfInOnEventIsSafe)
     app.purgeDisposed();
 }
 
+/** Records what reaches the window's surface. */
+class RecordingSurface : public epiUiSurface
+{
+public:
+    void fillRect(const epiRect& rect, const epiRect&, epiColour) override { fills.push_back(rect); }
+    void frameRect(const epiRect&, const epiRect&, epiColour) override {}
+    void drawLine(int32_t x1, int32_t y1, int32_t x2, int32_t y2, epiColour) override
+    {
+        lines.push_back(epiRect(x1, y1, x2, y2));
+    }
+    void drawText(uint32_t, int32_t, const epiRect&, const epiRect&, const epiText&, epiColour) override {}
+    int32_t textWidth(uint32_t, const epiText&) override { return 0; }
+    void drawSystemText(const epiRect&, const epiRect&, const epiText&, int32_t, bool, int32_t,
+                        epiColour) override
+    {
+    }
+    void blitStretched(epiBitmap*, const epiRect&, const epiRect&, const epiRect&) override {}
+    void blitAlpha(epiBitmap*, const epiRect&, const epiRect&, const epiRect&) override {}
+    void drawShape(const epiShapeRequest&) override {}
+    std::vector<epiRect> fills;
+    std::vector<epiRect> lines;
+};
+
+TEST_F(Ubo, ALeafDrawsInItsOwnCoordinatesAndTheWindowsSurfaceGetsItsOwn)
+{
+    layout("inner.xml", "<size>50,50</size>",
+           item("ubob", "leaf", "<position>5,5</position><size>10,10</size>"));
+    layout("w.xml", "<size>200,100</size>",
+           item("iCon", "box1",
+                "<position>10,20</position><size>50,50</size>" + attrs({{"chil", "inner.xml"}})));
+    auto* window = dynamic_cast<epiUiWindowBase*>(load("w.xml", epiCode("iWin")));
+    ASSERT_NE(window, nullptr);
+    RecordingSurface surface;
+    window->setSurface(&surface);
+    epiUbo* leaf = window->childNamedIn(epiCode("box1"), epiCode("leaf"));
+    ASSERT_EQ(leaf->name(), epiCode("leaf"));
+    leaf->fillRect(epiRect(0, 0, 4, 4), leaf->bounds(), epiColour{});
+    leaf->drawLine(-100, 1, 100, 1, epiColour{}); // a horizontal line stays inside the leaf
+    leaf->drawLine(3, 50, 3, 60, epiColour{});    // and one below it is dropped
+    EXPECT_EQ(surface.fills, std::vector<epiRect>{epiRect(15, 25, 19, 29)});
+    EXPECT_EQ(surface.lines, std::vector<epiRect>{epiRect(15, 26, 25, 26)});
+    window->setSurface(nullptr);
+}
+
+TEST_F(Ubo, FormattedTextsStayWithinTheirBuffers)
+{
+    epiUbo* root = loadText("<size>100,100</size>", item("ubob", "aaaa"));
+    const std::string longWord(3000, 'x');
+    root->setChildTextf(epiCode("aaaa"), "%s-%d", longWord.c_str(), 7);
+    EXPECT_EQ(root->childAt(0)->text().size(), 999u);
+    root->formatText("%s", longWord.c_str()); // the format's length plus 1000 bytes, less the end
+    EXPECT_EQ(root->text().size(), 1001u);
+    root->formatText("<%d>", 42);
+    EXPECT_EQ(root->text(), epiText("<42>"));
+}
+
 } // namespace
