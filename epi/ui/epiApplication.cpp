@@ -116,6 +116,10 @@ epiApplication::epiApplication()
 
 epiApplication::~epiApplication()
 {
+    // An application deleted while its services run stops them first, so nothing is left behind.
+    if (windowManager_ != nullptr || resources_ != nullptr || keyboard_ != nullptr || menu_ != nullptr ||
+        clipboard_ != nullptr)
+        epiApplication::stop();
     commands_.clearAll();
     purgeDisposed();
     if (runningApplication == this)

@@ -137,12 +137,7 @@ bool epiUbo::setVisible(bool visible, bool redraw)
         if (redraw)
         {
             onVisibilityChanged();
-            // Hiding must repaint what the object covered, so the request ignores its own state.
-            if (parent_ != nullptr)
-            {
-                epiRect area = frame_;
-                parent_->invalidate(area);
-            }
+            invalidateAll();
         }
     }
     return visible_;
