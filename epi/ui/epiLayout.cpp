@@ -432,6 +432,33 @@ void epiUiScrollableContainer::pointFromParent(const epiPoint& in, epiPoint& out
     out = epiPoint(in.x_ - frame_.left_ + scroll_.x_, in.y_ - frame_.top_ + scroll_.y_);
 }
 
+epiRect epiUiScrollableContainer::visibleContent() const
+{
+    epiRect visible = bounds_;
+    visible.offset(scroll_.x_, scroll_.y_);
+    return visible;
+}
+
+void epiUiScrollableContainer::clipToVisible(epiRect& rect)
+{
+    if (!rect.intersect(visibleContent()) || parent_ == nullptr)
+        return;
+    epiRect inParent;
+    rectToParent(rect, inParent);
+    parent_->clipToVisible(inParent);
+    rectFromParent(inParent, rect);
+}
+
+void epiUiScrollableContainer::invalidateAll()
+{
+    invalidate(visibleContent());
+}
+
+void epiUiScrollableContainer::drawAll()
+{
+    draw(visibleContent());
+}
+
 // ---------------------------------------------------------------------------------------------
 // Window, neutral part
 

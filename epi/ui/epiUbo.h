@@ -405,6 +405,12 @@ public:
     void rectFromParent(const epiRect& in, epiRect& out) override;
     void pointToParent(const epiPoint& in, epiPoint& out) override;
     void pointFromParent(const epiPoint& in, epiPoint& out) override;
+    /** What shows is the part of the content at the scroll position. */
+    void clipToVisible(epiRect& rect) override;
+    void invalidateAll() override;
+    void drawAll() override;
+    /** The content's rectangle that shows now. */
+    epiRect visibleContent() const;
 
 private:
     epiPoint scroll_;

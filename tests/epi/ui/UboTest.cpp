@@ -229,4 +229,27 @@ TEST_F(Ubo, FormattedTextsStayWithinTheirBuffers)
     EXPECT_EQ(root->text(), epiText("<42>"));
 }
 
+TEST_F(Ubo, AScrolledContainerHitsAndRepaintsItsContentWhereItShows)
+{
+    layout("list.xml", "<size>50,200</size>",
+           item("tBtn", "row0", "<position>0,0</position><size>50,20</size>") +
+               item("tBtn", "row5", "<position>0,100</position><size>50,20</size>"));
+    layout(
+        "w.xml", "<size>200,100</size>",
+        item("iCos", "list", "<position>10,10</position><size>50,40</size>" + attrs({{"chil", "list.xml"}})));
+    auto* window = dynamic_cast<epiUiWindowBase*>(load("w.xml", epiCode("iWin")));
+    auto* list = dynamic_cast<epiUiScrollableContainer*>(window->childAt(0));
+    ASSERT_NE(list, nullptr);
+    list->scrollTo(0, 95);
+    window->takeDirty();
+    window->mouseDown(epiPoint(20, 20)); // content (10, 105): the sixth row
+    window->mouseUp(epiPoint(20, 20));
+    EXPECT_EQ(dynamic_cast<TestWidget*>(list->childAt(1))->hits, 1);
+    EXPECT_EQ(dynamic_cast<TestWidget*>(list->childAt(0))->hits, 0);
+    list->childAt(1)->invalidateAll(); // content y 100 to 120 shows at y 15 to 35 of the window
+    EXPECT_EQ(window->takeDirty(), epiRect(10, 15, 60, 35));
+    list->childAt(0)->invalidateAll(); // scrolled away: nothing to repaint
+    EXPECT_TRUE(window->takeDirty().isEmpty());
+}
+
 } // namespace
