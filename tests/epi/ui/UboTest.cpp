@@ -55,28 +55,28 @@ TEST_F(Ubo, SetVisibleWithThePresentValueDoesNotInvalidate)
 
 TEST_F(Ubo, HitsClimbToEveryPanelWithTheNameTheyCameThrough)
 {
-    epiUbo* root = loadText("<size>100,100</size>",
-                            item("tPan", "midl", attrs({{"chil", "inner.xml"}})) + item("tPan", "", ""));
     layout("inner.xml", "<size>10,10</size>", item("ubob", "") + item("ubob", "leaf"));
-    const epiText inner("inner.xml");
-    epiUbo* middle = root->childNamed(epiCode("midl"));
-    middle->setAttribute(epiCode("chil"), &inner);
-    auto* top = dynamic_cast<CommandPanel*>(root);
-    auto* mid = dynamic_cast<CommandPanel*>(middle);
-    ASSERT_EQ(top, nullptr); // the root is a plain container; the panels are the items
+    layout("outer.xml", "<size>100,100</size>",
+           item("tPan", "midl", attrs({{"chil", "inner.xml"}})) + item("tPan", "", ""));
+    auto* top = dynamic_cast<CommandPanel*>(load("outer.xml", epiCode("tPan")));
+    ASSERT_NE(top, nullptr);
+    auto* mid = dynamic_cast<CommandPanel*>(top->childNamed(epiCode("midl")));
     ASSERT_NE(mid, nullptr);
 
-    middle->childAt(0)->hit(); // unnamed: no command at this level, but the hit still climbs
+    mid->childAt(0)->hit(); // unnamed: no command at this level, but the hit still climbs
     EXPECT_TRUE(mid->commands.empty());
-    middle->childAt(1)->hit();
+    EXPECT_EQ(top->commands, std::vector<uint32_t>{epiCode("midl")});
+    mid->childAt(1)->hit();
     EXPECT_EQ(mid->commands, std::vector<uint32_t>{epiCode("leaf")});
     // Out-of-range indices name nothing; a panel with a parent still climbs.
     mid->onChildHit(-1);
     mid->onChildHit(99);
     EXPECT_EQ(mid->commands.size(), 1u);
-    auto* unnamed = dynamic_cast<CommandPanel*>(root->childAt(1));
+    EXPECT_EQ(top->commands.size(), 4u);
+    auto* unnamed = dynamic_cast<CommandPanel*>(top->childAt(1));
     unnamed->onChildHit(0);
     EXPECT_TRUE(unnamed->commands.empty());
+    EXPECT_EQ(top->commands.size(), 4u); // a hit of an unnamed panel names nothing above it
 }
 
 TEST_F(Ubo, PressGoesToTheTopmostVisibleHittableChildEdgesIncluded)

@@ -18,7 +18,8 @@
 #include <vector>
 
 /** A widget with a behaviour chosen by its kind: 'tBtn' button, 'tChk' check box, 'tRad' radio, 'tDrg'
- * dragger, 'tSmo' smooth dragger, 'tTrg' triggered dragger; 'tBtP' a button with a pressed image. */
+ * dragger, 'tSmo' smooth dragger, 'tTrg' triggered dragger; 'tBtP' a button with a pressed image (the check
+ * box has one too). */
 class TestWidget : public epiUbo
 {
 public:
