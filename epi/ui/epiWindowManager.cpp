@@ -93,6 +93,10 @@ void epiWindowManager::cascadeRect(epiRect& rect)
 
 epiUbo* epiWindowManager::topWindow(bool modalOnly)
 {
+    if (!modalOnly)
+        if (epiUbo* active = systemActiveWindow();
+            active != nullptr && std::find(children_.begin(), children_.end(), active) != children_.end())
+            return active;
     for (size_t i = children_.size(); i-- > 0;)
     {
         epiUbo* window = children_[i];

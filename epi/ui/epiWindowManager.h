@@ -50,8 +50,13 @@ public:
     virtual void quit();
     /** Moves `rect` to the cascade point (size kept) and steps the point on. */
     virtual void cascadeRect(epiRect& rect);
-    /** The top window: the last opened, or with `modalOnly` the last modal one; null when none. */
+    /**
+     * The top window: the system's active window when it is one of ours, else the newest in the
+     * list (bringUp() moves a window to the end); with `modalOnly` the newest modal one. Null when none.
+     */
     virtual epiUbo* topWindow(bool modalOnly);
+    /** The window the platform reports as active; the neutral manager knows none. */
+    virtual epiUbo* systemActiveWindow() { return nullptr; }
     virtual epiUbo* windowNamed(uint32_t name);
     virtual void setQuitWhenEmpty(bool flag) { quitWhenEmpty_ = flag; }
     virtual void addAnimation(epiUiTimered* object, bool restart);
