@@ -1,22 +1,42 @@
 #include "resources/EmbeddedPack.h"
 
 #include "epi/epiResourcePack.h"
+#include "epi/epiResources.h"
 
-// Placed by EmbeddedPack.S around the pack's bytes.
-extern "C" const unsigned char kv3EmbeddedPackBegin[];
-extern "C" const unsigned char kv3EmbeddedPackEnd[];
+#include <cstdio>
+
+namespace
+{
+
+struct Range
+{
+    const void* data = nullptr;
+    uint32_t size = 0;
+};
+
+Range linked()
+{
+    Range range;
+    char name[16];
+    std::snprintf(name, sizeof name, "#%d", int(epiLinkedResources::kProgramPackId));
+    epiLinkedResources::find(name, &range.data, &range.size);
+    return range;
+}
+
+} // namespace
 
 const void* EmbeddedPack::data()
 {
-    return kv3EmbeddedPackBegin;
+    return linked().data;
 }
 
 std::uint32_t EmbeddedPack::size()
 {
-    return static_cast<std::uint32_t>(kv3EmbeddedPackEnd - kv3EmbeddedPackBegin);
+    return linked().size;
 }
 
 bool EmbeddedPack::open(epiResourcePack& pack)
 {
-    return pack.openMemory(data(), size());
+    const Range range = linked();
+    return range.data != nullptr && pack.openMemory(range.data, range.size);
 }

@@ -8,7 +8,7 @@ class epiResourcePack;
 namespace EmbeddedPack
 {
 
-/** The pack's bytes, as linked. */
+/** The pack's bytes, as linked under the program's id; null and 0 when no pack is linked. */
 const void* data();
 std::uint32_t size();
 

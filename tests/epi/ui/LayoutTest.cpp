@@ -1,0 +1,172 @@
+// Layouts read into trees through the real loader and factory.
+
+#include "tests/epi/ui/UiTestSupport.h"
+
+namespace
+{
+
+using Layouts = UiFixture;
+
+struct GeometryCase
+{
+    const char* elements;
+    epiRect expected;
+};
+
+// The second item carries the elements; the first sits at (10,20) with size 30x40. What an
+// element doesn't give is kept from a new object's empty frame.
+class GeometryTable : public UiFixture, public ::testing::WithParamInterface<GeometryCase>
+{
+};
+
+TEST_P(GeometryTable, EachRowPlacesTheItem)
+{
+    epiUbo* root = loadText("<name>root</name><size>200,100</size>",
+                            item("ubob", "aaaa", "<position>10,20</position><size>30,40</size>") +
+                                item("ubob", "bbbb", GetParam().elements));
+    const epiUbo* second = root->childAt(1);
+    EXPECT_EQ(second->frame(), GetParam().expected);
+    EXPECT_EQ(second->bounds(), epiRect(0, 0, GetParam().expected.width(), GetParam().expected.height()));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Rows, GeometryTable,
+    ::testing::Values(
+        GeometryCase{"<position>5,6</position><size>7,8</size>", epiRect(5, 6, 12, 14)},
+        // relative to the previous sibling's top left
+        GeometryCase{"<relativeposition>5,6</relativeposition><size>7,8</size>", epiRect(15, 26, 22, 34)},
+        // position wins over relativeposition
+        GeometryCase{"<position>5,6</position><relativeposition>50,60</relativeposition><size>7,8</size>",
+                     epiRect(5, 6, 12, 14)},
+        GeometryCase{"<position>5,6</position>", epiRect(5, 6, 5, 6)},
+        GeometryCase{"<relativeposition>-5,6</relativeposition>", epiRect(5, 26, 5, 26)},
+        GeometryCase{"<size>7,8</size>", epiRect(0, 0, 7, 8)}, GeometryCase{"", epiRect()}));
+
+TEST_F(Layouts, RelativePositionOfAFirstChildIsFromTheOrigin)
+{
+    epiUbo* root = loadText("<position>100,100</position><size>200,100</size>",
+                            item("ubob", "aaaa", "<relativeposition>3,4</relativeposition><size>1,1</size>"));
+    EXPECT_EQ(root->childAt(0)->frame(), epiRect(3, 4, 4, 5));
+}
+
+TEST_F(Layouts, ItemsInsideAnItemAreIgnoredAndChilBringsAnotherFilesItems)
+{
+    layout("inner.xml",
+           "<name>innr</name><size>60,30</size>" + attrs({{"visi", "0"}, {"text", "not applied"}}),
+           item("ubob", "leaf", "<position>1,1</position><size>2,2</size>"));
+    epiUbo* root = loadText("<size>200,100</size>", item("iCon", "box1",
+                                                         "<position>10,10</position><size>80,40</size>" +
+                                                             attrs({{"chil", "inner.xml"}}) + "<itemslist>" +
+                                                             item("ubob", "lost") + "</itemslist>"));
+    epiUbo* box = root->childNamed(epiCode("box1"));
+    ASSERT_EQ(box->childCount(), 1);
+    EXPECT_EQ(box->childAt(0)->name(), epiCode("leaf"));
+    epiUbo* lost = box->childNamed(epiCode("lost"));
+    EXPECT_EQ(lost, box->nullChildIfMade());
+    // The other file's root gives its size as the design size, and nothing else.
+    EXPECT_EQ(box->designRect(), epiRect(0, 0, 60, 30));
+    EXPECT_EQ(box->frame(), epiRect(10, 10, 90, 50));
+    EXPECT_TRUE(box->isVisible());
+    EXPECT_TRUE(box->text().empty());
+}
+
+TEST_F(Layouts, ALaterChilReloadsAtOnce)
+{
+    layout("one.xml", "<size>10,10</size>", item("ubob", "oneA") + item("ubob", "oneB"));
+    layout("two.xml", "<size>20,20</size>", item("ubob", "twoA"));
+    epiUbo* root = loadText("<size>200,100</size>", item("iCon", "box1", attrs({{"chil", "one.xml"}})));
+    epiUbo* box = root->childNamed(epiCode("box1"));
+    ASSERT_EQ(box->childCount(), 2);
+    const epiText two("two.xml");
+    box->setAttribute(epiCode("chil"), &two);
+    ASSERT_EQ(box->childCount(), 1);
+    EXPECT_EQ(box->childAt(0)->name(), epiCode("twoA"));
+    EXPECT_EQ(box->designRect(), epiRect(0, 0, 20, 20));
+}
+
+TEST_F(Layouts, ShortAndUnknownKindsGiveWorkingPlainObjects)
+{
+    epiUbo* root = loadText("<size>200,100</size>", item("iC", "shrt", "<size>5,5</size>") +
+                                                        item("zzzz", "unkn", "<size>6,6</size>"));
+    ASSERT_EQ(root->childCount(), 2);
+    for (epiUbo* child : root->children())
+    {
+        EXPECT_EQ(child->kind(), epiCode("ubob"));
+        EXPECT_FALSE(child->vetoChild());
+        child->setVisible(false, true);
+        child->setTextChars("works");
+        EXPECT_EQ(child->text(), epiText("works"));
+    }
+}
+
+TEST_F(Layouts, ValuesReadAsOneLineAndAttributesApplyInFileOrder)
+{
+    epiUbo* root = loadText(
+        "<size>200,100</size>",
+        item("ubob", "mult",
+             attrs({{"text", "first"}, {"visi", "0"}, {"text", "two\r\n\t\tlines"}, {"visi", "1"}})) +
+            item("ubob", "lone", "<text>a\nb</text>"));
+    epiUbo* multi = root->childNamed(epiCode("mult"));
+    EXPECT_EQ(multi->text(), epiText("two lines"));
+    EXPECT_TRUE(multi->isVisible());
+    ASSERT_EQ(multi->attributesRead().size(), 4u);
+    EXPECT_EQ(multi->attributesRead()[2].second, epiText("two lines"));
+    EXPECT_EQ(root->childNamed(epiCode("lone"))->text(), epiText("a\nb"));
+}
+
+TEST_F(Layouts, WriteThenReadGivesTheSameTree)
+{
+    layout("inner.xml", "<size>60,30</size>", item("ubob", "leaf"));
+    epiUbo* root =
+        loadText("<name>wrte</name><size>200,100</size>",
+                 item("ubob", "aaaa", "<position>1,2</position><size>3,4</size><text>Hello</text>") +
+                     item("iCon", "",
+                          "<position>5,6</position><size>70,80</size>" +
+                              attrs({{"visi", "0"}, {"chil", "inner.xml"}})));
+    epiText written;
+    epiWriteLayoutFile(*root, written);
+    std::ofstream(std::string(app.resources()->media()->rootPathRef()->cstr()) + "layouts/back.xml")
+        << written;
+    epiUbo* back = load("back.xml");
+    EXPECT_EQ(back->name(), root->name());
+    ASSERT_EQ(back->childCount(), root->childCount());
+    for (int32_t i = 0; i < root->childCount(); ++i)
+    {
+        epiUbo* a = root->childAt(i);
+        epiUbo* b = back->childAt(i);
+        EXPECT_EQ(b->name(), a->name());
+        EXPECT_EQ(b->kind(), a->kind());
+        EXPECT_EQ(b->frame(), a->frame());
+        EXPECT_EQ(b->isVisible(), a->isVisible());
+        EXPECT_EQ(b->text(), a->text());
+        EXPECT_EQ(b->childCount(), a->childCount());
+    }
+}
+
+TEST_F(Layouts, ChilNamingItselfOrEachOtherEnds)
+{
+    layout("self.xml", "<size>10,10</size>", item("iCon", "loop", attrs({{"chil", "self.xml"}})));
+    layout("a.xml", "<size>10,10</size>", item("iCon", "toB_", attrs({{"chil", "b.xml"}})));
+    layout("b.xml", "<size>10,10</size>", item("iCon", "toA_", attrs({{"chil", "a.xml"}})));
+    epiUbo* self = load("self.xml");
+    ASSERT_EQ(self->childCount(), 1);
+    EXPECT_LE(self->childAt(0)->childCount(), 1);
+    epiUbo* pair = load("a.xml");
+    int depth = 0;
+    for (epiUbo* object = pair; object->childCount() > 0; object = object->childAt(0))
+        ASSERT_LT(++depth, 8);
+}
+
+TEST_F(Layouts, ARefusedItemIsGivenBack)
+{
+    // A plain object takes no children: the item is released through the application, not leaked.
+    epiUbo* root = loadText("<size>10,10</size>", item("ubob", "leaf"));
+    epiUbo* leaf = root->childAt(0);
+    const int32_t before = app.disposedCount();
+    layout("refuse.xml", "<size>10,10</size>", item("iCon", "cont"));
+    leaf->loadLayoutNamed(epiText("refuse.xml"));
+    EXPECT_EQ(leaf->childCount(), 0);
+    EXPECT_EQ(app.disposedCount(), before + 1);
+}
+
+} // namespace

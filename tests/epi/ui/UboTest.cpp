@@ -1,0 +1,255 @@
+// The UI object: lookups, the tree, hits climbing to the panel, mouse routing, anchors.
+
+#include "tests/epi/ui/UiTestSupport.h"
+
+namespace
+{
+
+using Ubo = UiFixture;
+
+TEST_F(Ubo, UnknownNamesGiveOneInertObjectWithOneMoreReferenceEachTime)
+{
+    epiUbo* root = loadText("<size>100,100</size>", item("ubob", "aaaa"));
+    epiUbo* first = root->childNamed(epiCode("none"));
+    ASSERT_NE(first, nullptr);
+    const int32_t count = first->refCount();
+    first->setVisible(true, true);
+    first->setTextChars("x");
+    first->click();
+    EXPECT_EQ(root->childAt(7), first);
+    EXPECT_EQ(root->childAt(-1), first);
+    EXPECT_EQ(first->refCount(), count + 2);
+    EXPECT_EQ(root->childCount(), 1);
+}
+
+TEST_F(Ubo, TreeEdits)
+{
+    epiUbo* root =
+        loadText("<size>100,100</size>", item("ubob", "aaaa") + item("ubob", "bbbb") + item("ubob", "cccc"));
+    epiUbo* a = root->childAt(0);
+    EXPECT_FALSE(root->addChild(a)); // already there
+    epiUbo* b = root->childAt(1);
+    b->retain();
+    ASSERT_TRUE(root->removeChild(b));
+    for (int32_t i = 0; i < root->childCount(); ++i)
+        EXPECT_EQ(root->childAt(i)->childIndex(), i);
+    EXPECT_EQ(b->parent(), nullptr);
+    EXPECT_TRUE(root->addChild(b));
+    EXPECT_EQ(b->childIndex(), 2);
+    b->release();
+}
+
+TEST_F(Ubo, SetVisibleWithThePresentValueDoesNotInvalidate)
+{
+    epiUbo* window =
+        load((layout("w.xml", "<size>100,100</size>", item("ubob", "aaaa", "<size>10,10</size>")), "w.xml"),
+             epiCode("iWin"));
+    auto* base = dynamic_cast<epiUiWindowBase*>(window);
+    ASSERT_NE(base, nullptr);
+    base->takeDirty();
+    window->childAt(0)->setVisible(true, true);
+    EXPECT_TRUE(base->takeDirty().isEmpty());
+    window->childAt(0)->setVisible(false, true);
+    EXPECT_EQ(base->takeDirty(), epiRect(0, 0, 10, 10));
+}
+
+TEST_F(Ubo, HitsClimbToEveryPanelWithTheNameTheyCameThrough)
+{
+    layout("inner.xml", "<size>10,10</size>", item("ubob", "") + item("ubob", "leaf"));
+    layout("outer.xml", "<size>100,100</size>",
+           item("tPan", "midl", attrs({{"chil", "inner.xml"}})) + item("tPan", "", ""));
+    auto* top = dynamic_cast<CommandPanel*>(load("outer.xml", epiCode("tPan")));
+    ASSERT_NE(top, nullptr);
+    auto* mid = dynamic_cast<CommandPanel*>(top->childNamed(epiCode("midl")));
+    ASSERT_NE(mid, nullptr);
+
+    mid->childAt(0)->hit(); // unnamed: no command at this level, but the hit still climbs
+    EXPECT_TRUE(mid->commands.empty());
+    EXPECT_EQ(top->commands, std::vector<uint32_t>{epiCode("midl")});
+    mid->childAt(1)->hit();
+    EXPECT_EQ(mid->commands, std::vector<uint32_t>{epiCode("leaf")});
+    // Out-of-range indices name nothing; a panel with a parent still climbs.
+    mid->onChildHit(-1);
+    mid->onChildHit(99);
+    EXPECT_EQ(mid->commands.size(), 1u);
+    EXPECT_EQ(top->commands.size(), 4u);
+    auto* unnamed = dynamic_cast<CommandPanel*>(top->childAt(1));
+    unnamed->onChildHit(0);
+    EXPECT_TRUE(unnamed->commands.empty());
+    EXPECT_EQ(top->commands.size(), 4u); // a hit of an unnamed panel names nothing above it
+}
+
+TEST_F(Ubo, PressGoesToTheTopmostVisibleHittableChildEdgesIncluded)
+{
+    epiUbo* root = loadText(
+        "<size>100,100</size>",
+        item("tBtn", "undr", "<position>0,0</position><size>50,50</size>") +
+            item("tBtn", "over", "<position>20,20</position><size>30,30</size>") +
+            item("tBtn", "hide", "<position>0,0</position><size>100,100</size>" + attrs({{"visi", "0"}})));
+    auto* under = dynamic_cast<TestWidget*>(root->childAt(0));
+    auto* over = dynamic_cast<TestWidget*>(root->childAt(1));
+    root->mouseDown(epiPoint(50, 50)); // the bottom right edge of "over"
+    root->mouseUp(epiPoint(50, 50));
+    EXPECT_EQ(over->hits, 1);
+    EXPECT_EQ(under->hits, 0);
+    root->mouseDown(epiPoint(19, 19));
+    root->mouseUp(epiPoint(19, 19));
+    EXPECT_EQ(under->hits, 1);
+}
+
+TEST_F(Ubo, ACapturedChildGetsTheReleaseOutsideItsFrame)
+{
+    epiUbo* root = loadText("<size>100,100</size>",
+                            item("tBtP", "butn", "<position>10,10</position><size>20,20</size>") +
+                                item("tBtn", "othr", "<position>60,60</position><size>20,20</size>"));
+    auto* button = dynamic_cast<TestWidget*>(root->childAt(0));
+    auto* other = dynamic_cast<TestWidget*>(root->childAt(1));
+    root->mouseDown(epiPoint(15, 15));
+    EXPECT_EQ(root->capture(), button);
+    EXPECT_TRUE(button->pressed());
+    root->mouseDragged(epiPoint(70, 70));
+    EXPECT_FALSE(button->pressed());
+    root->mouseUp(epiPoint(70, 70));
+    EXPECT_EQ(root->capture(), nullptr); // the button's behaviour had the release
+    EXPECT_EQ(other->hits, 0);
+    EXPECT_EQ(button->hits, 0); // released outside: no click
+}
+
+TEST_F(Ubo, ExclusiveHitModeOffersThePressDownTheStackUntilOneCaptures)
+{
+    epiUbo* root =
+        loadText("<size>100,100</size>" + attrs({{"exhm", "1"}}),
+                 item("tBtP", "base", "<size>100,100</size>") + item("ubob", "glas", "<size>100,100</size>"));
+    auto* button = dynamic_cast<TestWidget*>(root->childAt(0));
+    root->mouseDown(epiPoint(5, 5));
+    EXPECT_EQ(root->capture(), button);
+    root->mouseUp(epiPoint(5, 5));
+    EXPECT_EQ(button->hits, 1);
+}
+
+TEST_F(Ubo, TwoAnchorsStretchAgainstTheDesignSize)
+{
+    epiUbo* root = loadText(
+        "<size>100,80</size>",
+        item("ubob", "strt",
+             "<position>10,10</position><size>80,60</size>" + attrs({{"mgTL", "1"}, {"mgBR", "3"}})) +
+            item("ubob", "corn", "<position>90,70</position><size>5,5</size>" + attrs({{"mgTL", "3"}})));
+    root->setSize(200, 100);
+    root->relayout();
+    EXPECT_EQ(root->childAt(0)->frame(), epiRect(10, 10, 190, 90));
+    // Only its top left follows the corner: the bottom right stays where it was.
+    EXPECT_EQ(root->childAt(1)->frame(), epiRect(190, 90, 95, 75));
+}
+
+class Unsubscriber : public epiApplicationObject
+{
+public:
+    void onEvent(uint32_t code, epiApplicationObject* sender, intptr_t) override
+    {
+        ++heard;
+        sender->unsubscribe(code, this);
+        if (releaseSelf)
+            release();
+    }
+    int heard = 0;
+    bool releaseSelf = false;
+};
+
+TEST_F(Ubo, ASubscriberThatLeavesOrReleasesItselfInOnEventIsSafe)
+{
+    epiUbo* root = loadText("<size>100,100</size>", item("ubob", "aaaa"));
+    epiUbo* child = root->childAt(0);
+    Unsubscriber staying;
+    auto* leaving = new Unsubscriber();
+    leaving->startRefCount();
+    leaving->setOwner(&app);
+    leaving->releaseSelf = true;
+    child->subscribe(epiCode("iHit"), &staying, 0);
+    child->subscribe(epiCode("iHit"), leaving, 0);
+    child->hit();
+    child->hit();
+    EXPECT_EQ(staying.heard, 1);
+    EXPECT_EQ(app.disposedCount(), 1);
+    app.purgeDisposed();
+}
+
+/** Records what reaches the window's surface. */
+class RecordingSurface : public epiUiSurface
+{
+public:
+    void fillRect(const epiRect& rect, const epiRect&, epiColour) override { fills.push_back(rect); }
+    void frameRect(const epiRect&, const epiRect&, epiColour) override {}
+    void drawLine(int32_t x1, int32_t y1, int32_t x2, int32_t y2, epiColour) override
+    {
+        lines.push_back(epiRect(x1, y1, x2, y2));
+    }
+    void drawText(uint32_t, int32_t, const epiRect&, const epiRect&, const epiText&, epiColour) override {}
+    int32_t textWidth(uint32_t, const epiText&) override { return 0; }
+    void drawSystemText(const epiRect&, const epiRect&, const epiText&, int32_t, bool, int32_t,
+                        epiColour) override
+    {
+    }
+    void blitStretched(epiBitmap*, const epiRect&, const epiRect&, const epiRect&) override {}
+    void blitAlpha(epiBitmap*, const epiRect&, const epiRect&, const epiRect&) override {}
+    void drawShape(const epiShapeRequest&) override {}
+    std::vector<epiRect> fills;
+    std::vector<epiRect> lines;
+};
+
+TEST_F(Ubo, ALeafDrawsInItsOwnCoordinatesAndTheWindowsSurfaceGetsItsOwn)
+{
+    layout("inner.xml", "<size>50,50</size>",
+           item("ubob", "leaf", "<position>5,5</position><size>10,10</size>"));
+    layout("w.xml", "<size>200,100</size>",
+           item("iCon", "box1",
+                "<position>10,20</position><size>50,50</size>" + attrs({{"chil", "inner.xml"}})));
+    auto* window = dynamic_cast<epiUiWindowBase*>(load("w.xml", epiCode("iWin")));
+    ASSERT_NE(window, nullptr);
+    RecordingSurface surface;
+    window->setSurface(&surface);
+    epiUbo* leaf = window->childNamedIn(epiCode("box1"), epiCode("leaf"));
+    ASSERT_EQ(leaf->name(), epiCode("leaf"));
+    leaf->fillRect(epiRect(0, 0, 4, 4), leaf->bounds(), epiColour{});
+    leaf->drawLine(-100, 1, 100, 1, epiColour{}); // a horizontal line stays inside the leaf
+    leaf->drawLine(3, 50, 3, 60, epiColour{});    // and one below it is dropped
+    EXPECT_EQ(surface.fills, std::vector<epiRect>{epiRect(15, 25, 19, 29)});
+    EXPECT_EQ(surface.lines, std::vector<epiRect>{epiRect(15, 26, 25, 26)});
+    window->setSurface(nullptr);
+}
+
+TEST_F(Ubo, FormattedTextsStayWithinTheirBuffers)
+{
+    epiUbo* root = loadText("<size>100,100</size>", item("ubob", "aaaa"));
+    const std::string longWord(3000, 'x');
+    root->setChildTextf(epiCode("aaaa"), "%s-%d", longWord.c_str(), 7);
+    EXPECT_EQ(root->childAt(0)->text().size(), 999u);
+    root->formatText("%s", longWord.c_str()); // the format's length plus 1000 bytes, less the end
+    EXPECT_EQ(root->text().size(), 1001u);
+    root->formatText("<%d>", 42);
+    EXPECT_EQ(root->text(), epiText("<42>"));
+}
+
+TEST_F(Ubo, AScrolledContainerHitsAndRepaintsItsContentWhereItShows)
+{
+    layout("list.xml", "<size>50,200</size>",
+           item("tBtn", "row0", "<position>0,0</position><size>50,20</size>") +
+               item("tBtn", "row5", "<position>0,100</position><size>50,20</size>"));
+    layout(
+        "w.xml", "<size>200,100</size>",
+        item("iCos", "list", "<position>10,10</position><size>50,40</size>" + attrs({{"chil", "list.xml"}})));
+    auto* window = dynamic_cast<epiUiWindowBase*>(load("w.xml", epiCode("iWin")));
+    auto* list = dynamic_cast<epiUiScrollableContainer*>(window->childAt(0));
+    ASSERT_NE(list, nullptr);
+    list->scrollTo(0, 95);
+    window->takeDirty();
+    window->mouseDown(epiPoint(20, 20)); // content (10, 105): the sixth row
+    window->mouseUp(epiPoint(20, 20));
+    EXPECT_EQ(dynamic_cast<TestWidget*>(list->childAt(1))->hits, 1);
+    EXPECT_EQ(dynamic_cast<TestWidget*>(list->childAt(0))->hits, 0);
+    list->childAt(1)->invalidateAll(); // content y 100 to 120 shows at y 15 to 35 of the window
+    EXPECT_EQ(window->takeDirty(), epiRect(10, 15, 60, 35));
+    list->childAt(0)->invalidateAll(); // scrolled away: nothing to repaint
+    EXPECT_TRUE(window->takeDirty().isEmpty());
+}
+
+} // namespace
