@@ -464,8 +464,9 @@ void LiveSession::tick(const char* activity)
         if (hardware_.isRunning())
         {
             char line[160];
-            std::snprintf(line, sizeof line, "%s %.0f s, position %lld, busy %d%%", activity, secondsPlayed(),
-                          static_cast<long long>(manager_.sessionPosition()), busyShown_);
+            std::snprintf(line, sizeof line, "%s %.0f s, position %lld, busy %d%% at %u frames", activity,
+                          secondsPlayed(), static_cast<long long>(manager_.sessionPosition()), busyShown_,
+                          static_cast<unsigned>(manager_.blockSize()));
             say(line);
         }
     }

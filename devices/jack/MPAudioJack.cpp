@@ -235,6 +235,7 @@ bool MPAudioJack::request(int (*work)(jack_client_t*, void*), void* arg, int* re
     }
     // The client and its state are the helper thread's now; the next open connects afresh.
     lastError_ = "the JACK server \"" + kv3jack::serverName() + "\" does not answer";
+    active_ = false;
     client_ = nullptr;
     state_ = nullptr;
     inputPorts_.clear();
@@ -278,6 +279,7 @@ void MPAudioJack::dropClient()
     }
     client_ = nullptr;
     state_ = nullptr;
+    active_ = false;
     inputPorts_.clear();
     outputPorts_.clear();
 }
@@ -428,27 +430,6 @@ bool MPAudioJack::LoLevelOpen()
                      std::to_string(config_.sampleRate) + " Hz";
         return false;
     }
-    // The size chosen is asked for (0 keeps the server's); a server that keeps its own, or that
-    // other programs hold at theirs, runs at that, and the block size follows the server.
-    jack_nframes_t wanted = config_.bufferSize;
-    if (wanted != 0 && wanted != jack_get_buffer_size(client_))
-    {
-        int refused = 0;
-        if (!request([](jack_client_t* c, void* a)
-                     { return jack_set_buffer_size(c, *static_cast<jack_nframes_t*>(a)); },
-                     &wanted, &refused))
-        {
-            return false;
-        }
-        const auto deadline = std::chrono::steady_clock::now() + kBufferSizeWait;
-        while (refused == 0 && jack_get_buffer_size(client_) != wanted &&
-               std::chrono::steady_clock::now() < deadline)
-        {
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        }
-    }
-    blockFrames_ = jack_get_buffer_size(client_);
-    state_->frames = blockFrames_;
     state_->sampleRate = rate;
     state_->muted.store(true, std::memory_order_release);
 
@@ -511,7 +492,55 @@ bool MPAudioJack::LoLevelOpen()
         return false;
     }
     jack_on_info_shutdown(client_, shutdownThunk, state_);
+    // Active from the open on, muted until the start: PipeWire's JACK layer takes the size asked
+    // for as a quantum of this client's node, which counts only while the node runs.
+    if (!activate())
+    {
+        return false;
+    }
+    // The size chosen is asked for (0 keeps the server's); a server that keeps its own, or that
+    // other programs hold at theirs, runs at that, and the block size follows the server.
+    jack_nframes_t wanted = config_.bufferSize;
+    if (wanted != 0 && wanted != jack_get_buffer_size(client_))
+    {
+        int refused = 0;
+        if (!request([](jack_client_t* c, void* a)
+                     { return jack_set_buffer_size(c, *static_cast<jack_nframes_t*>(a)); },
+                     &wanted, &refused))
+        {
+            return false;
+        }
+        const auto deadline = std::chrono::steady_clock::now() + kBufferSizeWait;
+        while (refused == 0 && jack_get_buffer_size(client_) != wanted &&
+               std::chrono::steady_clock::now() < deadline)
+        {
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+    }
+    blockFrames_ = jack_get_buffer_size(client_);
+    state_->frames = blockFrames_;
     state_->backend.store(this, std::memory_order_seq_cst);
+    return true;
+}
+
+bool MPAudioJack::activate()
+{
+    if (active_)
+    {
+        return true;
+    }
+    int refused = 0;
+    if (!request([](jack_client_t* c, void*) { return jack_activate(c); }, nullptr, &refused))
+    {
+        return false;
+    }
+    if (refused != 0)
+    {
+        lastError_ = "the JACK server refused to activate the client";
+        dropClient();
+        return false;
+    }
+    active_ = true;
     return true;
 }
 
@@ -529,18 +558,17 @@ bool MPAudioJack::LoLevelStart()
     state_->blocks.store(0, std::memory_order_relaxed);
     state_->xruns.store(0, std::memory_order_relaxed);
     state_->resetSent.store(false, std::memory_order_relaxed);
+    if (!activate())
+    {
+        return false;
+    }
+    if (jack_get_buffer_size(client_) != blockFrames_)
+    {
+        // Changed since the open (stopped and started again): the buffers are sized for the old one.
+        lastError_ = "the JACK server's buffer size changed";
+        return false;
+    }
     state_->muted.store(false, std::memory_order_release);
-    int refused = 0;
-    if (!request([](jack_client_t* c, void*) { return jack_activate(c); }, nullptr, &refused))
-    {
-        return false;
-    }
-    if (refused != 0)
-    {
-        state_->muted.store(true, std::memory_order_release);
-        lastError_ = "the JACK server refused to activate the client";
-        return false;
-    }
     // Connections are made after activation, as JACK requires, to the ports the server has now (a
     // profile change may have taken some away since the open); a refused or missing one leaves the
     // channel silent but the device running.
@@ -618,12 +646,14 @@ void MPAudioJack::LoLevelStop()
         // The server doesn't answer: the client and its state are the helper thread's now; the
         // state may be gone at any moment and is not touched again. The next open connects afresh.
         lastError_ = "the JACK server did not answer the stop";
+        active_ = false;
         client_ = nullptr;
         state_ = nullptr;
         inputPorts_.clear();
         outputPorts_.clear();
         return;
     }
+    active_ = false;
     if (!blockStuck_ && !state_->callbackInside())
     {
         // Stopped: the server's threads may tell of a shutdown again.

@@ -81,6 +81,8 @@ private:
      * state are left to the helper thread and forgotten here. @returns false on a time-out
      */
     bool request(int (*work)(jack_client_t*, void*), void* arg, int* result);
+    /** Activates the client unless it is active; false (client dropped or given up) on refusal. */
+    bool activate();
     /** Waits, within a bound, until no callback is inside. @returns false when one still is */
     bool waitForCallbacks();
     std::vector<std::string> physicalPorts(bool capture) const;
@@ -95,6 +97,8 @@ private:
     std::string lastError_;
     /** A callback was still inside when the client was let go: see blockMayBeRunning. */
     bool blockStuck_ = false;
+    /** The client is active: from the open (muted) until a stop deactivates it. */
+    bool active_ = false;
 
     std::thread watchdog_;
     std::mutex watchdogMutex_;
