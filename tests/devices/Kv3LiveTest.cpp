@@ -269,15 +269,14 @@ protected:
 TEST_F(Kv3Live, PlaysTheProjectForTheSecondsAskedAndPrintsTheBusyLevel)
 {
     ASSERT_TRUE(server.start());
-    // The server is asked for the size chosen; that is not stored.
-    Kv3Process play(withDevice({"play", project, "--seconds", "3", "--buffer", "512"}));
+    Kv3Process play(withDevice({"play", project, "--seconds", "3"}));
     ASSERT_TRUE(play.waitForOutput("device: running", 10s)) << play.out() << play.err();
     JackPeer peer({"audio", "Korvalind 3:in_1", "Korvalind 3:out_1", "48000", peerFile, "0"});
     EXPECT_EQ(peer.wait(), 0);
     ASSERT_EQ(play.wait(20s), 0) << play.out() << play.err();
 
     EXPECT_NE(
-        play.out().find("device: running, JACK \"" + server.name() + "\", 48000 Hz, 512 frames a block"),
+        play.out().find("device: running, JACK \"" + server.name() + "\", 48000 Hz, 256 frames a block"),
         std::string::npos)
         << play.out();
     const std::regex busyLine("playing (\\d+) s, position (\\d+), busy (\\d+)%");
