@@ -34,8 +34,11 @@ struct CallbackState
     std::atomic<std::uint32_t> xruns{0};
     /** The first reset request of a start wins; relaxed, it is a one-shot latch. */
     std::atomic<bool> resetSent{false};
-    jack_nframes_t frames = 0;     ///< the block size the device was opened with
-    jack_nframes_t sampleRate = 0; ///< the rate the device was opened with
+    /** The block size and rate the device was opened with, set while the client is already
+        active (muted). Relaxed: a callback acts on them only after seeing `muted` false, which the
+        start stores with release after them. */
+    std::atomic<jack_nframes_t> frames{0};
+    std::atomic<jack_nframes_t> sampleRate{0};
 
     bool callbackInside() const
     {
@@ -106,7 +109,8 @@ int processThunk(jack_nframes_t frames, void* arg)
     Inside inside(state);
     state->blocks.fetch_add(1, std::memory_order_relaxed);
     MPAudioJack* backend = inside.backend();
-    if (backend && !state->muted.load(std::memory_order_acquire) && frames == state->frames)
+    if (backend && !state->muted.load(std::memory_order_acquire) &&
+        frames == state->frames.load(std::memory_order_relaxed))
     {
         backend->jackProcess(frames, state);
     }
@@ -125,7 +129,7 @@ int bufferSizeThunk(jack_nframes_t frames, void* arg)
     auto* state = static_cast<kv3jack::CallbackState*>(arg);
     Inside inside(state);
     MPAudioJack* backend = inside.backend();
-    if (backend && frames != state->frames)
+    if (backend && frames != state->frames.load(std::memory_order_relaxed))
     {
         backend->requestReset(state);
     }
@@ -137,7 +141,7 @@ int sampleRateThunk(jack_nframes_t rate, void* arg)
     auto* state = static_cast<kv3jack::CallbackState*>(arg);
     Inside inside(state);
     MPAudioJack* backend = inside.backend();
-    if (backend && rate != state->sampleRate)
+    if (backend && rate != state->sampleRate.load(std::memory_order_relaxed))
     {
         backend->requestReset(state);
     }
@@ -430,7 +434,7 @@ bool MPAudioJack::LoLevelOpen()
                      std::to_string(config_.sampleRate) + " Hz";
         return false;
     }
-    state_->sampleRate = rate;
+    state_->sampleRate.store(rate, std::memory_order_relaxed);
     state_->muted.store(true, std::memory_order_release);
 
     const std::vector<std::string> capture = physicalPorts(true);
@@ -518,7 +522,7 @@ bool MPAudioJack::LoLevelOpen()
         }
     }
     blockFrames_ = jack_get_buffer_size(client_);
-    state_->frames = blockFrames_;
+    state_->frames.store(blockFrames_, std::memory_order_relaxed);
     state_->backend.store(this, std::memory_order_seq_cst);
     return true;
 }
