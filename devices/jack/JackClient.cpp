@@ -166,15 +166,15 @@ jack_client_t* openClient(const char* clientName, std::string* error)
     return call->client;
 }
 
-bool callClient(jack_client_t* client, int (*work)(jack_client_t*, void*), void* workArg, int* result,
+bool callClient(jack_client_t* client, std::function<int(jack_client_t*)> work, int* result,
                 void (*lateCleanup)(void*), void* arg)
 {
     auto call = std::make_shared<BoundedCall>();
     const bool answered = runBounded(
         call, kCloseWait,
-        [client, work, workArg](BoundedCall& c)
+        [client, work](BoundedCall& c)
         {
-            const int r = work(client, workArg);
+            const int r = work(client);
             std::lock_guard<std::mutex> lock(c.mutex);
             c.result = r;
         },

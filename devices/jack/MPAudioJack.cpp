@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstring>
+#include <memory>
 #include <mutex>
 
 namespace kv3jack
@@ -179,19 +180,6 @@ std::unique_ptr<MPAudioBase> newJackBackend()
 namespace
 {
 
-struct PortRequest
-{
-    const char* name;
-    unsigned long flags;
-    jack_port_t* port = nullptr;
-};
-
-struct Connection
-{
-    const char* from;
-    const char* to;
-};
-
 } // namespace
 
 MPAudioJack::MPAudioJack() = default;
@@ -228,12 +216,16 @@ bool MPAudioJack::ensureClient()
     return true;
 }
 
-bool MPAudioJack::request(int (*work)(jack_client_t*, void*), void* arg, int* result)
+bool MPAudioJack::request(std::function<int(jack_client_t*)> work, int* result)
 {
     // Nothing enters this object while the request is in flight, so that a client given up on
-    // below can't call into it later.
+    // below can't call into it later; a callback that entered before the cut is waited for.
     state_->backend.store(nullptr, std::memory_order_seq_cst);
-    if (kv3jack::callClient(client_, work, arg, result, releaseStateThunk, state_))
+    if (!blockStuck_ && !waitForCallbacks())
+    {
+        blockStuck_ = true;
+    }
+    if (kv3jack::callClient(client_, std::move(work), result, releaseStateThunk, state_))
     {
         return true;
     }
@@ -453,24 +445,25 @@ bool MPAudioJack::LoLevelOpen()
             }
             const std::string name =
                 std::string(isInput ? "in_" : "out_") + std::to_string(routes[r].hardwareChannel + 1);
-            PortRequest port{name.c_str(), isInput ? JackPortIsInput : JackPortIsOutput};
+            // Shared with the request, which may outlive this frame on a time-out.
+            auto port = std::make_shared<jack_port_t*>(nullptr);
+            const unsigned long flags = isInput ? JackPortIsInput : JackPortIsOutput;
             if (!request(
-                    [](jack_client_t* c, void* a)
+                    [name, flags, port](jack_client_t* c)
                     {
-                        auto* p = static_cast<PortRequest*>(a);
-                        p->port = jack_port_register(c, p->name, JACK_DEFAULT_AUDIO_TYPE, p->flags, 0);
+                        *port = jack_port_register(c, name.c_str(), JACK_DEFAULT_AUDIO_TYPE, flags, 0);
                         return 0;
                     },
-                    &port, nullptr))
+                    nullptr))
             {
                 return false;
             }
-            if (!port.port)
+            if (!*port)
             {
                 lastError_ = "JACK refused the port " + name;
                 return false;
             }
-            ports.push_back(port.port);
+            ports.push_back(*port);
         }
         return true;
     };
@@ -504,13 +497,11 @@ bool MPAudioJack::LoLevelOpen()
     }
     // The size chosen is asked for (0 keeps the server's); a server that keeps its own, or that
     // other programs hold at theirs, runs at that, and the block size follows the server.
-    jack_nframes_t wanted = config_.bufferSize;
+    const jack_nframes_t wanted = config_.bufferSize;
     if (wanted != 0 && wanted != jack_get_buffer_size(client_))
     {
         int refused = 0;
-        if (!request([](jack_client_t* c, void* a)
-                     { return jack_set_buffer_size(c, *static_cast<jack_nframes_t*>(a)); },
-                     &wanted, &refused))
+        if (!request([wanted](jack_client_t* c) { return jack_set_buffer_size(c, wanted); }, &refused))
         {
             return false;
         }
@@ -534,7 +525,7 @@ bool MPAudioJack::activate()
         return true;
     }
     int refused = 0;
-    if (!request([](jack_client_t* c, void*) { return jack_activate(c); }, nullptr, &refused))
+    if (!request([](jack_client_t* c) { return jack_activate(c); }, &refused))
     {
         return false;
     }
@@ -562,6 +553,7 @@ bool MPAudioJack::LoLevelStart()
     state_->blocks.store(0, std::memory_order_relaxed);
     state_->xruns.store(0, std::memory_order_relaxed);
     state_->resetSent.store(false, std::memory_order_relaxed);
+    state_->muted.store(true, std::memory_order_release);
     if (!activate())
     {
         return false;
@@ -572,7 +564,6 @@ bool MPAudioJack::LoLevelStart()
         lastError_ = "the JACK server's buffer size changed";
         return false;
     }
-    state_->muted.store(false, std::memory_order_release);
     // Connections are made after activation, as JACK requires, to the ports the server has now (a
     // profile change may have taken some away since the open); a refused or missing one leaves the
     // channel silent but the device running.
@@ -598,18 +589,14 @@ bool MPAudioJack::LoLevelStart()
     }
     for (std::size_t i = 0; i < from.size(); ++i)
     {
-        Connection connection{from[i].c_str(), to[i].c_str()};
-        if (!request(
-                [](jack_client_t* c, void* a)
-                {
-                    auto* link = static_cast<Connection*>(a);
-                    return jack_connect(c, link->from, link->to);
-                },
-                &connection, nullptr))
+        if (!request([source = from[i], target = to[i]](jack_client_t* c)
+                     { return jack_connect(c, source.c_str(), target.c_str()); },
+                     nullptr))
         {
             return false;
         }
     }
+    state_->muted.store(false, std::memory_order_release);
     state_->backend.store(this, std::memory_order_seq_cst);
     {
         std::lock_guard<std::mutex> lock(watchdogMutex_);

@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <condition_variable>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -80,7 +81,7 @@ private:
      * One libjack request that can block, within the bounded wait. On a time-out the client and its
      * state are left to the helper thread and forgotten here. @returns false on a time-out
      */
-    bool request(int (*work)(jack_client_t*, void*), void* arg, int* result);
+    bool request(std::function<int(jack_client_t*)> work, int* result);
     /** Activates the client unless it is active; false (client dropped or given up) on refusal. */
     bool activate();
     /** Waits, within a bound, until no callback is inside. @returns false when one still is */

@@ -205,15 +205,15 @@ bool MPMidiLinux::openJackInput()
         jackState_ = nullptr;
         return false;
     };
+    // The state is the helper's on a time-out, and freed only by it.
     if (!kv3jack::callClient(
             jack_,
-            [](jack_client_t* c, void* a)
+            [state = jackState_](jack_client_t* c)
             {
-                static_cast<kv3midi::JackMidiState*>(a)->port =
-                    jack_port_register(c, "midi_in", JACK_DEFAULT_MIDI_TYPE, JackPortIsInput, 0);
+                state->port = jack_port_register(c, "midi_in", JACK_DEFAULT_MIDI_TYPE, JackPortIsInput, 0);
                 return 0;
             },
-            jackState_, nullptr, deleteStateThunk, jackState_))
+            nullptr, deleteStateThunk, jackState_))
     {
         return given();
     }
@@ -223,8 +223,8 @@ bool MPMidiLinux::openJackInput()
         refused = 1;
     }
     else if (!kv3jack::callClient(
-                 jack_, [](jack_client_t* c, void*) { return jack_activate(c); }, nullptr, &refused,
-                 deleteStateThunk, jackState_))
+                 jack_, [](jack_client_t* c) { return jack_activate(c); }, &refused, deleteStateThunk,
+                 jackState_))
     {
         return given();
     }
@@ -249,15 +249,10 @@ bool MPMidiLinux::openJackInput()
     const std::string input = jack_port_name(jackState_->port);
     for (const std::string& source : sources)
     {
-        const char* link[2] = {source.c_str(), input.c_str()};
         if (!kv3jack::callClient(
                 jack_,
-                [](jack_client_t* c, void* a)
-                {
-                    const char** l = static_cast<const char**>(a);
-                    return jack_connect(c, l[0], l[1]);
-                },
-                link, nullptr, deleteStateThunk, jackState_))
+                [source, input](jack_client_t* c) { return jack_connect(c, source.c_str(), input.c_str()); },
+                nullptr, deleteStateThunk, jackState_))
         {
             return given();
         }
