@@ -15,7 +15,7 @@ namespace
 
 // The size taken when a device lists no sizes, or lists this one among others.
 constexpr std::uint32_t kFallbackBufferSize = 2048;
-// The rate a device is opened at when it lacks the project's.
+// The rate a device that lacks the project's and offers several is opened at.
 constexpr std::uint32_t kFallbackSampleRate = 44100;
 // The hardware rows a first run tries, in order.
 constexpr int kFirstRunRows = 3;
@@ -23,6 +23,18 @@ constexpr int kFirstRunRows = 3;
 bool contains(const std::vector<std::uint32_t>& list, std::uint32_t value)
 {
     return std::find(list.begin(), list.end(), value) != list.end();
+}
+
+/** The rate a device is opened at when it lacks the project's: its own when it offers a single
+    rate (a JACK server, a fixed-rate card), else 44,100 Hz. */
+std::uint32_t replacementRate(const std::vector<std::uint32_t>& inputRates,
+                              const std::vector<std::uint32_t>& outputRates)
+{
+    if (inputRates.size() == 1 && outputRates.size() == 1 && inputRates[0] == outputRates[0])
+    {
+        return inputRates[0];
+    }
+    return kFallbackSampleRate;
 }
 
 } // namespace
@@ -104,7 +116,7 @@ bool AudioHardware::startHardware()
             bool rateReplaced = false;
             if (!contains(inputRates, projectSampleRate_) || !contains(outputRates, projectSampleRate_))
             {
-                config.sampleRate = kFallbackSampleRate;
+                config.sampleRate = replacementRate(inputRates, outputRates);
                 rateReplaced = true;
             }
 
@@ -114,17 +126,8 @@ bool AudioHardware::startHardware()
             {
                 settings.bufferSize_ = size;
                 saveSettings(settings);
-                if (manager_)
-                {
-                    manager_->setFormat(projectSampleRate_, size);
-                }
             }
             config.bufferSize = size;
-            roundTripLatency_ = inputLatency + outputLatency + 2 * size;
-            if (manager_)
-            {
-                manager_->setRecordLatency(roundTripLatency_, 0);
-            }
 
             config.inputChannels = 2;
             config.outputChannels = 2;
@@ -143,9 +146,30 @@ bool AudioHardware::startHardware()
                 }
             }
 
-            busyMeter_.setBlock(size, config.sampleRate);
-
-            started = MPAudio::open(config) && MPAudio::start();
+            if (MPAudio::open(config))
+            {
+                // The device may have granted another period than the one asked for (a server
+                // keeping its own, a card with fixed periods): the engine runs at what it got, at
+                // the rate it was opened at.
+                const std::uint32_t granted = MPAudio::blockSize() != 0 ? MPAudio::blockSize() : size;
+                if (manager_ &&
+                    (manager_->sampleRate() != config.sampleRate || manager_->blockSize() != granted))
+                {
+                    manager_->setFormat(config.sampleRate, granted);
+                }
+                busyMeter_.setBlock(granted, config.sampleRate);
+                // The round trip of a take, as the device tells it now that it runs at its period:
+                // what its input and output latencies hold, nothing added.
+                queryDevice(input, true, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, &inputLatency);
+                queryDevice(output, false, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
+                            &outputLatency);
+                roundTripLatency_ = inputLatency + outputLatency;
+                if (manager_)
+                {
+                    manager_->setRecordLatency(roundTripLatency_, 0);
+                }
+                started = MPAudio::start();
+            }
             if (started && rateReplaced && delegate_)
             {
                 delegate_->hardwareRateNotSupported();
@@ -155,6 +179,52 @@ bool AudioHardware::startHardware()
     running_ = started;
     MPMidi::open(settings_ ? settings_->midiInputDevice_.c_str() : "", nullptr);
     return running_;
+}
+
+bool AudioHardware::pointAtSystemDevice(HostSettings& settings, const char* technology, const char* device)
+{
+    if (!selectDriver(technology))
+    {
+        return false;
+    }
+    MPAudio::enumerateDevices(false);
+    const std::vector<MPAudioDevice>& outputs = MPAudio::outputDevices();
+    const std::vector<MPAudioDevice>& inputs = MPAudio::inputDevices();
+    int output = -1;
+    int input = -1;
+    if (device != nullptr)
+    {
+        MPAudio::findDevice(device, false, &output);
+        MPAudio::findDevice(device, true, &input);
+    }
+    else
+    {
+        output = outputs.empty() ? -1 : 0;
+        input = inputs.empty() ? -1 : 0;
+    }
+    if (output < 0)
+    {
+        return false;
+    }
+    settings.technology_ = technology;
+    settings.outputDevice_ = outputs[static_cast<std::size_t>(output)].name;
+    settings.inputDevice_ = input >= 0 ? inputs[static_cast<std::size_t>(input)].name : "";
+    // The first two channels each way; a device with one channel takes it for both sides.
+    auto firstTwo = [this](int index, bool isInput, epiText& left, epiText& right)
+    {
+        std::vector<MPAudioChannelName> names;
+        left = right = "";
+        if (index >= 0 &&
+            queryDevice(index, isInput, nullptr, &names, nullptr, nullptr, nullptr, nullptr, nullptr) &&
+            !names.empty())
+        {
+            left = names[0].name;
+            right = names[names.size() > 1 ? 1 : 0].name;
+        }
+    };
+    firstTwo(input, true, settings.inputLeftChannel_, settings.inputRightChannel_);
+    firstTwo(output, false, settings.outputLeftChannel_, settings.outputRightChannel_);
+    return true;
 }
 
 void AudioHardware::stopHardware()
@@ -225,7 +295,20 @@ void AudioHardware::poll()
             settings_->applyHardwareRow(row);
             started = startHardware();
         }
-        if (!started)
+        // The rows name interfaces of another system; this one's own defaults come next: the JACK
+        // server with its first ports, then ALSA's "default".
+        for (int fallback = 0; fallback < 2 && !started; ++fallback)
+        {
+            started = pointAtSystemDevice(*settings_, fallback == 0 ? "JACK" : "ALSA",
+                                          fallback == 0 ? nullptr : "default") &&
+                      startHardware();
+        }
+        if (started)
+        {
+            // Stored by whoever saves the settings next, as a device chosen in the settings panel is.
+            settings_->markDirty();
+        }
+        else
         {
             settings_->applyHardwareRow(0);
         }

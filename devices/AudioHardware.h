@@ -76,7 +76,8 @@ public:
     bool isRunning() const { return running_; }
     bool isWaiting() const { return waiting_; }
     std::int32_t waitAttempts() const { return waitAttempts_; }
-    /** Input plus output latency plus two blocks, in frames, as the last start found it. */
+    /** The round trip of a take in frames, as the last start found it: the device's input plus
+        output latency, which hold its periods. */
     std::uint32_t roundTripLatency() const { return roundTripLatency_; }
     BusyMeter& busyMeter() { return busyMeter_; }
     /** The MIDI handed to the Manager with the last block. */
@@ -112,6 +113,12 @@ protected:
 
 private:
     void enterRetryState();
+    /**
+     * Points the settings at a device of a technology with its first two channels each way: the
+     * named device, or the technology's first when `device` is null.
+     * @returns false when the technology has no such device
+     */
+    bool pointAtSystemDevice(HostSettings& settings, const char* technology, const char* device);
 
     Manager* manager_ = nullptr;
     BusyMeter busyMeter_;

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <vector>
 
 namespace
 {
@@ -35,11 +36,35 @@ bool equalsIgnoringAsciiCase(const char* a, const char* b)
 
 MPAudio::MPAudio() {}
 
+namespace
+{
+
+/** Backends that a driver thread may still be inside: never freed, and still reachable so that a
+    leak checker doesn't count them. */
+std::vector<std::unique_ptr<MPAudioBase>>& keptBackends()
+{
+    static auto* kept = new std::vector<std::unique_ptr<MPAudioBase>>;
+    return *kept;
+}
+
+void dropBackend(std::unique_ptr<MPAudioBase>& backend)
+{
+    backend->close();
+    if (backend->blockMayBeRunning())
+    {
+        // Freeing it would pull the memory from under a block that may still return into it.
+        keptBackends().push_back(std::move(backend));
+    }
+    backend.reset();
+}
+
+} // namespace
+
 MPAudio::~MPAudio()
 {
     if (backend_)
     {
-        backend_->close();
+        dropBackend(backend_);
     }
 }
 
@@ -74,8 +99,7 @@ bool MPAudio::selectDriver(int index)
 {
     if (backend_)
     {
-        backend_->close();
-        backend_.reset();
+        dropBackend(backend_);
     }
     backendIndex_ = -1;
     if (index >= 0 && index < kDriverCount)

@@ -68,6 +68,10 @@ public:
     // [ui thread, device stopped]
     virtual void setClient(MPAudioInterface* client) { client_ = client; }
 
+    /** Whether, after close, a block of the driver's thread may still be running inside this object
+        (a driver given up on): such a backend must never be freed. */
+    virtual bool blockMayBeRunning() const { return false; }
+
     /** The routing state, for tests and diagnostics. */
     std::uint32_t logicalInputs() const { return logicalInputs_; }
     std::uint32_t logicalOutputs() const { return logicalOutputs_; }

@@ -402,8 +402,10 @@ void LiveSession::hardwareWaiting()
 
 void LiveSession::hardwareRateNotSupported()
 {
-    say("device: the project's rate of " + std::to_string(document_.sampleRate) +
-        " Hz is not supported; the device runs at 44100 Hz");
+    const MPAudioBase* backend = hardware_.backend();
+    const std::uint32_t rate = backend ? backend->config().sampleRate : 0;
+    say("device: Current project sample rate is not supported by the hardware. (the project's " +
+        std::to_string(document_.sampleRate) + " Hz, the device's " + std::to_string(rate) + " Hz)");
 }
 
 void LiveSession::hardwareLost()
@@ -462,8 +464,9 @@ void LiveSession::tick(const char* activity)
         if (hardware_.isRunning())
         {
             char line[160];
-            std::snprintf(line, sizeof line, "%s %.0f s, position %lld, busy %d%%", activity, secondsPlayed(),
-                          static_cast<long long>(manager_.sessionPosition()), busyShown_);
+            std::snprintf(line, sizeof line, "%s %.0f s, position %lld, busy %d%% at %u frames", activity,
+                          secondsPlayed(), static_cast<long long>(manager_.sessionPosition()), busyShown_,
+                          static_cast<unsigned>(manager_.blockSize()));
             say(line);
         }
     }
@@ -529,9 +532,10 @@ std::string LiveSession::deviceTrouble()
     {
         return deviceName() + " doesn't answer (is it on, is its server running?)";
     }
-    // A device without the project's rate is opened at 44100 Hz; only one that has neither fails for it.
+    // A device without the project's rate is opened at its own single rate, else at 44100 Hz; only
+    // one that offers several, none of them either, fails for it.
     const auto rate = static_cast<std::uint32_t>(document_.sampleRate);
-    if (!contains(rates, rate) && !contains(rates, 44100))
+    if (rates.size() > 1 && !contains(rates, rate) && !contains(rates, 44100))
     {
         std::string offered;
         for (std::uint32_t r : rates)

@@ -6,6 +6,7 @@
 #include "devices/MPAudio.h"
 #include "devices/MPMidi.h"
 
+#include <cmath>
 #include <cstdio>
 #include <string>
 #include <vector>
@@ -23,7 +24,10 @@ const char* const kUsage =
     "a JACK server that doesn't run shows its device with no channels.\n"
     "--json prints {\"technologies\": [{\"name\", \"built\", \"devices\": [{\"name\",\n"
     "\"direction\", \"channels\", \"channel_names\", \"sample_rates\", \"buffer_sizes\",\n"
-    "\"fixed_buffer_size\", \"latency\", \"available\"}]}], \"midi_inputs\": [...]}.\n";
+    "\"fixed_buffer_size\", \"latency\", \"latency_ms\", \"available\"}], \"round_trip\":\n"
+    "{\"frames\", \"ms\"}}], \"midi_inputs\": [...]}. The round trip is what a take is placed by:\n"
+    "the first input's latency plus the first output's, where the technology tells them\n"
+    "before a device is open (JACK does, ALSA only once it runs).\n";
 
 struct DeviceReport
 {
@@ -36,6 +40,17 @@ struct DeviceReport
     std::vector<std::uint32_t> bufferSizes;
     bool fixedBufferSize = false;
     std::uint32_t latency = 0;
+
+    /** The latency in milliseconds at the device's first rate, 0 when it lists none. */
+    double latencyMs() const
+    {
+        return sampleRates.empty() ? 0.0 : milliseconds(latency, sampleRates.front());
+    }
+    static double milliseconds(std::uint32_t frames, std::uint32_t rate)
+    {
+        // To a tenth of a millisecond, as the figure is shown.
+        return std::round(static_cast<double>(frames) * 10000.0 / rate) / 10.0;
+    }
 };
 
 struct TechnologyReport
@@ -43,6 +58,19 @@ struct TechnologyReport
     std::string name;
     bool built = false;
     std::vector<DeviceReport> devices;
+
+    /** The first answering input and output device of the list, or null. */
+    const DeviceReport* first(bool input) const
+    {
+        for (const DeviceReport& device : devices)
+        {
+            if (device.input == input && device.available)
+            {
+                return &device;
+            }
+        }
+        return nullptr;
+    }
 };
 
 TechnologyReport survey(int index)
@@ -169,9 +197,21 @@ int run(const std::vector<std::string>& argv)
                 json.endArray();
                 json.key("fixed_buffer_size").value(device.fixedBufferSize);
                 json.key("latency").value(static_cast<std::int64_t>(device.latency));
+                json.key("latency_ms").value(device.latencyMs());
                 json.endObject();
             }
-            json.endArray().endObject();
+            json.endArray();
+            const DeviceReport* in = report.first(true);
+            const DeviceReport* out = report.first(false);
+            if (in && out && in->latency > 0 && out->latency > 0 && !out->sampleRates.empty())
+            {
+                const std::uint32_t frames = in->latency + out->latency;
+                json.key("round_trip").beginObject().key("frames").value(static_cast<std::int64_t>(frames));
+                json.key("ms")
+                    .value(DeviceReport::milliseconds(frames, out->sampleRates.front()))
+                    .endObject();
+            }
+            json.endObject();
         }
         json.endArray().key("midi_inputs").beginArray();
         for (const std::string& name : midiInputs)
@@ -208,7 +248,7 @@ int run(const std::vector<std::string>& argv)
             std::printf("         sample rates: %s\n", joinNumbers(device.sampleRates).c_str());
             std::printf("         buffer sizes: %s%s\n", joinNumbers(device.bufferSizes).c_str(),
                         device.fixedBufferSize ? " (fixed)" : "");
-            std::printf("         latency: %u frames\n", device.latency);
+            std::printf("         latency: %u frames (%.1f ms)\n", device.latency, device.latencyMs());
         }
     }
     std::printf("MIDI inputs\n");

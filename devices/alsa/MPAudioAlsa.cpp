@@ -5,6 +5,7 @@
 #include <pthread.h>
 #include <sched.h>
 
+#include <cerrno>
 #include <chrono>
 #include <cstring>
 
@@ -44,6 +45,22 @@ std::string hintText(void* hint, const char* id)
     std::string result = text ? text : "";
     free(text);
     return result;
+}
+
+// The rates a device is asked whether it takes.
+constexpr std::uint32_t kCommonRates[] = {22050, 44100, 48000, 88200, 96000};
+
+} // namespace
+
+std::atomic<MPAudioAlsa::Hook> MPAudioAlsa::hook_{nullptr};
+
+namespace
+{
+
+/** What the test's hook says at a point, 0 without a hook. */
+int hookSays(MPAudioAlsa::Hook hook, MPAudioAlsa::HookPoint point, bool capture)
+{
+    return hook ? hook(point, capture) : 0;
 }
 
 } // namespace
@@ -148,8 +165,13 @@ bool MPAudioAlsa::openPcm(const std::string& name, bool capture, Pcm& out)
     snd_pcm_t* raw = nullptr;
     // Non-blocking: a busy device fails the open instead of holding the interface thread, and the
     // device threads only ever block in snd_pcm_wait, with a time-out.
-    int err = snd_pcm_open(&raw, name.c_str(), capture ? SND_PCM_STREAM_CAPTURE : SND_PCM_STREAM_PLAYBACK,
+    const Hook hook = hook_.load(std::memory_order_acquire);
+    int err = hookSays(hook, HookPoint::Open, capture);
+    if (err == 0)
+    {
+        err = snd_pcm_open(&raw, name.c_str(), capture ? SND_PCM_STREAM_CAPTURE : SND_PCM_STREAM_PLAYBACK,
                            SND_PCM_NONBLOCK);
+    }
     Pcm pcm(raw);
     auto fail = [&](const char* what)
     {
@@ -174,6 +196,10 @@ bool MPAudioAlsa::openPcm(const std::string& name, bool capture, Pcm& out)
         return fail(("the rate " + std::to_string(config_.sampleRate) + " Hz refused").c_str());
     }
     snd_pcm_uframes_t period = blockFrames_;
+    if (const int granted = hookSays(hook, HookPoint::Period, capture); granted > 0)
+    {
+        period = static_cast<snd_pcm_uframes_t>(granted);
+    }
     int dir = 0;
     if ((err = snd_pcm_hw_params_set_period_size_near(pcm.get(), hw, &period, &dir)) < 0)
     {
@@ -197,6 +223,10 @@ bool MPAudioAlsa::openPcm(const std::string& name, bool capture, Pcm& out)
         }
         // The device's own period is what really runs; the buffers are sized after this.
         blockFrames_ = static_cast<std::uint32_t>(period);
+    }
+    if (!capture)
+    {
+        playbackBufferFrames_ = static_cast<std::uint32_t>(buffer);
     }
     snd_pcm_sw_params_t* sw = nullptr;
     snd_pcm_sw_params_alloca(&sw);
@@ -256,6 +286,7 @@ bool MPAudioAlsa::LoLevelOpen()
     ring_.assign(ringBytes_ / sizeof(std::int16_t), 0);
     playbackBlock_.assign(blockFrames_ * 2, 0);
     captureBlock_.assign(blockFrames_ * 2, 0);
+    silence_.assign(blockFrames_ * 2, 0);
     abandoned_ = false;
     return true;
 }
@@ -290,6 +321,7 @@ bool MPAudioAlsa::LoLevelStart()
     dropped_.store(0, std::memory_order_relaxed);
     xruns_.store(0, std::memory_order_relaxed);
     quit_.store(false, std::memory_order_relaxed);
+    lostSent_.store(false, std::memory_order_relaxed);
 
     int err = 0;
     if (playback_)
@@ -366,7 +398,7 @@ void MPAudioAlsa::LoLevelStop()
     }
 }
 
-snd_pcm_sframes_t MPAudioAlsa::waitDevice(snd_pcm_t* pcm, bool& waited)
+snd_pcm_sframes_t MPAudioAlsa::waitDevice(snd_pcm_t* pcm, bool capture, bool& waited)
 {
     const std::int64_t start = BlockPacer::nowNs();
     const int ready = snd_pcm_wait(pcm, kWaitMs);
@@ -374,17 +406,48 @@ snd_pcm_sframes_t MPAudioAlsa::waitDevice(snd_pcm_t* pcm, bool& waited)
     const std::int64_t periodNs = static_cast<std::int64_t>(blockFrames_) * 1000000000LL / config_.sampleRate;
     waited = BlockPacer::nowNs() - start > periodNs / 8;
     snd_pcm_sframes_t avail = ready > 0 ? snd_pcm_avail_update(pcm) : ready;
+    if (const int injected = hookSays(hook_.load(std::memory_order_acquire), HookPoint::Wait, capture);
+        injected < 0)
+    {
+        avail = injected;
+    }
     if (avail < 0)
     {
-        xruns_.fetch_add(1, std::memory_order_relaxed);
-        if (snd_pcm_recover(pcm, static_cast<int>(avail), 1) < 0)
-        {
-            // A device that keeps failing must not turn this loop into a spin.
-            std::this_thread::sleep_for(std::chrono::milliseconds(kWaitMs));
-        }
+        recover(pcm, capture, static_cast<int>(avail));
         return 0;
     }
     return avail;
+}
+
+void MPAudioAlsa::recover(snd_pcm_t* pcm, bool capture, int error)
+{
+    xruns_.fetch_add(1, std::memory_order_relaxed);
+    if (lostSent_.load(std::memory_order_relaxed))
+    {
+        // Reported already: the client is closing the device; the loop only waits for its quit.
+        std::this_thread::sleep_for(std::chrono::milliseconds(kWaitMs));
+        return;
+    }
+    // An xrun (-EPIPE) or a suspend (-ESTRPIPE) leaves the stream prepared but stopped.
+    int err = error == -ENODEV ? error : snd_pcm_recover(pcm, error, 1);
+    if (err >= 0 && capture)
+    {
+        err = snd_pcm_start(pcm);
+    }
+    else if (err >= 0)
+    {
+        // Playback starts again once its two halves are full.
+        for (int half = 0; half < 2 && err >= 0; ++half)
+        {
+            const snd_pcm_sframes_t written = snd_pcm_writei(pcm, silence_.data(), blockFrames_);
+            err = written < 0 ? static_cast<int>(written) : 0;
+        }
+    }
+    if (err < 0 && !lostSent_.exchange(true, std::memory_order_relaxed))
+    {
+        // Unplugged, or failing for good: the client closes and retries, as for a lost server.
+        notify(1);
+    }
 }
 
 void MPAudioAlsa::playbackLoop()
@@ -394,7 +457,7 @@ void MPAudioAlsa::playbackLoop()
     while (!quit_.load(std::memory_order_relaxed))
     {
         bool waited = false;
-        if (waitDevice(playback_.get(), waited) < static_cast<snd_pcm_sframes_t>(blockFrames_))
+        if (waitDevice(playback_.get(), false, waited) < static_cast<snd_pcm_sframes_t>(blockFrames_))
         {
             continue;
         }
@@ -415,7 +478,7 @@ void MPAudioAlsa::captureLoop()
     while (!quit_.load(std::memory_order_relaxed))
     {
         bool waited = false;
-        if (waitDevice(capture_.get(), waited) < static_cast<snd_pcm_sframes_t>(blockFrames_))
+        if (waitDevice(capture_.get(), true, waited) < static_cast<snd_pcm_sframes_t>(blockFrames_))
         {
             continue;
         }
@@ -457,8 +520,7 @@ void MPAudioAlsa::outputToPlayback()
     const snd_pcm_sframes_t written = snd_pcm_writei(playback_.get(), playbackBlock_.data(), blockFrames_);
     if (written < 0)
     {
-        xruns_.fetch_add(1, std::memory_order_relaxed);
-        snd_pcm_recover(playback_.get(), static_cast<int>(written), 1);
+        recover(playback_.get(), false, static_cast<int>(written));
     }
 }
 
@@ -467,12 +529,17 @@ void MPAudioAlsa::playbackHalf()
     if (logicalInputs_ != 0 && capture_)
     {
         const std::uint32_t read = blocksRead_.load(std::memory_order_relaxed);
-        // When no block has come the input buffers keep their last contents.
         if (read < blocksWritten_.load(std::memory_order_acquire))
         {
             inputFromCapture(ring_.data() + ringRead_ / sizeof(std::int16_t));
             ringRead_ = (ringRead_ + halfBytes_) % ringBytes_;
             blocksRead_.store(read + 1, std::memory_order_release);
+        }
+        else
+        {
+            // No block has come (capture late or restarting): silence, never the last block again,
+            // which the input gain would otherwise amplify once more every period.
+            inputFromCapture(silence_.data());
         }
     }
     runBlock();
@@ -485,8 +552,7 @@ void MPAudioAlsa::captureHalf()
     const snd_pcm_sframes_t got = snd_pcm_readi(capture_.get(), captureBlock_.data(), blockFrames_);
     if (got < 0)
     {
-        xruns_.fetch_add(1, std::memory_order_relaxed);
-        snd_pcm_recover(capture_.get(), static_cast<int>(got), 1);
+        recover(capture_.get(), true, static_cast<int>(got));
         return;
     }
     if (static_cast<std::uint32_t>(got) < blockFrames_)
@@ -503,9 +569,9 @@ void MPAudioAlsa::captureHalf()
             dropped_.fetch_add(1, std::memory_order_relaxed);
             return;
         }
-        const std::uint32_t position = (ringWrite_ + halfBytes_) % ringBytes_;
-        std::memcpy(reinterpret_cast<char*>(ring_.data()) + position, captureBlock_.data(), halfBytes_);
-        ringWrite_ = position;
+        // Into the slot the reader takes next after the ones already waiting.
+        std::memcpy(reinterpret_cast<char*>(ring_.data()) + ringWrite_, captureBlock_.data(), halfBytes_);
+        ringWrite_ = (ringWrite_ + halfBytes_) % ringBytes_;
         blocksWritten_.store(written + 1, std::memory_order_release);
     }
     else
@@ -515,4 +581,54 @@ void MPAudioAlsa::captureHalf()
         runBlock();
         blocksRun_.fetch_add(1, std::memory_order_relaxed);
     }
+}
+
+bool MPAudioAlsa::queryDevice(int device, bool isInput, std::vector<std::uint32_t>* bufferSizes,
+                              std::vector<MPAudioChannelName>* channelNames,
+                              std::vector<std::uint32_t>* sampleRates, bool* fixedBufferSize,
+                              std::uint32_t* preferredBufferSize, std::uint32_t* reserved,
+                              std::uint32_t* latency)
+{
+    const bool common = MPAudioBase::queryDevice(device, isInput, bufferSizes, channelNames, sampleRates,
+                                                 fixedBufferSize, preferredBufferSize, reserved, latency);
+    enumerateDevices(false);
+    const std::string name = pcmName(device, isInput);
+    const bool opened = !name.empty() && name == (isInput ? captureName_ : playbackName_) && open_;
+    if (sampleRates && !name.empty() && !opened)
+    {
+        // Asked of the device itself: a hardware device takes only its own rates; one that can't be
+        // opened now (busy, gone) keeps the common list.
+        snd_pcm_t* pcm = nullptr;
+        if (snd_pcm_open(&pcm, name.c_str(), isInput ? SND_PCM_STREAM_CAPTURE : SND_PCM_STREAM_PLAYBACK,
+                         SND_PCM_NONBLOCK) == 0)
+        {
+            snd_pcm_hw_params_t* hw = nullptr;
+            snd_pcm_hw_params_alloca(&hw);
+            if (snd_pcm_hw_params_any(pcm, hw) >= 0)
+            {
+                sampleRates->clear();
+                for (std::uint32_t rate : kCommonRates)
+                {
+                    if (snd_pcm_hw_params_test_rate(pcm, hw, rate, 0) == 0)
+                    {
+                        sampleRates->push_back(rate);
+                    }
+                }
+                unsigned int own = 0;
+                int dir = 0;
+                if (sampleRates->empty() && snd_pcm_hw_params_get_rate_min(hw, &own, &dir) == 0 && own > 0)
+                {
+                    sampleRates->push_back(own); // a card of one rate outside the common ones
+                }
+            }
+            snd_pcm_close(pcm);
+        }
+    }
+    if (latency && opened)
+    {
+        // What waits on the way: on capture the period being filled and, when a playback thread
+        // takes the blocks, the ring's block; on playback the whole buffer the device holds.
+        *latency = isInput ? blockFrames_ * (playback_ ? 2 : 1) : playbackBufferFrames_;
+    }
+    return common;
 }

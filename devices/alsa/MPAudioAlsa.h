@@ -16,17 +16,45 @@
  * devices the system lists ("default" first, then hardware devices by their stable names, then
  * plug-in devices). Two threads of the highest priority the system grants wait on the devices:
  * the capture thread fills a ring of four blocks, the playback thread takes a block from it, runs
- * the block and writes the result; the latency is the double buffer, two blocks each way. With no
- * playback device the capture thread runs the block itself.
+ * the block and writes the result. With no playback device the capture thread runs the block
+ * itself. An xrun or a suspend restarts the stream and goes on; an unplugged device is reported
+ * lost through `notify(1)`.
  *
  * The ring's writer is the capture thread and its reader the playback thread; when the reader
- * falls behind, captured blocks are dropped and counted.
+ * falls behind, captured blocks are dropped and counted; when the ring is empty, the block gets
+ * silence as its input.
  */
 class MPAudioAlsa : public MPAudioBase
 {
 public:
+    /** Where a test can stand in for the device: its open, each wait on it, the period it grants. */
+    enum class HookPoint
+    {
+        Open,
+        Wait,
+        Period,
+    };
+    /**
+     * A test's stand-in for what a device does: for Open and Wait, 0 or a negative error to act as
+     * if ALSA had returned it; for Period, 0 or a period in frames to take as the one the device
+     * granted. Called on the interface and device threads; it must not block.
+     */
+    using Hook = int (*)(HookPoint point, bool capture);
+
     MPAudioAlsa();
     ~MPAudioAlsa() override;
+
+    /** Installs the hook for every ALSA device of the process; null removes it. */
+    // [any thread]
+    static void setHook(Hook hook) { hook_.store(hook, std::memory_order_release); }
+
+    /** The common rates that the device really takes (a hardware device lists only its own); the
+        latency of the open device: on capture the period it may hold plus the ring's block, on
+        playback its buffer. */
+    bool queryDevice(int device, bool isInput, std::vector<std::uint32_t>* bufferSizes,
+                     std::vector<MPAudioChannelName>* channelNames, std::vector<std::uint32_t>* sampleRates,
+                     bool* fixedBufferSize, std::uint32_t* preferredBufferSize, std::uint32_t* reserved,
+                     std::uint32_t* latency) override;
 
     /** Why the last open or start failed, with ALSA's own text; empty when nothing failed. */
     const std::string& lastError() const { return lastError_; }
@@ -41,6 +69,11 @@ public:
     /** The number of device threads alive. */
     // [any thread]
     int threadCount() const { return threadCount_.load(std::memory_order_acquire); }
+    /** A device thread given up on by a stop may still come back into this object. */
+    bool blockMayBeRunning() const override
+    {
+        return abandoned_ && threadCount_.load(std::memory_order_acquire) > 0;
+    }
     /** The name of the PCM opened in a direction, empty when none. */
     const std::string& openedName(bool isInput) const { return isInput ? captureName_ : playbackName_; }
 
@@ -73,7 +106,12 @@ private:
     /** Waits on a device for at most 100 ms; recovers from an xrun. Returns frames available to
         transfer (0 on time-out or error) and whether the device made the thread wait. */
     // [audio thread]
-    snd_pcm_sframes_t waitDevice(snd_pcm_t* pcm, bool& waited);
+    snd_pcm_sframes_t waitDevice(snd_pcm_t* pcm, bool capture, bool& waited);
+    /** After an error of a stream: an xrun or a suspend restarts it (a capture stream is started
+        again, a playback stream gets its two silent halves); anything else, an unplugged device
+        above all, reports the device lost once. */
+    // [audio thread]
+    void recover(snd_pcm_t* pcm, bool capture, int error);
 
     Pcm playback_;
     Pcm capture_;
@@ -84,6 +122,8 @@ private:
     std::vector<std::int16_t> ring_;
     std::vector<std::int16_t> playbackBlock_; ///< the playback thread's transfer block
     std::vector<std::int16_t> captureBlock_;  ///< the capture thread's transfer block
+    std::vector<std::int16_t> silence_;       ///< one block of silence, the input when the ring is empty
+    std::uint32_t playbackBufferFrames_ = 0;  ///< the playback buffer the device granted
     std::uint32_t ringRead_ = 0;              ///< bytes; the playback thread's own
     std::uint32_t ringWrite_ = 0;             ///< bytes; the capture thread's own
     /** Written by the capture thread with release after filling a block, read by the playback
@@ -98,6 +138,9 @@ private:
     std::atomic<std::uint32_t> xruns_{0};
     /** Set by the interface thread to end the loops; relaxed, the loops poll it after each wait. */
     std::atomic<bool> quit_{false};
+    /** The device was reported lost in this run; relaxed, a one-shot latch between the two threads. */
+    std::atomic<bool> lostSent_{false};
+    static std::atomic<Hook> hook_;
     /** Live device threads: release on exit so that a stop that sees 0 sees everything they did. */
     std::atomic<int> threadCount_{0};
     std::thread playbackThread_;

@@ -166,6 +166,36 @@ jack_client_t* openClient(const char* clientName, std::string* error)
     return call->client;
 }
 
+bool callClient(jack_client_t* client, std::function<int(jack_client_t*)> work, int* result,
+                void (*lateCleanup)(void*), void* arg)
+{
+    auto call = std::make_shared<BoundedCall>();
+    const bool answered = runBounded(
+        call, kCloseWait,
+        [client, work](BoundedCall& c)
+        {
+            const int r = work(client);
+            std::lock_guard<std::mutex> lock(c.mutex);
+            c.result = r;
+        },
+        [client, lateCleanup, arg](BoundedCall&)
+        {
+            // Given up: no other thread touches the client any more, so it is closed here, after
+            // the request, never beside it.
+            jack_client_close(client);
+            if (lateCleanup)
+            {
+                lateCleanup(arg);
+            }
+        });
+    if (answered && result)
+    {
+        std::lock_guard<std::mutex> lock(call->mutex);
+        *result = call->result;
+    }
+    return answered;
+}
+
 bool deactivateClient(jack_client_t* client, void (*lateCleanup)(void*), void* arg)
 {
     if (!client)

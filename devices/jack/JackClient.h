@@ -3,6 +3,7 @@
 #include <jack/jack.h>
 
 #include <chrono>
+#include <functional>
 #include <string>
 
 /**
@@ -48,6 +49,20 @@ bool closeClient(jack_client_t* client, bool deactivate, void (*lateCleanup)(voi
  * @returns false when the server didn't answer and the client was given up
  */
 bool deactivateClient(jack_client_t* client, void (*lateCleanup)(void*) = nullptr, void* arg = nullptr);
+
+/**
+ * Runs one libjack request on a client within the bounded wait: a server that was frozen or hung
+ * after the open never answers `jack_port_register`, `jack_activate`, `jack_connect` or
+ * `jack_set_buffer_size`.
+ * @param work the request, owning what it reads (it may outlive the caller's frame on a time-out);
+ *        its result is written to `result` when it answers in time
+ * @param lateCleanup when the server didn't answer in time, the client is given up: once the
+ *        request finally returns on the helper thread, the helper closes the client and calls this
+ *        with `arg`. No other call may then touch the client. May be null.
+ * @returns false when the server didn't answer and the client was given up
+ */
+bool callClient(jack_client_t* client, std::function<int(jack_client_t*)> work, int* result,
+                void (*lateCleanup)(void*) = nullptr, void* arg = nullptr);
 
 /** Calls to libjack given up on and still running on their helper threads. While there are any,
     no new connection is tried. */

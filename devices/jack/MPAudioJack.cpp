@@ -3,8 +3,11 @@
 #include "devices/MPAudioBackends.h"
 #include "devices/jack/JackClient.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstring>
+#include <memory>
+#include <mutex>
 
 namespace kv3jack
 {
@@ -12,25 +15,37 @@ namespace kv3jack
 /** What the server's threads may touch. The block path runs only while `muted` is false. */
 struct CallbackState
 {
-    /** Null once the backend has given this state up; acquire/release so that a callback that
-        sees the pointer sees the backend built. */
+    /** Null while the backend may not be entered (stopped, given up, or a bounded request in
+        flight). Sequentially consistent with `entered`: a thread that nulls it and then reads
+        `entered` either sees every callback that found the backend, or the callback finds null. */
     std::atomic<MPAudioJack*> backend{nullptr};
     /** The backend's ports, kept here so that a muted callback can write silence without it. */
     std::vector<jack_port_t*> outputPorts;
     /** Set by stop, reset or an unexpected format; read at the head of each callback.
         Release on set and acquire on read, so that a callback seeing false also sees the buffers. */
     std::atomic<bool> muted{true};
-    /** Relaxed counters: read by the watchdog and by tests, never to publish data. */
-    std::atomic<std::uint32_t> callbacks{0};
-    std::atomic<std::uint32_t> xruns{0};
-    /** Callbacks that have returned: release at the end of each, acquire by the interface thread
-        once the server has stopped calling, so that everything a callback did happens before what
-        the interface thread does next (the server's own hand-off is in another process). */
+    /** Entries into any of the callbacks (sequentially consistent, see `backend`), and returns
+        from them (release at the end of each, acquire by the interface thread, so that everything
+        a callback did happens before what the interface thread does next). While they differ a
+        callback is inside: not a dead server, and nothing it may touch can be freed. */
+    std::atomic<std::uint32_t> entered{0};
     std::atomic<std::uint32_t> returned{0};
+    /** Relaxed counters: read by tests, never to publish data. */
+    std::atomic<std::uint32_t> blocks{0};
+    std::atomic<std::uint32_t> xruns{0};
     /** The first reset request of a start wins; relaxed, it is a one-shot latch. */
     std::atomic<bool> resetSent{false};
-    jack_nframes_t frames = 0;     ///< the block size the device was opened with
-    jack_nframes_t sampleRate = 0; ///< the rate the device was opened with
+    /** The block size and rate the device was opened with, set while the client is already
+        active (muted). Relaxed: a callback acts on them only after seeing `muted` false, which the
+        start stores with release after them. */
+    std::atomic<jack_nframes_t> frames{0};
+    std::atomic<jack_nframes_t> sampleRate{0};
+
+    bool callbackInside() const
+    {
+        const std::uint32_t in = entered.load(std::memory_order_seq_cst);
+        return in != returned.load(std::memory_order_acquire);
+    }
 };
 
 } // namespace kv3jack
@@ -40,26 +55,65 @@ namespace
 
 constexpr const char* kClientName = "Korvalind 3";
 // A started server that hasn't called for this long is taken as gone: PipeWire's JACK layer dies
-// without sending the shutdown callback.
+// without sending the shutdown callback. A block still in progress doesn't count as silence.
 constexpr std::chrono::milliseconds kSilenceLimit{1000};
 constexpr std::chrono::milliseconds kWatchdogPeriod{50};
+// How long a stop waits for a callback still inside (a stalled plug-in) before giving it up.
+constexpr std::chrono::milliseconds kBlockWait{1500};
+// How long an open waits for a server to take up the buffer size asked for (PipeWire's JACK layer
+// changes its quantum a moment after the request).
+constexpr std::chrono::milliseconds kBufferSizeWait{400};
 
-void requestReset(kv3jack::CallbackState* state)
+/** Counts a callback in and out, around everything it does with the state. */
+class Inside
 {
-    if (MPAudioJack* backend = state->backend.load(std::memory_order_acquire))
+public:
+    explicit Inside(kv3jack::CallbackState* state) : state_(state)
     {
-        backend->requestReset();
+        state_->entered.fetch_add(1, std::memory_order_seq_cst);
+    }
+    ~Inside() { state_->returned.fetch_add(1, std::memory_order_release); }
+    Inside(const Inside&) = delete;
+    Inside& operator=(const Inside&) = delete;
+
+    MPAudioJack* backend() const { return state_->backend.load(std::memory_order_seq_cst); }
+
+private:
+    kv3jack::CallbackState* state_;
+};
+
+/** States that a callback may still be inside of when their client was given up: never freed,
+    and still reachable so that a leak checker doesn't count them. Interface and helper threads. */
+void keepState(kv3jack::CallbackState* state)
+{
+    static std::mutex mutex;
+    static auto* kept = new std::vector<kv3jack::CallbackState*>;
+    std::lock_guard<std::mutex> lock(mutex);
+    kept->push_back(state);
+}
+
+void releaseState(kv3jack::CallbackState* state)
+{
+    if (state->callbackInside())
+    {
+        keepState(state);
+    }
+    else
+    {
+        delete state;
     }
 }
 
 int processThunk(jack_nframes_t frames, void* arg)
 {
     auto* state = static_cast<kv3jack::CallbackState*>(arg);
-    state->callbacks.fetch_add(1, std::memory_order_relaxed);
-    MPAudioJack* backend = state->backend.load(std::memory_order_acquire);
-    if (backend && !state->muted.load(std::memory_order_acquire) && frames == state->frames)
+    Inside inside(state);
+    state->blocks.fetch_add(1, std::memory_order_relaxed);
+    MPAudioJack* backend = inside.backend();
+    if (backend && !state->muted.load(std::memory_order_acquire) &&
+        frames == state->frames.load(std::memory_order_relaxed))
     {
-        backend->jackProcess(frames);
+        backend->jackProcess(frames, state);
     }
     else
     {
@@ -68,16 +122,17 @@ int processThunk(jack_nframes_t frames, void* arg)
             std::memset(jack_port_get_buffer(port, frames), 0, frames * sizeof(float));
         }
     }
-    state->returned.fetch_add(1, std::memory_order_release);
     return 0;
 }
 
 int bufferSizeThunk(jack_nframes_t frames, void* arg)
 {
     auto* state = static_cast<kv3jack::CallbackState*>(arg);
-    if (frames != state->frames)
+    Inside inside(state);
+    MPAudioJack* backend = inside.backend();
+    if (backend && frames != state->frames.load(std::memory_order_relaxed))
     {
-        requestReset(state);
+        backend->requestReset(state);
     }
     return 0;
 }
@@ -85,9 +140,11 @@ int bufferSizeThunk(jack_nframes_t frames, void* arg)
 int sampleRateThunk(jack_nframes_t rate, void* arg)
 {
     auto* state = static_cast<kv3jack::CallbackState*>(arg);
-    if (rate != state->sampleRate)
+    Inside inside(state);
+    MPAudioJack* backend = inside.backend();
+    if (backend && rate != state->sampleRate.load(std::memory_order_relaxed))
     {
-        requestReset(state);
+        backend->requestReset(state);
     }
     return 0;
 }
@@ -100,12 +157,17 @@ int xrunThunk(void* arg)
 
 void shutdownThunk(jack_status_t, const char*, void* arg)
 {
-    requestReset(static_cast<kv3jack::CallbackState*>(arg));
+    auto* state = static_cast<kv3jack::CallbackState*>(arg);
+    Inside inside(state);
+    if (MPAudioJack* backend = inside.backend())
+    {
+        backend->requestReset(state);
+    }
 }
 
-void deleteStateThunk(void* state)
+void releaseStateThunk(void* state)
 {
-    delete static_cast<kv3jack::CallbackState*>(state);
+    releaseState(static_cast<kv3jack::CallbackState*>(state));
 }
 
 } // namespace
@@ -114,6 +176,11 @@ std::unique_ptr<MPAudioBase> newJackBackend()
 {
     return std::make_unique<MPAudioJack>();
 }
+
+namespace
+{
+
+} // namespace
 
 MPAudioJack::MPAudioJack() = default;
 
@@ -125,7 +192,7 @@ MPAudioJack::~MPAudioJack()
 
 std::uint32_t MPAudioJack::callbackCount() const
 {
-    return state_ ? state_->callbacks.load(std::memory_order_relaxed) : 0;
+    return state_ ? state_->blocks.load(std::memory_order_relaxed) : 0;
 }
 
 std::uint32_t MPAudioJack::xrunCount() const
@@ -146,7 +213,43 @@ bool MPAudioJack::ensureClient()
     }
     lastError_.clear();
     state_ = new kv3jack::CallbackState;
-    state_->backend.store(this, std::memory_order_release);
+    return true;
+}
+
+bool MPAudioJack::request(std::function<int(jack_client_t*)> work, int* result)
+{
+    // Nothing enters this object while the request is in flight, so that a client given up on
+    // below can't call into it later; a callback that entered before the cut is waited for.
+    state_->backend.store(nullptr, std::memory_order_seq_cst);
+    if (!blockStuck_ && !waitForCallbacks())
+    {
+        blockStuck_ = true;
+    }
+    if (kv3jack::callClient(client_, std::move(work), result, releaseStateThunk, state_))
+    {
+        return true;
+    }
+    // The client and its state are the helper thread's now; the next open connects afresh.
+    lastError_ = "the JACK server \"" + kv3jack::serverName() + "\" does not answer";
+    active_ = false;
+    client_ = nullptr;
+    state_ = nullptr;
+    inputPorts_.clear();
+    outputPorts_.clear();
+    return false;
+}
+
+bool MPAudioJack::waitForCallbacks()
+{
+    const auto deadline = std::chrono::steady_clock::now() + kBlockWait;
+    while (state_->callbackInside())
+    {
+        if (std::chrono::steady_clock::now() >= deadline)
+        {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
     return true;
 }
 
@@ -157,17 +260,22 @@ void MPAudioJack::dropClient()
         return;
     }
     state_->muted.store(true, std::memory_order_release);
-    // Cut off from this object before the close: if the server doesn't answer, its threads may
-    // still call with `state_` until the close returns on the helper thread, which then deletes it.
-    state_->backend.store(nullptr, std::memory_order_release);
-    // Whatever the close's outcome, every callback that has returned happens before what follows.
-    state_->returned.load(std::memory_order_acquire);
-    if (kv3jack::closeClient(client_, false, deleteStateThunk, state_))
+    state_->backend.store(nullptr, std::memory_order_seq_cst);
+    // A callback that found this object before the line above may still be inside it.
+    if (!blockStuck_ && !waitForCallbacks())
     {
-        delete state_;
+        blockStuck_ = true;
+    }
+    // If the server doesn't answer, its threads may still call with the state until the close
+    // returns on the helper thread, which then releases it.
+    if (kv3jack::closeClient(client_, false, releaseStateThunk, state_))
+    {
+        blockStuck_ = blockStuck_ || state_->callbackInside();
+        releaseState(state_);
     }
     client_ = nullptr;
     state_ = nullptr;
+    active_ = false;
     inputPorts_.clear();
     outputPorts_.clear();
 }
@@ -240,7 +348,15 @@ bool MPAudioJack::queryDevice(int device, bool isInput, std::vector<std::uint32_
     const std::vector<std::string> ports = physicalPorts(isInput);
     if (bufferSizes)
     {
-        bufferSizes->push_back(frames);
+        // The server is asked for the size chosen at the open; one that keeps its own runs at that.
+        for (std::uint32_t size = kMinBufferSize; size <= kMaxBufferSize; size *= 2)
+        {
+            bufferSizes->push_back(size);
+        }
+        if (std::find(bufferSizes->begin(), bufferSizes->end(), frames) == bufferSizes->end())
+        {
+            bufferSizes->insert(bufferSizes->begin(), frames);
+        }
     }
     if (channelNames)
     {
@@ -257,7 +373,7 @@ bool MPAudioJack::queryDevice(int device, bool isInput, std::vector<std::uint32_
     }
     if (fixedBufferSize)
     {
-        *fixedBufferSize = true;
+        *fixedBufferSize = false;
     }
     if (preferredBufferSize)
     {
@@ -269,6 +385,8 @@ bool MPAudioJack::queryDevice(int device, bool isInput, std::vector<std::uint32_
     }
     if (latency)
     {
+        // The server's own figure for its physical ports, which holds its periods: the capture
+        // latency of a capture port, the playback latency of a playback port.
         *latency = 0;
         if (!ports.empty())
         {
@@ -285,6 +403,11 @@ bool MPAudioJack::queryDevice(int device, bool isInput, std::vector<std::uint32_
 
 bool MPAudioJack::LoLevelOpen()
 {
+    if (blockStuck_)
+    {
+        lastError_ = "a block of the last run never returned";
+        return false;
+    }
     const int input = resolveDevice(config_.inputDevice, true);
     const int output = resolveDevice(config_.outputDevice, false);
     if (input < 0 && output < 0)
@@ -303,10 +426,7 @@ bool MPAudioJack::LoLevelOpen()
                      std::to_string(config_.sampleRate) + " Hz";
         return false;
     }
-    // Like any callback driver, the server decides the block size; the configuration's doesn't count.
-    blockFrames_ = jack_get_buffer_size(client_);
-    state_->frames = blockFrames_;
-    state_->sampleRate = rate;
+    state_->sampleRate.store(rate, std::memory_order_relaxed);
     state_->muted.store(true, std::memory_order_release);
 
     const std::vector<std::string> capture = physicalPorts(true);
@@ -325,14 +445,25 @@ bool MPAudioJack::LoLevelOpen()
             }
             const std::string name =
                 std::string(isInput ? "in_" : "out_") + std::to_string(routes[r].hardwareChannel + 1);
-            jack_port_t* port = jack_port_register(client_, name.c_str(), JACK_DEFAULT_AUDIO_TYPE,
-                                                   isInput ? JackPortIsInput : JackPortIsOutput, 0);
-            if (!port)
+            // Shared with the request, which may outlive this frame on a time-out.
+            auto port = std::make_shared<jack_port_t*>(nullptr);
+            const unsigned long flags = isInput ? JackPortIsInput : JackPortIsOutput;
+            if (!request(
+                    [name, flags, port](jack_client_t* c)
+                    {
+                        *port = jack_port_register(c, name.c_str(), JACK_DEFAULT_AUDIO_TYPE, flags, 0);
+                        return 0;
+                    },
+                    nullptr))
+            {
+                return false;
+            }
+            if (!*port)
             {
                 lastError_ = "JACK refused the port " + name;
                 return false;
             }
-            ports.push_back(port);
+            ports.push_back(*port);
         }
         return true;
     };
@@ -340,6 +471,10 @@ bool MPAudioJack::LoLevelOpen()
         registerPorts(inputRoutes_, input >= 0 ? inputRouteCount_ : 0, true, capture.size(), inputPorts_) &&
         registerPorts(outputRoutes_, output >= 0 ? outputRouteCount_ : 0, false, playback.size(),
                       outputPorts_);
+    if (!client_)
+    {
+        return false; // given up on inside a request
+    }
     state_->outputPorts = outputPorts_;
     if (!ok || jack_set_process_callback(client_, processThunk, state_) != 0 ||
         jack_set_buffer_size_callback(client_, bufferSizeThunk, state_) != 0 ||
@@ -354,6 +489,53 @@ bool MPAudioJack::LoLevelOpen()
         return false;
     }
     jack_on_info_shutdown(client_, shutdownThunk, state_);
+    // Active from the open on, muted until the start: PipeWire's JACK layer takes the size asked
+    // for as a quantum of this client's node, which counts only while the node runs.
+    if (!activate())
+    {
+        return false;
+    }
+    // The size chosen is asked for (0 keeps the server's); a server that keeps its own, or that
+    // other programs hold at theirs, runs at that, and the block size follows the server.
+    const jack_nframes_t wanted = config_.bufferSize;
+    if (wanted != 0 && wanted != jack_get_buffer_size(client_))
+    {
+        int refused = 0;
+        if (!request([wanted](jack_client_t* c) { return jack_set_buffer_size(c, wanted); }, &refused))
+        {
+            return false;
+        }
+        const auto deadline = std::chrono::steady_clock::now() + kBufferSizeWait;
+        while (refused == 0 && jack_get_buffer_size(client_) != wanted &&
+               std::chrono::steady_clock::now() < deadline)
+        {
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+    }
+    blockFrames_ = jack_get_buffer_size(client_);
+    state_->frames.store(blockFrames_, std::memory_order_relaxed);
+    state_->backend.store(this, std::memory_order_seq_cst);
+    return true;
+}
+
+bool MPAudioJack::activate()
+{
+    if (active_)
+    {
+        return true;
+    }
+    int refused = 0;
+    if (!request([](jack_client_t* c) { return jack_activate(c); }, &refused))
+    {
+        return false;
+    }
+    if (refused != 0)
+    {
+        lastError_ = "the JACK server refused to activate the client";
+        dropClient();
+        return false;
+    }
+    active_ = true;
     return true;
 }
 
@@ -368,35 +550,59 @@ bool MPAudioJack::LoLevelStart()
     {
         return false;
     }
-    state_->callbacks.store(0, std::memory_order_relaxed);
+    state_->blocks.store(0, std::memory_order_relaxed);
     state_->xruns.store(0, std::memory_order_relaxed);
     state_->resetSent.store(false, std::memory_order_relaxed);
-    state_->muted.store(false, std::memory_order_release);
-    if (jack_activate(client_) != 0)
+    state_->muted.store(true, std::memory_order_release);
+    if (!activate())
     {
-        state_->muted.store(true, std::memory_order_release);
-        lastError_ = "the JACK server refused to activate the client";
         return false;
     }
-    // Connections are made after activation, as JACK requires; a refused one leaves the channel
-    // silent but the device running.
+    if (jack_get_buffer_size(client_) != blockFrames_)
+    {
+        // Changed since the open (stopped and started again): the buffers are sized for the old one.
+        lastError_ = "the JACK server's buffer size changed";
+        return false;
+    }
+    // Connections are made after activation, as JACK requires, to the ports the server has now (a
+    // profile change may have taken some away since the open); a refused or missing one leaves the
+    // channel silent but the device running.
     const std::vector<std::string> capture = physicalPorts(true);
     const std::vector<std::string> playback = physicalPorts(false);
+    std::vector<std::string> from;
+    std::vector<std::string> to;
     for (std::size_t r = 0; r < inputPorts_.size(); ++r)
     {
-        jack_connect(client_, capture[inputRoutes_[r].hardwareChannel].c_str(),
-                     jack_port_name(inputPorts_[r]));
+        if (inputRoutes_[r].hardwareChannel < capture.size())
+        {
+            from.push_back(capture[inputRoutes_[r].hardwareChannel]);
+            to.emplace_back(jack_port_name(inputPorts_[r]));
+        }
     }
     for (std::size_t r = 0; r < outputPorts_.size(); ++r)
     {
-        jack_connect(client_, jack_port_name(outputPorts_[r]),
-                     playback[outputRoutes_[r].hardwareChannel].c_str());
+        if (outputRoutes_[r].hardwareChannel < playback.size())
+        {
+            from.emplace_back(jack_port_name(outputPorts_[r]));
+            to.push_back(playback[outputRoutes_[r].hardwareChannel]);
+        }
     }
+    for (std::size_t i = 0; i < from.size(); ++i)
+    {
+        if (!request([source = from[i], target = to[i]](jack_client_t* c)
+                     { return jack_connect(c, source.c_str(), target.c_str()); },
+                     nullptr))
+        {
+            return false;
+        }
+    }
+    state_->muted.store(false, std::memory_order_release);
+    state_->backend.store(this, std::memory_order_seq_cst);
     {
         std::lock_guard<std::mutex> lock(watchdogMutex_);
         watchdogQuit_ = false;
     }
-    watchdog_ = std::thread([this] { watchdogLoop(); });
+    watchdog_ = std::thread([this, state = state_] { watchdogLoop(state); });
     return true;
 }
 
@@ -419,60 +625,71 @@ void MPAudioJack::LoLevelStop()
     {
         return;
     }
-    // Cut off before the call: if the server doesn't answer, the client is given up to the helper
-    // thread, whose late close deletes the state.
-    state_->backend.store(nullptr, std::memory_order_release);
-    // Callbacks that have already returned happen before this point even if the server never
-    // answers below; later ones find no backend and touch nothing of this object.
-    state_->returned.load(std::memory_order_acquire);
-    if (!kv3jack::deactivateClient(client_, deleteStateThunk, state_))
+    // Cut off before anything else; then a callback that found this object before the cut (a
+    // block stalled in a plug-in) is waited for, within a bound.
+    state_->backend.store(nullptr, std::memory_order_seq_cst);
+    if (!waitForCallbacks())
     {
-        // The server doesn't answer: the block path is muted and the client belongs to the helper
-        // thread now; the next open connects afresh.
-        // The state is the helper's too, and may be gone at any moment: it is not touched again.
+        blockStuck_ = true;
+    }
+    if (!kv3jack::deactivateClient(client_, releaseStateThunk, state_))
+    {
+        // The server doesn't answer: the client and its state are the helper thread's now; the
+        // state may be gone at any moment and is not touched again. The next open connects afresh.
         lastError_ = "the JACK server did not answer the stop";
+        active_ = false;
         client_ = nullptr;
         state_ = nullptr;
         inputPorts_.clear();
         outputPorts_.clear();
         return;
     }
-    state_->returned.load(std::memory_order_acquire);
-    state_->backend.store(this, std::memory_order_release);
+    active_ = false;
+    if (!blockStuck_ && !state_->callbackInside())
+    {
+        // Stopped: the server's threads may tell of a shutdown again.
+        state_->backend.store(this, std::memory_order_seq_cst);
+    }
 }
 
-void MPAudioJack::watchdogLoop()
+bool MPAudioJack::blockMayBeRunning() const
+{
+    return blockStuck_;
+}
+
+void MPAudioJack::watchdogLoop(kv3jack::CallbackState* state)
 {
     using Clock = std::chrono::steady_clock;
-    std::uint32_t seen = state_->callbacks.load(std::memory_order_relaxed);
+    std::uint32_t seen = state->entered.load(std::memory_order_relaxed);
     Clock::time_point lastChange = Clock::now();
     std::unique_lock<std::mutex> lock(watchdogMutex_);
     while (!watchdogWake_.wait_for(lock, kWatchdogPeriod, [this] { return watchdogQuit_; }))
     {
-        const std::uint32_t now = state_->callbacks.load(std::memory_order_relaxed);
-        if (now != seen)
+        const std::uint32_t now = state->entered.load(std::memory_order_relaxed);
+        // A block still in progress (a slow plug-in) is a live server, however long it takes.
+        if (now != seen || state->callbackInside())
         {
             seen = now;
             lastChange = Clock::now();
         }
         else if (Clock::now() - lastChange > kSilenceLimit)
         {
-            requestReset();
+            requestReset(state);
             lastChange = Clock::now();
         }
     }
 }
 
-void MPAudioJack::requestReset()
+void MPAudioJack::requestReset(kv3jack::CallbackState* state)
 {
-    if (!state_->resetSent.exchange(true, std::memory_order_relaxed))
+    if (!state->resetSent.exchange(true, std::memory_order_relaxed))
     {
-        state_->muted.store(true, std::memory_order_release);
+        state->muted.store(true, std::memory_order_release);
         notify(1);
     }
 }
 
-void MPAudioJack::jackProcess(jack_nframes_t frames)
+void MPAudioJack::jackProcess(jack_nframes_t frames, kv3jack::CallbackState* state)
 {
     for (std::size_t r = 0; r < inputPorts_.size(); ++r)
     {
@@ -480,6 +697,11 @@ void MPAudioJack::jackProcess(jack_nframes_t frames)
         std::memcpy(inputRoutes_[r].buffer, in, frames * sizeof(float));
     }
     runBlock();
+    // A block that outlasted a stop finds its client given up on: its ports are left alone.
+    if (state->backend.load(std::memory_order_seq_cst) != this)
+    {
+        return;
+    }
     for (std::size_t r = 0; r < outputPorts_.size(); ++r)
     {
         auto* out = static_cast<float*>(jack_port_get_buffer(outputPorts_[r], frames));

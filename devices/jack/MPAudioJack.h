@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <condition_variable>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -49,12 +50,20 @@ public:
     // [any thread]
     std::uint32_t xrunCount() const;
 
+    /** Sizes offered to the open, which asks the server for the one chosen. */
+    static constexpr std::uint32_t kMinBufferSize = 16;
+    static constexpr std::uint32_t kMaxBufferSize = 8192;
+
+    /** A callback of the last run never returned (a block stalled past the stop's wait): nothing
+        it may touch is freed, so this object must not be. */
+    bool blockMayBeRunning() const override;
+
     /** The block path, called by the process thunk. */
     // [audio thread]
-    void jackProcess(jack_nframes_t frames);
+    void jackProcess(jack_nframes_t frames, kv3jack::CallbackState* state);
     /** Asks the client for a reset once per start: mutes the block path and calls `notify(1)`. */
     // [any thread]
-    void requestReset();
+    void requestReset(kv3jack::CallbackState* state);
 
 protected:
     bool LoLevelOpen() override;
@@ -68,8 +77,17 @@ private:
     bool ensureClient();
     /** Closes the connection within a bounded wait. */
     void dropClient();
+    /**
+     * One libjack request that can block, within the bounded wait. On a time-out the client and its
+     * state are left to the helper thread and forgotten here. @returns false on a time-out
+     */
+    bool request(std::function<int(jack_client_t*)> work, int* result);
+    /** Activates the client unless it is active; false (client dropped or given up) on refusal. */
+    bool activate();
+    /** Waits, within a bound, until no callback is inside. @returns false when one still is */
+    bool waitForCallbacks();
     std::vector<std::string> physicalPorts(bool capture) const;
-    void watchdogLoop();
+    void watchdogLoop(kv3jack::CallbackState* state);
 
     jack_client_t* client_ = nullptr;
     /** Shared with the server's threads; deleted with the client, or left behind if the server
@@ -78,6 +96,10 @@ private:
     std::vector<jack_port_t*> inputPorts_;  ///< one per input route, in route order
     std::vector<jack_port_t*> outputPorts_; ///< one per output route, in route order
     std::string lastError_;
+    /** A callback was still inside when the client was let go: see blockMayBeRunning. */
+    bool blockStuck_ = false;
+    /** The client is active: from the open (muted) until a stop deactivates it. */
+    bool active_ = false;
 
     std::thread watchdog_;
     std::mutex watchdogMutex_;

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cstring>
+#include <string>
 #include <vector>
 
 namespace kv3midi
@@ -195,10 +196,39 @@ bool MPMidiLinux::openJackInput()
         return false;
     }
     jackState_ = new kv3midi::JackMidiState;
-    jackState_->port = jack_port_register(jack_, "midi_in", JACK_DEFAULT_MIDI_TYPE, JackPortIsInput, 0);
-    jackState_->owner.store(this, std::memory_order_release);
-    if (!jackState_->port || jack_set_process_callback(jack_, jackMidiThunk, jackState_) != 0 ||
-        jack_activate(jack_) != 0)
+    // Each request that can block runs within the bounded wait; a server that doesn't answer one
+    // takes the client and the state with it to the helper thread, which closes and frees them.
+    auto given = [this]
+    {
+        lastError_ = "the JACK server \"" + kv3jack::serverName() + "\" does not answer";
+        jack_ = nullptr;
+        jackState_ = nullptr;
+        return false;
+    };
+    // The state is the helper's on a time-out, and freed only by it.
+    if (!kv3jack::callClient(
+            jack_,
+            [state = jackState_](jack_client_t* c)
+            {
+                state->port = jack_port_register(c, "midi_in", JACK_DEFAULT_MIDI_TYPE, JackPortIsInput, 0);
+                return 0;
+            },
+            nullptr, deleteStateThunk, jackState_))
+    {
+        return given();
+    }
+    int refused = 0;
+    if (!jackState_->port || jack_set_process_callback(jack_, jackMidiThunk, jackState_) != 0)
+    {
+        refused = 1;
+    }
+    else if (!kv3jack::callClient(
+                 jack_, [](jack_client_t* c) { return jack_activate(c); }, &refused, deleteStateThunk,
+                 jackState_))
+    {
+        return given();
+    }
+    if (refused != 0)
     {
         lastError_ = "the JACK server refused the MIDI input";
         LoLevelClose();
@@ -206,15 +236,29 @@ bool MPMidiLinux::openJackInput()
     }
     // Every MIDI source the server has in hardware plays into the input; other programs connect
     // themselves.
-    if (const char** sources =
+    std::vector<std::string> sources;
+    if (const char** ports =
             jack_get_ports(jack_, nullptr, JACK_DEFAULT_MIDI_TYPE, JackPortIsPhysical | JackPortIsOutput))
     {
-        for (const char** s = sources; *s; ++s)
+        for (const char** p = ports; *p; ++p)
         {
-            jack_connect(jack_, *s, jack_port_name(jackState_->port));
+            sources.emplace_back(*p);
         }
-        jack_free(sources);
+        jack_free(ports);
     }
+    const std::string input = jack_port_name(jackState_->port);
+    for (const std::string& source : sources)
+    {
+        if (!kv3jack::callClient(
+                jack_,
+                [source, input](jack_client_t* c) { return jack_connect(c, source.c_str(), input.c_str()); },
+                nullptr, deleteStateThunk, jackState_))
+        {
+            return given();
+        }
+    }
+    // Only now does the callback reach this object: a client given up on above never did.
+    jackState_->owner.store(this, std::memory_order_release);
     return true;
 }
 

@@ -2,6 +2,7 @@
 #include "tests/devices/JackTestServer.h"
 
 #include "devices/AudioHardware.h"
+#include "devices/alsa/MPAudioAlsa.h"
 #include "engine/Manager.h"
 #include "host/settings/HostSettings.h"
 
@@ -380,10 +381,11 @@ TEST(AudioHardwareStates, RetriesOnceASecondAndTellsTheUserOnceAtTheFifthAttempt
     EXPECT_EQ(log.count('L'), 2) << "waitForHardware starts a new run";
 }
 
-TEST(AudioHardwareStates, FirstRunTriesTheThreeRowsThenLeavesRowZero)
+TEST(AudioHardwareStates, FirstRunTriesTheThreeRowsAndTheSystemsDevicesThenLeavesRowZero)
 {
     SettingsFolder folder;
-    JackTestServer server; // no server: none of the rows can start
+    AlsaNullConfig alsa(folder.dir()); // no "default" device
+    JackTestServer server;             // no server: none of the rows can start, nor JACK
     HostSettings settings;
     ASSERT_FALSE(settings.load()) << "nothing stored yet";
     ASSERT_TRUE(settings.isFirstRun());
@@ -402,12 +404,13 @@ TEST(AudioHardwareStates, FirstRunTriesTheThreeRowsThenLeavesRowZero)
     hardware.waitForHardware();
     hardware.now += 1.01;
     hardware.poll();
-    EXPECT_EQ(hardware.startsWithDevice, (std::vector<std::string>{row0, row1, row2}));
+    EXPECT_EQ(hardware.startsWithDevice, (std::vector<std::string>{row0, row1, row2, server.name()}))
+        << "then the JACK server";
     EXPECT_EQ(std::string(settings.inputDevice_.c_str()), row0) << "row 0 is left in the settings";
     EXPECT_TRUE(settings.isFirstRun());
     hardware.now += 1.01;
     hardware.poll();
-    EXPECT_EQ(hardware.startsWithDevice.size(), 6u) << "and the rows are tried again a second later";
+    EXPECT_EQ(hardware.startsWithDevice.size(), 8u) << "and all is tried again a second later";
 }
 
 TEST(AudioHardwareStart, ARateTheDeviceLacksOpensAt44100AndSaysSo)
@@ -428,7 +431,7 @@ TEST(AudioHardwareStart, ARateTheDeviceLacksOpensAt44100AndSaysSo)
     // The common list of a technology that tells nothing holds 2048 but not 333.
     EXPECT_EQ(settings.bufferSize_, 2048u);
     EXPECT_EQ(manager.blockSize(), 2048u) << "the Manager hears of the new size";
-    EXPECT_EQ(manager.sampleRate(), 32000u) << "but the engine is not told of the replaced rate";
+    EXPECT_EQ(manager.sampleRate(), 44100u) << "the engine runs at the device's rate";
     HostSettings reloaded;
     ASSERT_TRUE(reloaded.load());
     EXPECT_EQ(reloaded.bufferSize_, 2048u) << "the new size is stored at once";
@@ -442,12 +445,12 @@ TEST(AudioHardwareStart, ARateTheDeviceLacksOpensAt44100AndSaysSo)
     hardware.stopHardware();
 }
 
-TEST(AudioHardwareJack, BringsTheEngineUpAndBlocksArriveAtTheServersPeriod)
+TEST(AudioHardwareJack, BringsTheEngineUpAndBlocksArriveAtTheSizeAsked)
 {
     SettingsFolder folder;
-    JackTestServer server(48000, 256);
+    JackTestServer server(48000, 512);
     ASSERT_TRUE(server.start());
-    HostSettings settings = jackSettings(server, 2048);
+    HostSettings settings = jackSettings(server, 256);
     AudioHardware hardware;
     Manager manager;
     manager.setFormat(48000, 2048);
@@ -461,9 +464,10 @@ TEST(AudioHardwareJack, BringsTheEngineUpAndBlocksArriveAtTheServersPeriod)
         hardware, [&] { return hardware.isRunning(); }, 3s))
         << log.calls;
     EXPECT_EQ(log.calls, "SWR");
-    EXPECT_EQ(settings.bufferSize_, 256u) << "the server's size replaces the stored one";
-    EXPECT_EQ(manager.blockSize(), 256u);
-    EXPECT_EQ(hardware.roundTripLatency(), 256u + 512u + 2u * 256u);
+    EXPECT_EQ(settings.bufferSize_, 256u);
+    EXPECT_EQ(manager.blockSize(), 256u) << "the server is asked for the stored size";
+    // The dummy driver's capture latency is one period, its playback latency two.
+    EXPECT_EQ(hardware.roundTripLatency(), 3u * 256u) << "JACK's own latencies, nothing added";
 
     const std::uint32_t before = manager.blockCount();
     const auto t0 = Clock::now();
@@ -642,4 +646,131 @@ TEST(AudioHardwareJack, AResetAskedForWhileWaitingRestartsOnceMore)
     hardware.poll();
     EXPECT_TRUE(hardware.isRunning()) << "the request was taken once";
     hardware.stopHardware();
+}
+
+// The counts were signed and ran past their limit after 2^31 events.
+TEST(AudioHardwareMidi, CountsStartedNearTheirLimitKeepOrderAndLoseNothing)
+{
+    Korvalind3Host::MidiEventQueue queue(Korvalind3Host::MidiEventQueue::kWrap - 1500);
+    std::uint32_t sent = 0;
+    std::uint32_t received = 0;
+    for (int round = 0; round < 4; ++round)
+    {
+        while (queue.push(MidiEvent{0, sent}))
+        {
+            ++sent;
+        }
+        MidiEvent event;
+        while (queue.pop(event))
+        {
+            ASSERT_EQ(event.message, received++);
+        }
+    }
+    EXPECT_EQ(sent, 4u * (Korvalind3Host::MidiEventQueue::kSize - 1))
+        << "a full ring every round, across the wrap";
+    EXPECT_EQ(received, sent);
+    EXPECT_EQ(queue.dropped(), 4u);
+}
+
+// A first run tried only the rows, which name interfaces of another system, and never found a device.
+TEST(AudioHardwareStates, AFirstRunFindsTheJackServerElseAlsaDefault)
+{
+    SettingsFolder folder;
+    const fs::path conf = folder.dir() / "asound.conf";
+    std::ofstream(conf) << "pcm.!default { type null }\n";
+    setenv("ALSA_CONFIG_PATH", conf.c_str(), 1);
+    JackTestServer server(48000, 256);
+    for (const bool withServer : {true, false})
+    {
+        SCOPED_TRACE(withServer ? "with a JACK server" : "without one");
+        if (withServer)
+        {
+            ASSERT_TRUE(server.start());
+        }
+        else
+        {
+            server.stop();
+        }
+        HostSettings settings;
+        ASSERT_FALSE(settings.load());
+        AudioHardware hardware;
+        Manager manager;
+        manager.setFormat(44100, 128);
+        hardware.setManager(&manager);
+        hardware.setSettings(&settings);
+        hardware.setProjectSampleRate(44100);
+        const auto t0 = Clock::now();
+        hardware.waitForHardware();
+        ASSERT_TRUE(pollUntil(
+            hardware, [&] { return hardware.isRunning(); }, 3s));
+        EXPECT_LT(Clock::now() - t0, 3s);
+        EXPECT_EQ(MPAudio::driverIndex(settings.technology_.c_str()), withServer ? 1 : 0);
+        EXPECT_STREQ(settings.outputLeftChannel_.c_str(), withServer ? "system:playback_1" : "Left");
+        EXPECT_STREQ(settings.outputDevice_.c_str(), withServer ? server.name().c_str() : "default");
+        EXPECT_EQ(manager.sampleRate(), withServer ? 48000u : 44100u) << "at the server's own rate";
+        hardware.stopHardware();
+    }
+}
+
+namespace
+{
+
+// The hook's device: unplugged (every open and wait fails with -ENODEV) while set; the period it grants.
+std::atomic<bool> gUnplugged{false};
+std::atomic<int> gGrantedPeriod{0};
+
+int fakeCard(MPAudioAlsa::HookPoint point, bool)
+{
+    if (point == MPAudioAlsa::HookPoint::Period)
+    {
+        return gGrantedPeriod.load();
+    }
+    return gUnplugged.load() ? -ENODEV : 0;
+}
+
+} // namespace
+
+// An unplugged card looped on -ENODEV for ever with no retry and no warning, and a period the card
+// imposed never reached the engine.
+TEST(AudioHardwareAlsa, AnUnpluggedCardIsRetriedAndLostOnceAndAGrantedPeriodRunsTheEngine)
+{
+    SettingsFolder folder;
+    AlsaNullConfig alsa(folder.dir());
+    HostSettings settings = storedSettings("ALSA", "kvnull", "Left", "Right", "Left", "Right", 128);
+    gGrantedPeriod = 512;
+    gUnplugged = false;
+    MPAudioAlsa::setHook(fakeCard);
+    TestHardware hardware;
+    Manager manager;
+    manager.setFormat(48000, 128);
+    hardware.setManager(&manager);
+    hardware.setSettings(&settings);
+    hardware.setProjectSampleRate(48000);
+    DelegateLog log;
+    hardware.setDelegate(&log);
+    hardware.waitForHardware();
+    hardware.now += 1.01;
+    hardware.poll();
+    ASSERT_TRUE(hardware.isRunning());
+    EXPECT_EQ(manager.blockSize(), 512u) << "the engine runs at the period granted";
+    const std::uint32_t before = manager.blockCount();
+    std::this_thread::sleep_for(200ms);
+    EXPECT_GT(manager.blockCount(), before + 5);
+
+    gUnplugged = true;
+    ASSERT_TRUE(pollUntil(
+        hardware, [&] { return hardware.isWaiting(); }, 2s));
+    for (int attempt = 0; attempt < 6; ++attempt)
+    {
+        hardware.now += 1.01;
+        hardware.poll();
+    }
+    EXPECT_FALSE(hardware.isRunning());
+    EXPECT_EQ(std::count(log.calls.begin(), log.calls.end(), 'L'), 1) << log.calls;
+    gUnplugged = false;
+    hardware.now += 1.01;
+    hardware.poll();
+    EXPECT_TRUE(hardware.isRunning()) << "plugged in again, it comes back";
+    hardware.stopHardware();
+    MPAudioAlsa::setHook(nullptr);
 }

@@ -8,6 +8,8 @@
 //   kv3_jack_peer midi TO_PORT COUNT
 //       sends COUNT notes (status 0x90 | i % 16, note i, velocity 64), a clock byte before every
 //       seventh and a system exclusive message before every eleventh, three events a period.
+//   kv3_jack_peer loop TO_PORT FROM_PORT DELAY FRAMES
+//       plays what FROM_PORT gives into TO_PORT, DELAY frames later, for FRAMES frames.
 //   kv3_jack_peer buffersize FRAMES
 //       asks the server for a new buffer size.
 // Every mode gives up with exit status 1 after ten seconds.
@@ -15,6 +17,7 @@
 #include <jack/jack.h>
 #include <jack/midiport.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdio>
@@ -35,6 +38,9 @@ struct Peer
     float value = 0.0f;
     std::size_t frame = 0;
     std::vector<float> recorded;
+    /** The loop mode's delay line; empty in the other modes. */
+    std::vector<float> line;
+    std::size_t linePos = 0;
     std::atomic<std::size_t> recordedCount{0};
     std::vector<std::vector<std::uint8_t>> script;
     std::atomic<std::size_t> sent{0};
@@ -51,6 +57,12 @@ int audioThunk(jack_nframes_t n, void* arg)
     for (jack_nframes_t i = 0; i < n; ++i)
     {
         out[i] = peer->ramp ? static_cast<float>((peer->frame + i) % 4096) / 8192.0f : peer->value;
+        if (!peer->line.empty())
+        {
+            out[i] = peer->line[peer->linePos];
+            peer->line[peer->linePos] = in[i];
+            peer->linePos = (peer->linePos + 1) % peer->line.size();
+        }
         if (w < peer->recorded.size())
         {
             peer->recorded[w++] = in[i];
@@ -113,11 +125,13 @@ int main(int argc, char** argv)
         return 1;
     }
     int result = 1;
-    if (mode == "audio" && argc == 7)
+    const bool loop = mode == "loop" && argc == 6;
+    if ((mode == "audio" && argc == 7) || loop)
     {
-        peer.recorded.assign(std::strtoul(argv[4], nullptr, 10), 0.0f);
-        peer.ramp = std::string(argv[6]) == "ramp";
-        peer.value = peer.ramp ? 0.0f : std::strtof(argv[6], nullptr);
+        peer.recorded.assign(std::strtoul(argv[loop ? 5 : 4], nullptr, 10), 0.0f);
+        peer.ramp = !loop && std::string(argv[6]) == "ramp";
+        peer.value = peer.ramp || loop ? 0.0f : std::strtof(argv[6], nullptr);
+        peer.line.assign(loop ? std::max(1ul, std::strtoul(argv[4], nullptr, 10)) : 0, 0.0f);
         peer.out = jack_port_register(peer.client, "out", JACK_DEFAULT_AUDIO_TYPE, JackPortIsOutput, 0);
         peer.in = jack_port_register(peer.client, "in", JACK_DEFAULT_AUDIO_TYPE, JackPortIsInput, 0);
         jack_set_process_callback(peer.client, audioThunk, &peer);
@@ -128,7 +142,11 @@ int main(int argc, char** argv)
                     { return peer.recordedCount.load(std::memory_order_acquire) >= peer.recorded.size(); }))
         {
             jack_deactivate(peer.client);
-            if (FILE* f = std::fopen(argv[5], "wb"))
+            if (loop)
+            {
+                result = 0;
+            }
+            else if (FILE* f = std::fopen(argv[5], "wb"))
             {
                 result = std::fwrite(peer.recorded.data(), sizeof(float), peer.recorded.size(), f) ==
                                  peer.recorded.size()
