@@ -467,3 +467,26 @@ TEST_F(RenderRig, ProgressIsDrawnOnATerminalAndNowhereElse)
     EXPECT_NE(screen.find("] 100%"), std::string::npos) << screen;
     EXPECT_TRUE(fs::exists(file("shown.wav")));
 }
+
+TEST_F(RenderRig, LoopSavedAtHalfSpeedComesBackAsSaved)
+{
+    // Before, the loop went in after the ratio and was cut to a length in the other unit: end before start.
+    ASSERT_TRUE(writeAudio(file("a.wav"), 44100, 44100 * 4, 200.0));
+    const std::string project = file("p.kv3h");
+    ASSERT_EQ(kv3("project new " + project), 0);
+    ASSERT_EQ(kv3("project set " + project + " --track 1 --file " + file("a.wav") +
+                  " --armed off --ratio 0.5 --loop 100000:170000 --loop-on on"),
+              0);
+    Document doc;
+    ASSERT_TRUE(doc.load(epiPath(project)));
+    QuietDelegate delegate;
+    Manager manager;
+    manager.setDelegate(&delegate);
+    manager.setFormat(44100, 256);
+    applyDocumentSession(doc, manager, nullptr);
+    EXPECT_TRUE(manager.isLoopEnabled());
+    EXPECT_EQ(manager.loopStart(), 100000);
+    EXPECT_EQ(manager.loopEnd(), 170000);
+    EXPECT_EQ(kv3("render " + project + " " + file("loop.wav") + " --loop"), 0);
+    EXPECT_GT(readAudio(file("loop.wav")).samples.size(), 0u);
+}
