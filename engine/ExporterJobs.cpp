@@ -66,7 +66,7 @@ void AudioExporter::releaseTracks()
     {
         Track& track = manager_->trackNode(i);
         track.setDirectRead(false);
-        track.setPlaying(false);
+        track.setPlaying(manager_->isPlaying());
     }
 }
 
@@ -183,6 +183,7 @@ bool TrackFreezer::render(float& progress, bool& finished)
         writer_.close();
         node.loadFrozen(path_);
         node.setFrozen(true);
+        node.setPlaying(manager_->isPlaying());
     }
     return true;
 }
@@ -191,7 +192,7 @@ void TrackFreezer::cancel()
 {
     Track& node = manager_->trackNode(track_);
     node.setDirectRead(false);
-    node.setPlaying(false);
+    node.setPlaying(manager_->isPlaying());
     writer_.close();
     if (!path_.empty())
     {

@@ -504,6 +504,9 @@ void Manager::pumpTask()
     {
         d->taskFailed(epiText("Unknown error"));
     }
+    // A failed job is undone as a cancelled one is: the tracks stream again, with the transport's
+    // playing state, and its half-made file goes.
+    task_->cancel();
     finishTask();
 }
 
