@@ -118,6 +118,9 @@ TrackFreezer::TrackFreezer(Manager& manager, int32_t track) : manager_(&manager)
 {
     block_.alloc(std::max<uint32_t>(manager.blockSize(), 1), 2);
     Track& node = manager.trackNode(track_);
+    // Arming is about the input: the file is frozen as the track plays it when not armed.
+    wasArmed_ = node.isArmed();
+    node.setArmed(false);
     node.setDirectRead(true);
     node.setPlaying(true);
     if (node.filePath().empty())
@@ -127,7 +130,13 @@ TrackFreezer::TrackFreezer(Manager& manager, int32_t track) : manager_(&manager)
     }
     path_ = frozenPathFor(node.filePath());
     path_.remove();
-    writer_.open(path_, stereoFormat(manager, AudioFileFormats::kWave, AudioFileFormats::k24Bit));
+    if (!writer_.open(path_, stereoFormat(manager, AudioFileFormats::kWave, AudioFileFormats::k24Bit)))
+    {
+        // The first step fails with the file's name, before anything is rendered.
+        failure_ = epiText("The frozen file \"" + path_.toNativeText() +
+                           "\" could not be created: " + writer_.error());
+        return;
+    }
     end_ = node.length();
     position_ = 0;
 }
@@ -136,7 +145,7 @@ TrackFreezer::~TrackFreezer() = default;
 
 bool TrackFreezer::render(float& progress, bool& finished)
 {
-    if (position_ >= end_)
+    if (position_ >= end_ || !writer_.isOpen())
     {
         return false;
     }
@@ -162,7 +171,12 @@ bool TrackFreezer::render(float& progress, bool& finished)
             block_.silence();
         }
         block_.clamp();
-        writer_.writeFloat(block_);
+        if (!writer_.writeFloat(block_))
+        {
+            failure_ = epiText("Writing the frozen file \"" + path_.toNativeText() +
+                               "\" failed: " + writer_.error());
+            return false;
+        }
         position_ += block_.frames;
         budget -= block_.frames;
     } while (budget > 0 && position_ < end_);
@@ -184,6 +198,7 @@ bool TrackFreezer::render(float& progress, bool& finished)
         node.loadFrozen(path_);
         node.setFrozen(true);
         node.setPlaying(manager_->isPlaying());
+        node.setArmed(wasArmed_);
     }
     return true;
 }
@@ -193,6 +208,7 @@ void TrackFreezer::cancel()
     Track& node = manager_->trackNode(track_);
     node.setDirectRead(false);
     node.setPlaying(manager_->isPlaying());
+    node.setArmed(wasArmed_);
     writer_.close();
     if (!path_.empty())
     {

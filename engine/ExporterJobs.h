@@ -64,7 +64,9 @@ private:
 /**
  * Renders one track with its effect, as it plays (speed and pitch included), into a WAVE file of 24
  * bit beside the track's file, with "_frozen" added to the name; at the end the track plays that file
- * and releases its plug-in instance. One second of audio for each call of render.
+ * and releases its plug-in instance. One second of audio for each call of render. An armed track is
+ * rendered from its file as if it were not armed, and stays armed. A file that can't be created or
+ * written fails the job, naming the file.
  */
 class TrackFreezer : public Exporter
 {
@@ -88,6 +90,8 @@ public:
     /** Puts the track back, closes the writer and deletes the file. */
     // [ui thread, device stopped]
     void cancel() override;
+    /** The frozen file that could not be created or written, by name. */
+    epiText failure() const override { return failure_; }
 
     /** The frozen file: the track's file with "_frozen" added and the extension "wav". */
     const epiPath& path() const { return path_; }
@@ -104,6 +108,8 @@ private:
     epiPath path_;
     int32_t track_;
     AudioBuffer block_;
+    bool wasArmed_ = false;
+    epiText failure_;
 };
 
 /** The Manager's offline jobs, run through its task: set up here, rendered a slice per poll. */

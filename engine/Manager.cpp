@@ -502,7 +502,8 @@ void Manager::pumpTask()
     }
     if (d != nullptr)
     {
-        d->taskFailed(epiText("Unknown error"));
+        const epiText why = task_->failure();
+        d->taskFailed(why.empty() ? epiText("Unknown error") : why);
     }
     // A failed job is undone as a cancelled one is: the tracks stream again, with the transport's
     // playing state, and its half-made file goes.

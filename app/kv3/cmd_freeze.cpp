@@ -44,7 +44,7 @@ public:
         finished = true;
         bar_.finish();
     }
-    void taskFailed(const epiText&) override {}
+    void taskFailed(const epiText& message) override { failure = message; }
     void audioSuspend() override {}
     void audioResume() override {}
     void endReached() override {}
@@ -53,6 +53,7 @@ public:
     void metronomeBeat() override {}
 
     bool finished = false;
+    std::string failure;
 
 private:
     kv3cli::ProgressBar bar_;
@@ -108,8 +109,10 @@ int run(const std::vector<std::string>& argv, bool freeze)
     ManagerJobs::setTrackFrozen(manager, track, freeze);
     while (manager.hasTask())
         manager.poll();
+    // The project file is left as it was.
     if (freeze && !delegate.finished)
-        return kv3cli::fail(file + ": track " + std::to_string(track + 1) + " could not be rendered");
+        return kv3cli::fail(file + ": track " + std::to_string(track + 1) + " could not be frozen" +
+                            (delegate.failure.empty() ? std::string() : ": " + delegate.failure));
     doc.captureTrack(track, manager);
     if (!freeze)
         doc.tracks[static_cast<size_t>(track)]->frozenPath.clear();

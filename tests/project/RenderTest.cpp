@@ -17,6 +17,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <grp.h>
 #include <iterator>
 #include <string>
 #include <unistd.h>
@@ -489,4 +490,53 @@ TEST_F(RenderRig, LoopSavedAtHalfSpeedComesBackAsSaved)
     EXPECT_EQ(manager.loopEnd(), 170000);
     EXPECT_EQ(kv3("render " + project + " " + file("loop.wav") + " --loop"), 0);
     EXPECT_GT(readAudio(file("loop.wav")).samples.size(), 0u);
+}
+
+TEST_F(RenderRig, FreezeIntoAReadOnlyFolderFailsAndLeavesTheProject)
+{
+    // Before, the freeze said yes and saved the project frozen onto a file that was never written.
+    const fs::path readOnly = folder_ / "ro";
+    fs::create_directory(readOnly);
+    ASSERT_TRUE(writeAudio((readOnly / "gtr.wav").string(), 44100, 44100, 220.0));
+    const std::string project = file("f.kv3h");
+    ASSERT_EQ(kv3("project new " + project), 0);
+    ASSERT_EQ(kv3("project set " + project + " --track 1 --file " + (readOnly / "gtr.wav").string()), 0);
+    std::ifstream before(project, std::ios::binary);
+    const std::string bytes{std::istreambuf_iterator<char>(before), {}};
+    fs::permissions(readOnly, fs::perms::owner_read | fs::perms::owner_exec | fs::perms::group_read |
+                                  fs::perms::group_exec | fs::perms::others_read | fs::perms::others_exec);
+    std::string bin = KV3_BIN;
+    if (::geteuid() == 0)
+    {
+        // Root writes anywhere: the program runs as nobody, from a copy it can reach, over files it owns.
+        fs::copy_file(KV3_BIN, file("kv3"));
+        fs::copy_file(KV3_TEST_GAIN, file("gain.so"));
+        ::setenv("KV3_VPA2_PATH", file("gain.so").c_str(), 1);
+        bin = file("kv3");
+        for (const auto& entry : fs::recursive_directory_iterator(folder_))
+            ASSERT_EQ(::chown(entry.path().c_str(), 65534, 65534), 0);
+        ASSERT_EQ(::chown(folder_.c_str(), 65534, 65534), 0);
+    }
+    const pid_t child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0)
+    {
+        if (::geteuid() == 0 &&
+            (::setgroups(0, nullptr) != 0 || ::setgid(65534) != 0 || ::setuid(65534) != 0))
+            ::_exit(126);
+        const std::string command =
+            bin + " freeze " + project + " --track 1 >" + file("stdout.txt") + " 2>" + file("stderr.txt");
+        ::execl("/bin/sh", "sh", "-c", command.c_str(), static_cast<char*>(nullptr));
+        ::_exit(127);
+    }
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    fs::permissions(readOnly, fs::perms::owner_write, fs::perm_options::add);
+    EXPECT_EQ(WIFEXITED(status) ? WEXITSTATUS(status) : -1, 1);
+    std::ifstream errors(file("stderr.txt"));
+    EXPECT_NE(std::string(std::istreambuf_iterator<char>(errors), {}).find("gtr_frozen.wav"),
+              std::string::npos);
+    std::ifstream after(project, std::ios::binary);
+    EXPECT_TRUE(std::string(std::istreambuf_iterator<char>(after), {}) == bytes) << "the project changed";
+    EXPECT_FALSE(fs::exists(readOnly / "gtr_frozen.wav"));
 }

@@ -152,3 +152,16 @@ TEST_F(FreezeRig, EmptyTrackFailsAtItsFirstStep)
     ManagerJobs::setTrackFrozen(manager, 7, true);
     EXPECT_FALSE(manager.hasTask());
 }
+
+TEST_F(FreezeRig, ArmedTrackIsFrozenFromItsFileThroughItsEffect)
+{
+    // Before, an armed track gave nothing and its frozen file was silence.
+    manager.track(1).setArmed(true);
+    ManagerJobs::setTrackFrozen(manager, 1, true);
+    pumpToEnd(manager);
+    EXPECT_EQ(delegate.finished, 1);
+    const Stereo out = readWave(folder.file("riff_frozen.wav"));
+    ASSERT_EQ(out.frames(), kFrames);
+    EXPECT_NEAR(out.left[1000], 0.5 * audio.left[1000], 1.0e-6);
+    EXPECT_TRUE(track().isArmed());
+}
