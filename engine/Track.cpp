@@ -521,6 +521,7 @@ bool Track::load(const epiPath& path)
     }
     frozenPath_ = epiPath();
     takePath_ = epiPath();
+    reader_.forget();
     fileLoaded_.store(opened, std::memory_order_release);
     return opened;
 }
@@ -536,6 +537,7 @@ void Track::unload()
     filePath_ = epiPath();
     streamResampler_.sourceChanged();
     memoryResampler_.sourceChanged();
+    reader_.forget();
 }
 
 void Track::setDirectRead(bool on)
