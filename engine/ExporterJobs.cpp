@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <string>
 
 namespace
 {
@@ -106,10 +107,11 @@ void AudioExporter::cancel()
     path_.remove();
 }
 
-epiPath TrackFreezer::frozenPathFor(const epiPath& file)
+epiPath TrackFreezer::frozenPathFor(const epiPath& file, int32_t track)
 {
     epiPath frozen = file;
-    frozen.appendToBaseName("_frozen");
+    // The track's number in the name: two tracks on one file each have a frozen file of their own.
+    frozen.appendToBaseName(("_T" + std::to_string(track + 1) + "_frozen").c_str());
     frozen.replaceExtension("wav");
     return frozen;
 }
@@ -128,7 +130,7 @@ TrackFreezer::TrackFreezer(Manager& manager, int32_t track) : manager_(&manager)
         // Nothing to render: no file is made, and the first step fails.
         return;
     }
-    path_ = frozenPathFor(node.filePath());
+    path_ = frozenPathFor(node.filePath(), track_);
     path_.remove();
     if (!writer_.open(path_, stereoFormat(manager, AudioFileFormats::kWave, AudioFileFormats::k24Bit)))
     {

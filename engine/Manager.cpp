@@ -26,6 +26,18 @@ Manager::Manager() : inputGain_(linearFromDb(kDefaultInputGainDb))
     for (int32_t i = 0; i < kTracks; ++i)
     {
         tracks_[i].effect().setManager(&effects_);
+        tracks_[i].setPathInUse(
+            [this, i](const epiPath& path)
+            {
+                for (int32_t j = 0; j < kTracks; ++j)
+                {
+                    if (j != i && (tracks_[j].filePath() == path || tracks_[j].frozenPathCopy() == path))
+                    {
+                        return true;
+                    }
+                }
+                return false;
+            });
         setTrackSource(i, &tracks_[i]);
     }
     setTrackSource(kMetronomeIndex, &metronome_);

@@ -448,6 +448,7 @@ void Track::setEffectEnabled(bool on)
 
 void Track::setFrozen(bool on)
 {
+    const bool wasFrozen = frozen_;
     frozen_ = on;
     const bool running = effectLoaded_ && !frozen_;
     if (running != effectRunning_)
@@ -462,10 +463,14 @@ void Track::setFrozen(bool on)
         std::atomic_thread_fence(std::memory_order_seq_cst);
         waitIdle();
         frozenFile_.close();
-        if (!frozenPath_.empty())
+        // Only a freeze of this track made the file. A path kept from before (a project's stale entry)
+        // or one that something else plays is forgotten, not deleted.
+        if (wasFrozen && !frozenPath_.empty() && frozenPath_ != filePath_ &&
+            !(pathInUse_ && pathInUse_(frozenPath_)))
         {
             frozenPath_.remove();
         }
+        frozenPath_ = epiPath();
     }
 }
 

@@ -22,9 +22,10 @@ const char* const kFreezeUsage =
     "Usage: kv3 freeze PROJECT --track N\n"
     "\n"
     "Renders track N (1 to 4) through its effect, with its speed and pitch, into a 24-bit WAVE file\n"
-    "beside the track's file with \"_frozen\" added to the name, marks the track frozen (it then plays\n"
+    "beside the track's file with \"_TN_frozen\" added to the name, marks the track frozen (it then plays\n"
     "that file and holds no plug-in instance) and saves the project. A track that was frozen is\n"
-    "rendered again. A progress bar is shown when stderr is a terminal.\n";
+    "rendered again; an armed track is rendered from its file as if it were not armed. A progress bar\n"
+    "is shown when stderr is a terminal.\n";
 
 const char* const kUnfreezeUsage =
     "Usage: kv3 unfreeze PROJECT --track N\n"

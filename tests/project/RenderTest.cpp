@@ -202,8 +202,8 @@ TEST_F(RenderRig, FreezeAndUnfreezeThroughTheProgramSaveTheProject)
     Document doc;
     ASSERT_TRUE(doc.load(epiPath(project)));
     EXPECT_TRUE(doc.tracks[0]->frozen);
-    EXPECT_EQ(doc.tracks[0]->frozenPath, file("gtr_frozen.wav"));
-    const Audio frozen = readAudio(file("gtr_frozen.wav"));
+    EXPECT_EQ(doc.tracks[0]->frozenPath, file("gtr_T1_frozen.wav"));
+    const Audio frozen = readAudio(file("gtr_T1_frozen.wav"));
     const Audio original = readAudio(file("gtr.wav"));
     ASSERT_EQ(frozen.samples.size(), original.samples.size());
     // Through the halving effect, in 24 bit.
@@ -213,7 +213,7 @@ TEST_F(RenderRig, FreezeAndUnfreezeThroughTheProgramSaveTheProject)
     ASSERT_EQ(kv3("unfreeze " + project + " --track 1"), 0);
     ASSERT_TRUE(doc.load(epiPath(project)));
     EXPECT_FALSE(doc.tracks[0]->frozen);
-    EXPECT_FALSE(fs::exists(file("gtr_frozen.wav")));
+    EXPECT_FALSE(fs::exists(file("gtr_T1_frozen.wav")));
     EXPECT_TRUE(fs::exists(file("gtr.wav")));
 }
 
@@ -534,9 +534,27 @@ TEST_F(RenderRig, FreezeIntoAReadOnlyFolderFailsAndLeavesTheProject)
     fs::permissions(readOnly, fs::perms::owner_write, fs::perm_options::add);
     EXPECT_EQ(WIFEXITED(status) ? WEXITSTATUS(status) : -1, 1);
     std::ifstream errors(file("stderr.txt"));
-    EXPECT_NE(std::string(std::istreambuf_iterator<char>(errors), {}).find("gtr_frozen.wav"),
+    EXPECT_NE(std::string(std::istreambuf_iterator<char>(errors), {}).find("gtr_T1_frozen.wav"),
               std::string::npos);
     std::ifstream after(project, std::ios::binary);
     EXPECT_TRUE(std::string(std::istreambuf_iterator<char>(after), {}) == bytes) << "the project changed";
-    EXPECT_FALSE(fs::exists(readOnly / "gtr_frozen.wav"));
+    EXPECT_FALSE(fs::exists(readOnly / "gtr_T1_frozen.wav"));
+}
+
+TEST_F(RenderRig, StaleFrozenPathOfAnUnfrozenTrackDeletesNothing)
+{
+    // Before, loading a project whose unfrozen track kept a frozen path deleted the file at that path.
+    ASSERT_TRUE(writeAudio(file("a.wav"), 44100, 44100, 300.0));
+    ASSERT_TRUE(writeAudio(file("b.wav"), 44100, 44100, 300.0));
+    Document doc;
+    doc.tracks[0]->elementId = doc.addElement(epiPath(file("a.wav")));
+    doc.tracks[0]->frozenPath = file("b.wav");
+    QuietDelegate delegate;
+    Manager manager;
+    manager.setDelegate(&delegate);
+    manager.setFormat(44100, 256);
+    doc.applyAll(manager);
+    EXPECT_TRUE(fs::exists(file("b.wav")));
+    doc.captureAll(manager);
+    EXPECT_TRUE(doc.tracks[0]->frozenPath.empty());
 }
