@@ -120,10 +120,14 @@ void Manager::processBlock(AudioData& input, AudioData& output, MidiEventBlock& 
     }
 
     // Host time for the plug-ins: the tempo they hear is the session's at the present speed, and the beat
-    // is counted in the metronome's frames per beat at that tempo.
+    // position counts the metronome's beats at that tempo: the tempo counts quarter notes, and a beat
+    // lasts 4 / denominator of them (an eighth in 6/8).
     const float tempo = tempo_.load(std::memory_order_relaxed) * speedRatio_.load(std::memory_order_relaxed);
-    const double framesPerBeat =
-        tempo > 0.0f ? static_cast<double>(sampleRate_) * 60.0 / static_cast<double>(tempo) : 0.0;
+    const int32_t denominator = metronome_.denominator();
+    const double framesPerBeat = tempo > 0.0f && denominator > 0 ? (4.0 / static_cast<double>(denominator)) *
+                                                                       static_cast<double>(sampleRate_) *
+                                                                       60.0 / static_cast<double>(tempo)
+                                                                 : 0.0;
     effects_.setTransport(tempo, static_cast<double>(position),
                           framesPerBeat > 0.0 ? static_cast<double>(position) / framesPerBeat : 0.0);
     // Every unit gets the same MIDI; one without a running instance drops it.
