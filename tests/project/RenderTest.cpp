@@ -558,3 +558,39 @@ TEST_F(RenderRig, StaleFrozenPathOfAnUnfrozenTrackDeletesNothing)
     doc.captureAll(manager);
     EXPECT_TRUE(doc.tracks[0]->frozenPath.empty());
 }
+
+TEST_F(RenderRig, FilesAtRatesWithoutACommonTableRenderAtTheirPitchAndLength)
+{
+    // Before, a file whose rate shares too small a divisor with the project's was refused: silence.
+    for (const int32_t fileRate : {44056, 31337})
+        for (const int32_t projectRate : {44100, 48000})
+        {
+            const std::string name = std::to_string(fileRate) + "-" + std::to_string(projectRate);
+            ASSERT_TRUE(writeAudio(file(name + ".wav"), fileRate, fileRate * 2, 440.0));
+            const std::string project = file(name + ".kv3h");
+            ASSERT_EQ(kv3("project new " + project + " --rate " + std::to_string(projectRate)), 0);
+            ASSERT_EQ(kv3("project set " + project + " --track 1 --file " + file(name + ".wav") +
+                          " --armed off --fx off"),
+                      0);
+            ASSERT_EQ(kv3("render " + project + " " + file(name + "-out.wav") + " --depth float"), 0);
+            const Audio out = readAudio(file(name + "-out.wav"));
+            const auto frames = static_cast<int64_t>(out.samples.size() / 2);
+            EXPECT_NEAR(frames, 2 * projectRate, 2) << name;
+            // Rising zero crossings of the left side over the middle: the tone's period at the project's
+            // rate.
+            double first = -1.0, last = -1.0;
+            int periods = -1;
+            for (int64_t i = projectRate / 4; i + 1 < frames - projectRate / 4; ++i)
+            {
+                const float a = out.samples[size_t(2 * i)], b = out.samples[size_t(2 * i + 2)];
+                if (a < 0.0f && b >= 0.0f)
+                {
+                    last = double(i) + a / (a - b);
+                    first = first < 0.0 ? last : first;
+                    ++periods;
+                }
+            }
+            ASSERT_GT(periods, 100) << name;
+            EXPECT_NEAR(projectRate * periods / (last - first), 440.0, 0.44) << name;
+        }
+}
