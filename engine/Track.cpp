@@ -531,6 +531,15 @@ bool Track::load(const epiPath& path)
     return opened;
 }
 
+const char* Track::playRefusal()
+{
+    if (!isLoaded() || directRead_ || streamFile_.sampleRate() == static_cast<int32_t>(sampleRate_))
+    {
+        return nullptr;
+    }
+    return streamResampler_.refusal();
+}
+
 void Track::unload()
 {
     fileLoaded_.store(false, std::memory_order_relaxed);

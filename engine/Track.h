@@ -170,6 +170,12 @@ public:
     void rewire();
 
     bool isLoaded() const { return fileLoaded_.load(std::memory_order_relaxed); }
+    /**
+     * Why the file, opened, can't be played at the track's rate (the resampler refused the pair), in a
+     * few words for a message; null when it plays.
+     */
+    // [ui thread]
+    const char* playRefusal();
     const epiPath& filePath() const { return filePath_; }
     const epiPath& takePath() const { return takePath_; }
     const epiPath& recordPath() const { return recordPath_; }

@@ -594,3 +594,17 @@ TEST_F(RenderRig, FilesAtRatesWithoutACommonTableRenderAtTheirPitchAndLength)
             EXPECT_NEAR(projectRate * periods / (last - first), 440.0, 0.44) << name;
         }
 }
+
+TEST_F(RenderRig, RenderSaysWhichFileTheResamplerRefuses)
+{
+    // Before, a file the resampler refused rendered as silence without a word.
+    ASSERT_TRUE(writeAudio(file("far.wav"), 9000000, 90000, 1000.0));
+    const std::string project = file("p.kv3h");
+    ASSERT_EQ(kv3("project new " + project + " --rate 8000"), 0);
+    ASSERT_EQ(kv3("project set " + project + " --track 1 --file " + file("far.wav") + " --armed off"), 0);
+    EXPECT_EQ(kv3("render " + project + " " + file("out.wav")), 0);
+    std::ifstream errors(file("stderr.txt"));
+    EXPECT_NE(std::string(std::istreambuf_iterator<char>(errors), {})
+                  .find(file("far.wav") + " can't be played at 8000 Hz"),
+              std::string::npos);
+}
