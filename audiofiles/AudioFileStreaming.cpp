@@ -183,19 +183,26 @@ bool AudioFileStreaming::read(AudioData& into)
 void AudioFileStreaming::prepare(uint32_t sampleRate, uint32_t blockSize)
 {
     AudioFileGuess::prepare(sampleRate, blockSize);
-    output_.alloc(static_cast<int64_t>(blockSize), 2);
+    // Grown only, to two channels: an owner may have grown it beyond the block (a resampler's reads
+    // reach further), and a smaller buffer would make the next such read allocate on the audio thread.
+    if (static_cast<int64_t>(blockSize) > output_.capacity() || output_.channels != 2)
+        output_.alloc(std::max(static_cast<int64_t>(blockSize), output_.capacity()), 2);
 }
 
 bool AudioFileStreaming::provide(AudioData& request)
 {
-    // Grown only: a smaller block would lower the buffer's capacity, and the next full-size block
-    // would then allocate on the audio thread.
-    if (request.frames > output_.capacity() || request.channels != output_.channels)
-        output_.alloc(request.frames, request.channels);
-    output_.frames = request.frames;
-    output_.position = request.position;
-    if (!read(output_))
+    // Grown only, in frames and in channels: a smaller or narrower block reads into part of the buffer,
+    // so that the next full-size block finds its room and nothing allocates on the audio thread.
+    if (request.frames > output_.capacity() || request.channels > output_.channels)
+        output_.alloc(std::max(request.frames, output_.capacity()),
+                      std::max(request.channels, output_.channels));
+    AudioData view;
+    view.adopt(output_);
+    view.channels = request.channels;
+    view.frames = request.frames;
+    view.position = request.position;
+    if (!read(view))
         return false;
-    request.adopt(output_);
+    request.adopt(view);
     return true;
 }

@@ -43,7 +43,8 @@ public:
      */
     // [audio thread]
     bool read(AudioData& into) override;
-    /** Sizes the block buffer of provide for blockSize frames of two channels. Allocates. */
+    /** Sizes the block buffer of provide for blockSize frames of two channels, keeping a larger one.
+     * Allocates. */
     // [ui thread, device stopped]
     void prepare(uint32_t sampleRate, uint32_t blockSize) override;
     /** read() into this node's own buffer, with the request's channels as they stand. Allocates

@@ -19,9 +19,17 @@ int64_t floorDiv(int64_t a, int64_t b)
     return (a % b != 0 && ((a < 0) != (b < 0))) ? q - 1 : q;
 }
 
-// Beyond this many phases the banks would take tens of megabytes: such a ratio (two rates with a
-// small common divisor, 44100 to 44101 say) is refused instead.
+// Beyond this many phases the banks would take tens of megabytes (4.6 kB a phase).
 constexpr uint32_t maxPhases = 4096;
+
+// A ratio whose exact form needs more phases (two rates with a small common divisor, 44056 to 48000
+// say) is replaced by the fraction with the fewest phases that lies within this relative error of it
+// (a 600th of a cent of pitch, 0.6 ms in ten minutes), or the closest one within maxPhases.
+constexpr double ratioTolerance = 1.0e-6;
+
+// The input stage grows with the ratio (a large fall in rate reaches many inputs per output), up to
+// this many floats.
+constexpr int32_t maxStage = 1 << 18;
 
 // Extended Euclid, recursive, larger number first: returns gcd(a, b) and fills x, y with
 // a x + b y = gcd. Only the divisor is used here.
@@ -43,15 +51,24 @@ int64_t extendedEuclid(int64_t a, int64_t b, int64_t& x, int64_t& y)
 // Terms gathered for one group of four outputs before they are added in one pass.
 constexpr int32_t maxTerms = 64;
 
-// Outputs per pass, a multiple of 4, such that the input they reach fits the input stage; below 4
-// when even one group's reach doesn't.
-int32_t pieceFor(uint32_t up, uint32_t down, uint32_t halfLength)
+// Outputs per pass, a multiple of 4, such that the input they reach fits an input stage of `stage`
+// floats; below 4 when even one group's reach doesn't.
+int32_t pieceFor(uint32_t up, uint32_t down, uint32_t halfLength, int32_t stage)
 {
     const double reach = 2.0 * halfLength / down + 3.0;
     const double perOutput = static_cast<double>(up) / down;
-    return static_cast<int32_t>(std::min<double>(SincInterpolator::maxPiece,
-                                                 (SincInterpolator::stageSize - reach) / perOutput + 1.0)) /
+    return static_cast<int32_t>(
+               std::min<double>(SincInterpolator::maxPiece, (stage - reach) / perOutput + 1.0)) /
            4 * 4;
+}
+
+// The input stage for a design: the usual size, or enough for passes of eight outputs when the
+// ratio's reach needs more; rounded up to a multiple of 4.
+int64_t stageFor(uint32_t up, uint32_t down, uint32_t halfLength)
+{
+    const double reach = 2.0 * halfLength / down + 3.0;
+    const double needed = std::ceil(reach + 8.0 * up / down) + 4.0;
+    return std::max<int64_t>(SincInterpolator::stageSize, static_cast<int64_t>(needed) / 4 * 4 + 4);
 }
 
 } // namespace
@@ -60,6 +77,59 @@ uint32_t SincInterpolator::greatestCommonDivisor(uint32_t a, uint32_t b)
 {
     int64_t x = 0, y = 0;
     return static_cast<uint32_t>(extendedEuclid(std::max(a, b), std::min(a, b), x, y));
+}
+
+void SincInterpolator::ratioFor(uint32_t in, uint32_t out, uint32_t& up, uint32_t& down)
+{
+    const uint32_t divisor = greatestCommonDivisor(in, out);
+    up = in / divisor;
+    down = out / divisor;
+    if (up <= maxPhases)
+        return;
+    // The continued fraction of out / in gives its best approximations down / up: each convergent,
+    // and between two of them the semiconvergents. The first within the tolerance is taken; failing
+    // that, the closest whose up stays within maxPhases.
+    const double exact = static_cast<double>(out) / in;
+    auto error = [exact](uint64_t d, uint64_t u)
+    { return std::fabs(static_cast<double>(d) / u / exact - 1.0); };
+    uint64_t a = out, b = in;
+    uint64_t h0 = 0, h1 = 1, k0 = 1, k1 = 0; // the two convergents before, as h / k
+    uint64_t bestUp = 1, bestDown = std::max<uint64_t>(1, (out + in / 2) / in);
+    auto consider = [&](uint64_t d, uint64_t u)
+    {
+        if (d > 0 && u > 0 && error(d, u) < error(bestDown, bestUp))
+        {
+            bestDown = d;
+            bestUp = u;
+        }
+    };
+    while (b != 0)
+    {
+        const uint64_t q = a / b;
+        const uint64_t r = a - q * b;
+        a = b;
+        b = r;
+        const uint64_t h2 = q * h1 + h0, k2 = q * k1 + k0;
+        if (k2 > maxPhases)
+        {
+            if (k1 != 0)
+            {
+                const uint64_t t = (maxPhases - k0) / k1;
+                if (t > 0)
+                    consider(t * h1 + h0, t * k1 + k0);
+            }
+            break;
+        }
+        h0 = h1;
+        h1 = h2;
+        k0 = k1;
+        k1 = k2;
+        consider(h2, k2);
+        if (h2 > 0 && error(h2, k2) <= ratioTolerance)
+            break;
+    }
+    up = static_cast<uint32_t>(bestUp);
+    down = static_cast<uint32_t>(bestDown);
 }
 
 void SincInterpolator::setSource(RandomAccessPCM* source)
@@ -91,14 +161,9 @@ const char* SincInterpolator::refusal(float inRate, float outRate, uint32_t cros
         return "a rate lies outside 1 Hz to 10 MHz";
     if (crossings < 4)
         return "the filter is shorter than four samples";
-    const auto in = static_cast<uint32_t>(inRate);
-    const auto out = static_cast<uint32_t>(outRate);
-    const uint32_t divisor = greatestCommonDivisor(in, out);
-    const uint32_t up = in / divisor;
-    const uint32_t down = out / divisor;
-    if (up > maxPhases)
-        return "the two rates share too small a divisor (the filter would need more than 4096 phases)";
-    if (pieceFor(up, down, crossings * up) < 4)
+    uint32_t up = 1, down = 1;
+    ratioFor(static_cast<uint32_t>(inRate), static_cast<uint32_t>(outRate), up, down);
+    if (stageFor(up, down, crossings * up) > maxStage)
         return "the input rate is too many times the output rate for the interpolator's input stage";
     return nullptr;
 }
@@ -111,19 +176,16 @@ bool SincInterpolator::design()
     ring_ = halfFilter_ = stage_ = discard_ = nullptr;
     if (source_ == nullptr || !(inRate_ >= 1.0f) || !(outRate_ >= 1.0f) || inRate_ > 1e7f || outRate_ > 1e7f)
         return false;
-    const auto in = static_cast<uint32_t>(inRate_);
-    const auto out = static_cast<uint32_t>(outRate_);
-    const uint32_t divisor = greatestCommonDivisor(in, out);
-    down_ = out / divisor;
-    up_ = in / divisor;
     if (refusal(inRate_, outRate_, crossings_) != nullptr)
         return false;
+    ratioFor(static_cast<uint32_t>(inRate_), static_cast<uint32_t>(outRate_), up_, down_);
     halfLength_ = crossings_ * up_;
-    piece_ = pieceFor(up_, down_, halfLength_);
+    stageLength_ = static_cast<int32_t>(stageFor(up_, down_, halfLength_));
+    piece_ = pieceFor(up_, down_, halfLength_, stageLength_);
 
     halfFilter_ = pool_.allocate(halfLength_);
     ring_ = pool_.allocate(ringSize);
-    stage_ = pool_.allocate(stageSize);
+    stage_ = pool_.allocate(static_cast<std::size_t>(stageLength_));
     discard_ = pool_.allocate(maxPiece);
     phaseBlocks_ = static_cast<int32_t>(2 * halfLength_ / up_ / 4 + 2);
     const std::size_t entry = static_cast<std::size_t>(phaseBlocks_) * 4;

@@ -13,6 +13,8 @@ namespace dsp
 /**
  * Changes the sample rate by a rational ratio with a Hann-windowed sinc whose zeros fall at whole
  * input samples (cut-off at the input's Nyquist frequency), 128 output samples long on each side.
+ * The ratio is the rates' own when it needs at most 4096 phases; otherwise the nearest fraction that
+ * does (within a millionth, a 600th of a cent, for nearly every pair; ratioFor).
  *
  * It works in transposed (scatter) form: each input sample is added once, weighted by the filter
  * for its fractional position, into a ring of output accumulators, and outputs leave the ring four
@@ -67,6 +69,13 @@ public:
     /** Greatest common divisor by the extended form of Euclid's algorithm. */
     static uint32_t greatestCommonDivisor(uint32_t a, uint32_t b);
     /**
+     * The ratio the filter is built for, as input step `up` over output step `down` (up phases): in
+     * and out over their common divisor when up is at most 4096, else the fraction with the fewest
+     * phases within a relative error of 1e-6 of in / out, or failing that the closest with at most
+     * 4096 phases (worst about 1.2e-4, for two rates closer than one part in 8192).
+     */
+    static void ratioFor(uint32_t in, uint32_t out, uint32_t& up, uint32_t& down);
+    /**
      * Why a filter of `crossings` can't be designed from `inRate` to `outRate`, in a few words for a
      * message; null when it can. setOutputRate refuses exactly these pairs (and a missing source).
      */
@@ -105,6 +114,7 @@ private:
     float* discard_ = nullptr;
     int32_t sourceLength_ = 0;
     int32_t piece_ = maxPiece;
+    int32_t stageLength_ = stageSize;
     bool designed_ = false;
 };
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "epi/epiText.h"
+
 /**
  * An offline job that drives the graph from the interface thread while the device is suspended, a
  * slice at a time, so that the interface stays alive and shows progress.
@@ -21,4 +23,7 @@ public:
     /** Abandons the job and removes what it wrote. */
     // [ui thread, device stopped]
     virtual void cancel() = 0;
+
+    /** Why render failed, for the user; empty when the job has nothing to say. */
+    virtual epiText failure() const { return epiText(); }
 };

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <string>
 
 namespace
 {
@@ -66,7 +67,7 @@ void AudioExporter::releaseTracks()
     {
         Track& track = manager_->trackNode(i);
         track.setDirectRead(false);
-        track.setPlaying(false);
+        track.setPlaying(manager_->isPlaying());
     }
 }
 
@@ -106,10 +107,11 @@ void AudioExporter::cancel()
     path_.remove();
 }
 
-epiPath TrackFreezer::frozenPathFor(const epiPath& file)
+epiPath TrackFreezer::frozenPathFor(const epiPath& file, int32_t track)
 {
     epiPath frozen = file;
-    frozen.appendToBaseName("_frozen");
+    // The track's number in the name: two tracks on one file each have a frozen file of their own.
+    frozen.appendToBaseName(("_T" + std::to_string(track + 1) + "_frozen").c_str());
     frozen.replaceExtension("wav");
     return frozen;
 }
@@ -118,6 +120,9 @@ TrackFreezer::TrackFreezer(Manager& manager, int32_t track) : manager_(&manager)
 {
     block_.alloc(std::max<uint32_t>(manager.blockSize(), 1), 2);
     Track& node = manager.trackNode(track_);
+    // Arming is about the input: the file is frozen as the track plays it when not armed.
+    wasArmed_ = node.isArmed();
+    node.setArmed(false);
     node.setDirectRead(true);
     node.setPlaying(true);
     if (node.filePath().empty())
@@ -125,9 +130,15 @@ TrackFreezer::TrackFreezer(Manager& manager, int32_t track) : manager_(&manager)
         // Nothing to render: no file is made, and the first step fails.
         return;
     }
-    path_ = frozenPathFor(node.filePath());
+    path_ = frozenPathFor(node.filePath(), track_);
     path_.remove();
-    writer_.open(path_, stereoFormat(manager, AudioFileFormats::kWave, AudioFileFormats::k24Bit));
+    if (!writer_.open(path_, stereoFormat(manager, AudioFileFormats::kWave, AudioFileFormats::k24Bit)))
+    {
+        // The first step fails with the file's name, before anything is rendered.
+        failure_ = epiText("The frozen file \"" + path_.toNativeText() +
+                           "\" could not be created: " + writer_.error());
+        return;
+    }
     end_ = node.length();
     position_ = 0;
 }
@@ -136,7 +147,7 @@ TrackFreezer::~TrackFreezer() = default;
 
 bool TrackFreezer::render(float& progress, bool& finished)
 {
-    if (position_ >= end_)
+    if (position_ >= end_ || !writer_.isOpen())
     {
         return false;
     }
@@ -162,7 +173,12 @@ bool TrackFreezer::render(float& progress, bool& finished)
             block_.silence();
         }
         block_.clamp();
-        writer_.writeFloat(block_);
+        if (!writer_.writeFloat(block_))
+        {
+            failure_ = epiText("Writing the frozen file \"" + path_.toNativeText() +
+                               "\" failed: " + writer_.error());
+            return false;
+        }
         position_ += block_.frames;
         budget -= block_.frames;
     } while (budget > 0 && position_ < end_);
@@ -183,6 +199,8 @@ bool TrackFreezer::render(float& progress, bool& finished)
         writer_.close();
         node.loadFrozen(path_);
         node.setFrozen(true);
+        node.setPlaying(manager_->isPlaying());
+        node.setArmed(wasArmed_);
     }
     return true;
 }
@@ -191,7 +209,8 @@ void TrackFreezer::cancel()
 {
     Track& node = manager_->trackNode(track_);
     node.setDirectRead(false);
-    node.setPlaying(false);
+    node.setPlaying(manager_->isPlaying());
+    node.setArmed(wasArmed_);
     writer_.close();
     if (!path_.empty())
     {

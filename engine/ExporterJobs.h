@@ -63,8 +63,10 @@ private:
 
 /**
  * Renders one track with its effect, as it plays (speed and pitch included), into a WAVE file of 24
- * bit beside the track's file, with "_frozen" added to the name; at the end the track plays that file
- * and releases its plug-in instance. One second of audio for each call of render.
+ * bit beside the track's file, with the track's number and "_frozen" added to the name; at the end the track
+ * plays that file and releases its plug-in instance. One second of audio for each call of render. An armed
+ * track is rendered from its file as if it were not armed, and stays armed. A file that can't be created or
+ * written fails the job, naming the file.
  */
 class TrackFreezer : public Exporter
 {
@@ -88,13 +90,16 @@ public:
     /** Puts the track back, closes the writer and deletes the file. */
     // [ui thread, device stopped]
     void cancel() override;
+    /** The frozen file that could not be created or written, by name. */
+    epiText failure() const override { return failure_; }
 
-    /** The frozen file: the track's file with "_frozen" added and the extension "wav". */
+    /** The frozen file: the track's file with "_T", the track's number and "_frozen" added, and the
+     * extension "wav" ("riff.wav" on track index 1 gives "riff_T2_frozen.wav"). */
     const epiPath& path() const { return path_; }
     int64_t end() const { return end_; }
 
-    /** The frozen file's name for a track's file. */
-    static epiPath frozenPathFor(const epiPath& file);
+    /** The frozen file's name for a track's file; track 0 to 3. */
+    static epiPath frozenPathFor(const epiPath& file, int32_t track);
 
 private:
     Manager* manager_;
@@ -104,6 +109,8 @@ private:
     epiPath path_;
     int32_t track_;
     AudioBuffer block_;
+    bool wasArmed_ = false;
+    epiText failure_;
 };
 
 /** The Manager's offline jobs, run through its task: set up here, rendered a slice per poll. */

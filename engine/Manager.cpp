@@ -26,6 +26,18 @@ Manager::Manager() : inputGain_(linearFromDb(kDefaultInputGainDb))
     for (int32_t i = 0; i < kTracks; ++i)
     {
         tracks_[i].effect().setManager(&effects_);
+        tracks_[i].setPathInUse(
+            [this, i](const epiPath& path)
+            {
+                for (int32_t j = 0; j < kTracks; ++j)
+                {
+                    if (j != i && (tracks_[j].filePath() == path || tracks_[j].frozenPathCopy() == path))
+                    {
+                        return true;
+                    }
+                }
+                return false;
+            });
         setTrackSource(i, &tracks_[i]);
     }
     setTrackSource(kMetronomeIndex, &metronome_);
@@ -108,10 +120,14 @@ void Manager::processBlock(AudioData& input, AudioData& output, MidiEventBlock& 
     }
 
     // Host time for the plug-ins: the tempo they hear is the session's at the present speed, and the beat
-    // is counted in the metronome's frames per beat at that tempo.
+    // position counts the metronome's beats at that tempo: the tempo counts quarter notes, and a beat
+    // lasts 4 / denominator of them (an eighth in 6/8).
     const float tempo = tempo_.load(std::memory_order_relaxed) * speedRatio_.load(std::memory_order_relaxed);
-    const double framesPerBeat =
-        tempo > 0.0f ? static_cast<double>(sampleRate_) * 60.0 / static_cast<double>(tempo) : 0.0;
+    const int32_t denominator = metronome_.denominator();
+    const double framesPerBeat = tempo > 0.0f && denominator > 0 ? (4.0 / static_cast<double>(denominator)) *
+                                                                       static_cast<double>(sampleRate_) *
+                                                                       60.0 / static_cast<double>(tempo)
+                                                                 : 0.0;
     effects_.setTransport(tempo, static_cast<double>(position),
                           framesPerBeat > 0.0 ? static_cast<double>(position) / framesPerBeat : 0.0);
     // Every unit gets the same MIDI; one without a running instance drops it.
@@ -502,8 +518,12 @@ void Manager::pumpTask()
     }
     if (d != nullptr)
     {
-        d->taskFailed(epiText("Unknown error"));
+        const epiText why = task_->failure();
+        d->taskFailed(why.empty() ? epiText("Unknown error") : why);
     }
+    // A failed job is undone as a cancelled one is: the tracks stream again, with the transport's
+    // playing state, and its half-made file goes.
+    task_->cancel();
     finishTask();
 }
 

@@ -301,7 +301,8 @@ public:
     bool hasTask() const { return task_ != nullptr; }
 
     /**
-     * The periodic step of the interface: passes on a plug-in change, renders a slice of the running job,
+     * The periodic step of the interface: passes on a plug-in change, renders a slice of the running job
+     * (a job that fails is reported and cancelled, which undoes its set-up and removes its file),
      * reports the end reached, and starts the transport for auto-record.
      */
     // [ui thread]

@@ -35,7 +35,7 @@ void Metronome::setTempo(float bpm)
 void Metronome::setTimeSignature(int32_t numerator, int32_t denominator)
 {
     numerator_.store(numerator, std::memory_order_relaxed);
-    denominator_ = denominator;
+    denominator_.store(denominator, std::memory_order_relaxed);
     recompute();
 }
 
@@ -48,7 +48,7 @@ void Metronome::recompute()
 {
     // The tempo counts quarter notes; the denominator only scales the beat: 6/8 at 120 is 11025 frames
     // a beat at 44.1 kHz. Values nobody should set (a zero tempo) give no beats rather than a fault.
-    const double frames = (4.0 / static_cast<double>(denominator_)) *
+    const double frames = (4.0 / static_cast<double>(denominator())) *
                           (static_cast<double>(sampleRate_) * 60.0) / static_cast<double>(tempoValue_);
     const int64_t perBeat =
         (std::isfinite(frames) && frames >= 1.0 && frames < 9.0e15) ? static_cast<int64_t>(frames) : 0;

@@ -54,7 +54,8 @@ public:
     void setTimeSignature(int32_t numerator, int32_t denominator) override;
     float tempo() const override { return tempoValue_; }
     int32_t numerator() const override { return numerator_.load(std::memory_order_relaxed); }
-    int32_t denominator() const override { return denominator_; }
+    // [any thread]
+    int32_t denominator() const override { return denominator_.load(std::memory_order_relaxed); }
     // [ui thread]
     void setDelegate(MetronomeDelegate* delegate) override;
     // [ui thread]
@@ -97,7 +98,9 @@ private:
     // accepted.
     std::atomic<int64_t> framesPerBeat_{0};
     std::atomic<int32_t> numerator_{4};
-    int32_t denominator_ = 4;   // interface thread only
+    // Relaxed: the Manager reads it on the audio thread for the plug-ins' beat position, a value that
+    // stands alone.
+    std::atomic<int32_t> denominator_{4};
     float tempoValue_ = 120.0f; // interface thread only
     uint32_t sampleRate_ = 0;
     uint32_t blockSize_ = 0;

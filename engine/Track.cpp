@@ -448,6 +448,7 @@ void Track::setEffectEnabled(bool on)
 
 void Track::setFrozen(bool on)
 {
+    const bool wasFrozen = frozen_;
     frozen_ = on;
     const bool running = effectLoaded_ && !frozen_;
     if (running != effectRunning_)
@@ -462,10 +463,14 @@ void Track::setFrozen(bool on)
         std::atomic_thread_fence(std::memory_order_seq_cst);
         waitIdle();
         frozenFile_.close();
-        if (!frozenPath_.empty())
+        // Only a freeze of this track made the file. A path kept from before (a project's stale entry)
+        // or one that something else plays is forgotten, not deleted.
+        if (wasFrozen && !frozenPath_.empty() && frozenPath_ != filePath_ &&
+            !(pathInUse_ && pathInUse_(frozenPath_)))
         {
             frozenPath_.remove();
         }
+        frozenPath_ = epiPath();
     }
 }
 
@@ -521,8 +526,18 @@ bool Track::load(const epiPath& path)
     }
     frozenPath_ = epiPath();
     takePath_ = epiPath();
+    reader_.forget();
     fileLoaded_.store(opened, std::memory_order_release);
     return opened;
+}
+
+const char* Track::playRefusal()
+{
+    if (!isLoaded() || directRead_ || streamFile_.sampleRate() == static_cast<int32_t>(sampleRate_))
+    {
+        return nullptr;
+    }
+    return streamResampler_.refusal();
 }
 
 void Track::unload()
@@ -536,6 +551,7 @@ void Track::unload()
     filePath_ = epiPath();
     streamResampler_.sourceChanged();
     memoryResampler_.sourceChanged();
+    reader_.forget();
 }
 
 void Track::setDirectRead(bool on)

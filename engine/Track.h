@@ -20,7 +20,9 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <string>
+#include <utility>
 
 /**
  * One of the four lanes: plays one file with its own speed and pitch through its own effect unit, or
@@ -157,11 +159,23 @@ public:
     // [ui thread, device stopped]
     void setDirectRead(bool on);
     bool isDirectRead() const { return directRead_; }
+    /**
+     * Asked before unfreezing deletes the frozen file: whether another track plays that path, as its
+     * file or its frozen file. The Manager sets it for its tracks.
+     */
+    // [ui thread]
+    void setPathInUse(std::function<bool(const epiPath&)> inUse) { pathInUse_ = std::move(inUse); }
     /** Sets the six switches from the flags. */
     // [ui thread]
     void rewire();
 
     bool isLoaded() const { return fileLoaded_.load(std::memory_order_relaxed); }
+    /**
+     * Why the file, opened, can't be played at the track's rate (the resampler refused the pair), in a
+     * few words for a message; null when it plays.
+     */
+    // [ui thread]
+    const char* playRefusal();
     const epiPath& filePath() const { return filePath_; }
     const epiPath& takePath() const { return takePath_; }
     const epiPath& recordPath() const { return recordPath_; }
@@ -263,4 +277,5 @@ private:
     std::atomic<bool> busy_{false};
     TakeError takeError_ = TakeError::none;
     std::string takeErrorText_;
+    std::function<bool(const epiPath&)> pathInUse_;
 };

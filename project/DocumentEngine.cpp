@@ -50,7 +50,9 @@ void Document::applyTrack(int32_t index, Manager& manager)
     {
         manager.loadTrack(index, file);
     }
-    track.loadFrozen(record.frozenPath);
+    // A frozen path kept beside a track that isn't frozen is stale: it goes, and its file stays on disk
+    // (unfreezing deletes only a file that a freeze of this track made).
+    track.loadFrozen(record.frozen ? record.frozenPath : epiPath());
     track.setFrozen(record.frozen);
     track.setArmed(record.armed);
     track.setInput(record.input);

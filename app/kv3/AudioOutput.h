@@ -1,13 +1,14 @@
 #pragma once
 
-// What the commands that write audio files (convert, stretch, render) share: the depth option and the
-// reason a rate conversion is refused.
+// What the commands that write or play audio files (convert, stretch, render, play) share: the depth
+// option and the reason a rate conversion is refused.
 
 #include <cstdint>
 #include <optional>
 #include <string>
 
 class AudioResampler_DSP;
+class Manager;
 
 namespace kv3cli
 {
@@ -21,5 +22,12 @@ std::optional<int32_t> depthOf(const std::string& text);
  */
 std::string resampleRefusal(const std::string& path, int32_t from, int32_t to,
                             const AudioResampler_DSP& resampler);
+
+/**
+ * Says on stderr, for each of the Manager's tracks whose file opened but can't be played at the
+ * Manager's rate, which file and why: "kv3: PATH can't be played at N Hz: REASON; its track stays
+ * silent".
+ */
+void reportUnplayableTracks(Manager& manager);
 
 } // namespace kv3cli

@@ -2,6 +2,7 @@
 
 #include "app/kv3/LiveSession.h"
 
+#include "app/kv3/AudioOutput.h"
 #include "app/kv3/ClickSounds.h"
 #include "devices/MPAudio.h"
 #include "engine/Metronome.h"
@@ -285,6 +286,7 @@ void LiveSession::prepare(const DeviceChoice& choice)
     manager_.setDelegate(this);
     manager_.setFormat(static_cast<std::uint32_t>(document_.sampleRate), settings_.bufferSize_);
     applyDocumentSession(document_, manager_, &manager_.metronomeNode());
+    kv3cli::reportUnplayableTracks(manager_);
     manager_.sessionLength();
     enableClick();
     reportEffects();

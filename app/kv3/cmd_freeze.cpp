@@ -22,9 +22,10 @@ const char* const kFreezeUsage =
     "Usage: kv3 freeze PROJECT --track N\n"
     "\n"
     "Renders track N (1 to 4) through its effect, with its speed and pitch, into a 24-bit WAVE file\n"
-    "beside the track's file with \"_frozen\" added to the name, marks the track frozen (it then plays\n"
+    "beside the track's file with \"_TN_frozen\" added to the name, marks the track frozen (it then plays\n"
     "that file and holds no plug-in instance) and saves the project. A track that was frozen is\n"
-    "rendered again. A progress bar is shown when stderr is a terminal.\n";
+    "rendered again; an armed track is rendered from its file as if it were not armed. A progress bar\n"
+    "is shown when stderr is a terminal.\n";
 
 const char* const kUnfreezeUsage =
     "Usage: kv3 unfreeze PROJECT --track N\n"
@@ -44,7 +45,7 @@ public:
         finished = true;
         bar_.finish();
     }
-    void taskFailed(const epiText&) override {}
+    void taskFailed(const epiText& message) override { failure = message; }
     void audioSuspend() override {}
     void audioResume() override {}
     void endReached() override {}
@@ -53,6 +54,7 @@ public:
     void metronomeBeat() override {}
 
     bool finished = false;
+    std::string failure;
 
 private:
     kv3cli::ProgressBar bar_;
@@ -108,8 +110,10 @@ int run(const std::vector<std::string>& argv, bool freeze)
     ManagerJobs::setTrackFrozen(manager, track, freeze);
     while (manager.hasTask())
         manager.poll();
+    // The project file is left as it was.
     if (freeze && !delegate.finished)
-        return kv3cli::fail(file + ": track " + std::to_string(track + 1) + " could not be rendered");
+        return kv3cli::fail(file + ": track " + std::to_string(track + 1) + " could not be frozen" +
+                            (delegate.failure.empty() ? std::string() : ": " + delegate.failure));
     doc.captureTrack(track, manager);
     if (!freeze)
         doc.tracks[static_cast<size_t>(track)]->frozenPath.clear();

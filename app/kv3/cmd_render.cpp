@@ -144,6 +144,7 @@ int runRender(const std::vector<std::string>& argv)
     manager.setDelegate(&delegate);
     manager.setFormat(static_cast<uint32_t>(doc.sampleRate), block);
     applyDocumentSession(doc, manager, &metronome);
+    kv3cli::reportUnplayableTracks(manager);
     if (args.flag("with-click"))
     {
         // The first set's accented clicks, from the pack linked into the program.

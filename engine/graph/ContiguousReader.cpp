@@ -14,6 +14,16 @@ bool ContiguousReader::provide(AudioData&)
     return false;
 }
 
+void ContiguousReader::setActive(bool on)
+{
+    if (!on)
+    {
+        // A stopped track is not read, so the history would otherwise outlive whatever happens next.
+        forget();
+    }
+    active_.store(on, std::memory_order_relaxed); // relaxed: a command
+}
+
 int32_t ContiguousReader::channels()
 {
     return input_ != nullptr ? input_->channels() : 2;
@@ -74,6 +84,11 @@ void ContiguousReader::fetchInto(int64_t position, int64_t count)
 
 bool ContiguousReader::read(AudioData& into)
 {
+    if (forget_.load(std::memory_order_relaxed))
+    {
+        forget_.store(false, std::memory_order_relaxed);
+        ring_.filledTo = 0;
+    }
     if (!active_.load(std::memory_order_relaxed) || ring_.frames <= 0 || ring_.channels != 2)
     {
         ring_.filledTo = 0;

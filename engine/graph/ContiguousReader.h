@@ -27,10 +27,16 @@ public:
     void setFirst(AudioSource* input) { input_ = input; }
     AudioSource* first() const { return input_; }
 
-    /** While inactive every read is silence and the history is forgotten. */
+    /** While inactive every read is silence. Switching it off forgets the history. */
     // [ui thread]
-    void setActive(bool on) { active_.store(on, std::memory_order_relaxed); } // relaxed: a command
+    void setActive(bool on);
     bool isActive() const { return active_.load(std::memory_order_relaxed); }
+    /**
+     * Forgets the history at the head of the next read, so that nothing held reaches a later read: for
+     * a stop, or an input that changes its audio.
+     */
+    // [ui thread]
+    void forget() { forget_.store(true, std::memory_order_relaxed); } // relaxed: a command
 
     /** Answers false: blocks are served by copy only. */
     // [audio thread]
@@ -67,4 +73,7 @@ private:
     uint32_t blockSize_ = 0;
     // Written by the interface (Track::setPlaying), read at the head of each read; relaxed: a command.
     std::atomic<bool> active_{false};
+    // Set by the interface, taken at the head of a read; relaxed: a command, and the read that takes it
+    // decides alone what it serves.
+    std::atomic<bool> forget_{false};
 };

@@ -99,8 +99,10 @@ bool HostSettings::load()
 bool HostSettings::load(const SettingsStore& store)
 {
     bool ok = readNumber(store, kSettingsVersion, settingsVersion_) && settingsVersion_ <= kVersion;
-    // The order of the reads is that of the original store; the first missing value ends the load,
-    // and there is no migration: a partial set counts as never stored.
+    // The reads follow the order in which save writes the values. The first missing value ends the
+    // load, so the order decides what a partial store still gives: the values read before the gap stay
+    // (hardware row 0 then replaces the devices, buffer, rate and gain). There is no migration: a
+    // partial store counts as a first run.
     ok = ok && readText(store, kTechnology, technology_);
     ok = ok && readText(store, kInputDevice, inputDevice_);
     ok = ok && readText(store, kOutputDevice, outputDevice_);

@@ -89,8 +89,7 @@ TEST(SincInterpolator, RefusesRatesItCannotServe)
     EXPECT_FALSE(s.setOutputRate(48000.0f)); // no source
     s.setSource(&src);
     EXPECT_FALSE(s.setOutputRate(0.0f));
-    EXPECT_FALSE(s.setOutputRate(44101.0f)); // 44100 phases
-    EXPECT_FALSE(s.setOutputRate(1000.0f));  // beyond the input stage
+    EXPECT_FALSE(s.setOutputRate(40.0f)); // beyond the input stage
     std::vector<float> out(10, 1.0f);
     EXPECT_EQ(s.read(out.data(), 10), 10);
     for (float v : out)
@@ -101,7 +100,7 @@ TEST(SincInterpolator, RefusesRatesItCannotServe)
 TEST(SincInterpolator, RefusalNamesTheLimitOfEveryPairTheDesignRefuses)
 {
     for (float in : {8000.0f, 22050.0f, 44100.0f, 48000.0f, 96000.0f, 192000.0f, 384000.0f})
-        for (float out : {1000.0f, 8000.0f, 44100.0f, 44101.0f, 47999.0f, 48000.0f, 96000.0f})
+        for (float out : {40.0f, 1000.0f, 8000.0f, 44100.0f, 44101.0f, 47999.0f, 48000.0f, 96000.0f})
         {
             MemorySource src(sine(1000, in, 100), in);
             SincInterpolator s;
@@ -110,9 +109,7 @@ TEST(SincInterpolator, RefusalNamesTheLimitOfEveryPairTheDesignRefuses)
                 << in << " -> " << out;
         }
     EXPECT_EQ(SincInterpolator::refusal(44100.0f, 48000.0f), nullptr);
-    EXPECT_NE(std::string(SincInterpolator::refusal(44100.0f, 44101.0f)).find("divisor"), std::string::npos);
-    EXPECT_NE(std::string(SincInterpolator::refusal(48000.0f, 47999.0f)).find("divisor"), std::string::npos);
-    EXPECT_NE(std::string(SincInterpolator::refusal(384000.0f, 8000.0f)).find("input stage"),
+    EXPECT_NE(std::string(SincInterpolator::refusal(384000.0f, 40.0f)).find("input stage"),
               std::string::npos);
     EXPECT_NE(std::string(SincInterpolator::refusal(0.0f, 8000.0f)).find("rate"), std::string::npos);
     EXPECT_NE(SincInterpolator::refusal(44100.0f, 48000.0f, 2), nullptr);
@@ -384,4 +381,30 @@ TEST(RandomAcessMaker, ZeroLatencyMakesSeekAPlainSeek)
     // A staircase of 100-sample ramps filtered at 10 kHz stays close to itself between the jumps.
     for (int i = 10; i < 90; ++i)
         EXPECT_NEAR(y[static_cast<std::size_t>(i)], x[static_cast<std::size_t>(1000 + i)], 0.02f) << i;
+}
+
+// Before, a pair whose exact ratio needs more than 4096 phases (or falls too far) was refused: silence.
+TEST(HiQualityResampler, PairsBeyondTheExactTableStillMatchTheDirectSine)
+{
+    const double pairs[][2] = {{44056, 48000}, {44056, 44100}, {31337, 44100}, {31337, 48000},
+                               {48000, 31337}, {384000, 8000}, {8000, 44101},  {352800, 11025}};
+    for (const auto& pair : pairs)
+    {
+        const double in = pair[0], out = pair[1];
+        MemorySource src(sine(1000.0, in, static_cast<int>(in / 4), 0.5, 0.3), static_cast<float>(in));
+        HiQualityResampler r;
+        r.setSource(&src);
+        ASSERT_TRUE(r.setOutputRate(static_cast<float>(out))) << in << " -> " << out;
+        r.seek(0);
+        const int n = r.length();
+        const std::vector<float> y = readAll(r, n);
+        const std::vector<float> expected = sine(1000.0, out, n, 0.5, 0.3);
+        double worst = 0.0;
+        const int margin = static_cast<int>(300 * std::max(1.0, out / in));
+        for (int i = margin; i < n - margin; ++i)
+            worst = std::max(worst, std::abs(static_cast<double>(y[static_cast<std::size_t>(i)]) -
+                                             expected[static_cast<std::size_t>(i)]));
+        // A millionth of pitch drifts the phase by 1.6e-3 over the quarter second.
+        EXPECT_LT(worst, 1e-3) << in << " -> " << out;
+    }
 }

@@ -17,6 +17,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <grp.h>
 #include <iterator>
 #include <string>
 #include <unistd.h>
@@ -201,8 +202,8 @@ TEST_F(RenderRig, FreezeAndUnfreezeThroughTheProgramSaveTheProject)
     Document doc;
     ASSERT_TRUE(doc.load(epiPath(project)));
     EXPECT_TRUE(doc.tracks[0]->frozen);
-    EXPECT_EQ(doc.tracks[0]->frozenPath, file("gtr_frozen.wav"));
-    const Audio frozen = readAudio(file("gtr_frozen.wav"));
+    EXPECT_EQ(doc.tracks[0]->frozenPath, file("gtr_T1_frozen.wav"));
+    const Audio frozen = readAudio(file("gtr_T1_frozen.wav"));
     const Audio original = readAudio(file("gtr.wav"));
     ASSERT_EQ(frozen.samples.size(), original.samples.size());
     // Through the halving effect, in 24 bit.
@@ -212,7 +213,7 @@ TEST_F(RenderRig, FreezeAndUnfreezeThroughTheProgramSaveTheProject)
     ASSERT_EQ(kv3("unfreeze " + project + " --track 1"), 0);
     ASSERT_TRUE(doc.load(epiPath(project)));
     EXPECT_FALSE(doc.tracks[0]->frozen);
-    EXPECT_FALSE(fs::exists(file("gtr_frozen.wav")));
+    EXPECT_FALSE(fs::exists(file("gtr_T1_frozen.wav")));
     EXPECT_TRUE(fs::exists(file("gtr.wav")));
 }
 
@@ -466,4 +467,144 @@ TEST_F(RenderRig, ProgressIsDrawnOnATerminalAndNowhereElse)
     EXPECT_NE(screen.find("\rrender ["), std::string::npos) << screen;
     EXPECT_NE(screen.find("] 100%"), std::string::npos) << screen;
     EXPECT_TRUE(fs::exists(file("shown.wav")));
+}
+
+TEST_F(RenderRig, LoopSavedAtHalfSpeedComesBackAsSaved)
+{
+    // Before, the loop went in after the ratio and was cut to a length in the other unit: end before start.
+    ASSERT_TRUE(writeAudio(file("a.wav"), 44100, 44100 * 4, 200.0));
+    const std::string project = file("p.kv3h");
+    ASSERT_EQ(kv3("project new " + project), 0);
+    ASSERT_EQ(kv3("project set " + project + " --track 1 --file " + file("a.wav") +
+                  " --armed off --ratio 0.5 --loop 100000:170000 --loop-on on"),
+              0);
+    Document doc;
+    ASSERT_TRUE(doc.load(epiPath(project)));
+    QuietDelegate delegate;
+    Manager manager;
+    manager.setDelegate(&delegate);
+    manager.setFormat(44100, 256);
+    applyDocumentSession(doc, manager, nullptr);
+    EXPECT_TRUE(manager.isLoopEnabled());
+    EXPECT_EQ(manager.loopStart(), 100000);
+    EXPECT_EQ(manager.loopEnd(), 170000);
+    EXPECT_EQ(kv3("render " + project + " " + file("loop.wav") + " --loop"), 0);
+    EXPECT_GT(readAudio(file("loop.wav")).samples.size(), 0u);
+}
+
+TEST_F(RenderRig, FreezeIntoAReadOnlyFolderFailsAndLeavesTheProject)
+{
+    // Before, the freeze said yes and saved the project frozen onto a file that was never written.
+    const fs::path readOnly = folder_ / "ro";
+    fs::create_directory(readOnly);
+    ASSERT_TRUE(writeAudio((readOnly / "gtr.wav").string(), 44100, 44100, 220.0));
+    const std::string project = file("f.kv3h");
+    ASSERT_EQ(kv3("project new " + project), 0);
+    ASSERT_EQ(kv3("project set " + project + " --track 1 --file " + (readOnly / "gtr.wav").string()), 0);
+    std::ifstream before(project, std::ios::binary);
+    const std::string bytes{std::istreambuf_iterator<char>(before), {}};
+    fs::permissions(readOnly, fs::perms::owner_read | fs::perms::owner_exec | fs::perms::group_read |
+                                  fs::perms::group_exec | fs::perms::others_read | fs::perms::others_exec);
+    std::string bin = KV3_BIN;
+    if (::geteuid() == 0)
+    {
+        // Root writes anywhere: the program runs as nobody, from a copy it can reach, over files it owns.
+        fs::copy_file(KV3_BIN, file("kv3"));
+        fs::copy_file(KV3_TEST_GAIN, file("gain.so"));
+        ::setenv("KV3_VPA2_PATH", file("gain.so").c_str(), 1);
+        bin = file("kv3");
+        for (const auto& entry : fs::recursive_directory_iterator(folder_))
+            ASSERT_EQ(::chown(entry.path().c_str(), 65534, 65534), 0);
+        ASSERT_EQ(::chown(folder_.c_str(), 65534, 65534), 0);
+    }
+    const pid_t child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0)
+    {
+        if (::geteuid() == 0 &&
+            (::setgroups(0, nullptr) != 0 || ::setgid(65534) != 0 || ::setuid(65534) != 0))
+            ::_exit(126);
+        const std::string command =
+            bin + " freeze " + project + " --track 1 >" + file("stdout.txt") + " 2>" + file("stderr.txt");
+        ::execl("/bin/sh", "sh", "-c", command.c_str(), static_cast<char*>(nullptr));
+        ::_exit(127);
+    }
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    fs::permissions(readOnly, fs::perms::owner_write, fs::perm_options::add);
+    EXPECT_EQ(WIFEXITED(status) ? WEXITSTATUS(status) : -1, 1);
+    std::ifstream errors(file("stderr.txt"));
+    EXPECT_NE(std::string(std::istreambuf_iterator<char>(errors), {}).find("gtr_T1_frozen.wav"),
+              std::string::npos);
+    std::ifstream after(project, std::ios::binary);
+    EXPECT_TRUE(std::string(std::istreambuf_iterator<char>(after), {}) == bytes) << "the project changed";
+    EXPECT_FALSE(fs::exists(readOnly / "gtr_T1_frozen.wav"));
+}
+
+TEST_F(RenderRig, StaleFrozenPathOfAnUnfrozenTrackDeletesNothing)
+{
+    // Before, loading a project whose unfrozen track kept a frozen path deleted the file at that path.
+    ASSERT_TRUE(writeAudio(file("a.wav"), 44100, 44100, 300.0));
+    ASSERT_TRUE(writeAudio(file("b.wav"), 44100, 44100, 300.0));
+    Document doc;
+    doc.tracks[0]->elementId = doc.addElement(epiPath(file("a.wav")));
+    doc.tracks[0]->frozenPath = file("b.wav");
+    QuietDelegate delegate;
+    Manager manager;
+    manager.setDelegate(&delegate);
+    manager.setFormat(44100, 256);
+    doc.applyAll(manager);
+    EXPECT_TRUE(fs::exists(file("b.wav")));
+    doc.captureAll(manager);
+    EXPECT_TRUE(doc.tracks[0]->frozenPath.empty());
+}
+
+TEST_F(RenderRig, FilesAtRatesWithoutACommonTableRenderAtTheirPitchAndLength)
+{
+    // Before, a file whose rate shares too small a divisor with the project's was refused: silence.
+    for (const int32_t fileRate : {44056, 31337})
+        for (const int32_t projectRate : {44100, 48000})
+        {
+            const std::string name = std::to_string(fileRate) + "-" + std::to_string(projectRate);
+            ASSERT_TRUE(writeAudio(file(name + ".wav"), fileRate, fileRate * 2, 440.0));
+            const std::string project = file(name + ".kv3h");
+            ASSERT_EQ(kv3("project new " + project + " --rate " + std::to_string(projectRate)), 0);
+            ASSERT_EQ(kv3("project set " + project + " --track 1 --file " + file(name + ".wav") +
+                          " --armed off --fx off"),
+                      0);
+            ASSERT_EQ(kv3("render " + project + " " + file(name + "-out.wav") + " --depth float"), 0);
+            const Audio out = readAudio(file(name + "-out.wav"));
+            const auto frames = static_cast<int64_t>(out.samples.size() / 2);
+            EXPECT_NEAR(frames, 2 * projectRate, 2) << name;
+            // Rising zero crossings of the left side over the middle: the tone's period at the project's
+            // rate.
+            double first = -1.0, last = -1.0;
+            int periods = -1;
+            for (int64_t i = projectRate / 4; i + 1 < frames - projectRate / 4; ++i)
+            {
+                const float a = out.samples[size_t(2 * i)], b = out.samples[size_t(2 * i + 2)];
+                if (a < 0.0f && b >= 0.0f)
+                {
+                    last = double(i) + a / (a - b);
+                    first = first < 0.0 ? last : first;
+                    ++periods;
+                }
+            }
+            ASSERT_GT(periods, 100) << name;
+            EXPECT_NEAR(projectRate * periods / (last - first), 440.0, 0.44) << name;
+        }
+}
+
+TEST_F(RenderRig, RenderSaysWhichFileTheResamplerRefuses)
+{
+    // Before, a file the resampler refused rendered as silence without a word.
+    ASSERT_TRUE(writeAudio(file("far.wav"), 9000000, 90000, 1000.0));
+    const std::string project = file("p.kv3h");
+    ASSERT_EQ(kv3("project new " + project + " --rate 8000"), 0);
+    ASSERT_EQ(kv3("project set " + project + " --track 1 --file " + file("far.wav") + " --armed off"), 0);
+    EXPECT_EQ(kv3("render " + project + " " + file("out.wav")), 0);
+    std::ifstream errors(file("stderr.txt"));
+    EXPECT_NE(std::string(std::istreambuf_iterator<char>(errors), {})
+                  .find(file("far.wav") + " can't be played at 8000 Hz"),
+              std::string::npos);
 }

@@ -215,3 +215,30 @@ TEST_F(ExportRig, TheMetronomesStripIsPartOfTheMix)
         ASSERT_EQ(mix.left[size_t(i)] != 0.0f, inClick) << i;
     }
 }
+
+TEST_F(ExportRig, FailedExportGivesTheTracksBackAndLeavesNoFile)
+{
+    // Before, a failed job was dropped uncancelled: tracks kept reading directly and playing, the file
+    // stayed.
+    manager.setLoopStart(1000);
+    manager.setLoopEnd(1000);
+    const std::string out = folder.file("empty-loop.wav");
+    ManagerJobs::startExport(manager, epiPath(out), AudioFileFormats::kWave, AudioFileFormats::k24Bit, true);
+    pumpToEnd(manager);
+    EXPECT_EQ(delegate.failures.size(), 1u);
+    EXPECT_FALSE(std::filesystem::exists(out));
+    EXPECT_FALSE(manager.trackNode(0).isDirectRead());
+    EXPECT_FALSE(manager.trackNode(0).isPlaying());
+    // The transport is stopped: its blocks are silence, not one block of the file over and over.
+    AudioBuffer input, output;
+    input.alloc(kBlock, 2);
+    output.alloc(kBlock, 2);
+    auto midi = std::make_unique<MidiEventBlock>();
+    float peak = 0.0f;
+    for (int b = 0; b < 20; ++b)
+    {
+        manager.processBlock(input, output, *midi);
+        peak = std::max(peak, output.peak());
+    }
+    EXPECT_EQ(peak, 0.0f);
+}

@@ -70,7 +70,7 @@ TEST_F(FreezeRig, FrozenFileHoldsTheTrackThroughItsEffectAndTheInstanceIsRelease
     EXPECT_EQ(delegate.suspends, 1);
     EXPECT_EQ(delegate.resumes, 1);
 
-    const std::string frozen = folder.file("riff_frozen.wav");
+    const std::string frozen = folder.file("riff_T2_frozen.wav");
     EXPECT_EQ(track().frozenPathCopy(), frozen);
     const Stereo out = readWave(frozen);
     ASSERT_EQ(out.frames(), kFrames);
@@ -108,7 +108,7 @@ TEST_F(FreezeRig, FrozenFileFollowsTheTracksSpeed)
     ManagerJobs::setTrackFrozen(manager, 1, true);
     pumpToEnd(manager);
     EXPECT_EQ(delegate.finished, 1);
-    EXPECT_EQ(readWave(folder.file("riff_frozen.wav")).frames(), length);
+    EXPECT_EQ(readWave(folder.file("riff_T2_frozen.wav")).frames(), length);
 }
 
 TEST_F(FreezeRig, FreezingAFrozenTrackRendersItThroughTheEffectAgain)
@@ -119,7 +119,7 @@ TEST_F(FreezeRig, FreezingAFrozenTrackRendersItThroughTheEffectAgain)
     ManagerJobs::setTrackFrozen(manager, 1, true);
     EXPECT_EQ(pumpToEnd(manager), 3);
     EXPECT_EQ(delegate.finished, 2);
-    const Stereo out = readWave(folder.file("riff_frozen.wav"));
+    const Stereo out = readWave(folder.file("riff_T2_frozen.wav"));
     ASSERT_EQ(out.frames(), kFrames);
     EXPECT_NEAR(out.left[1000], 0.5 * audio.left[1000], 1.0e-6);
     EXPECT_TRUE(track().isFrozen());
@@ -129,7 +129,7 @@ TEST_F(FreezeRig, CancelLeavesNoFileAndTheTrackAsItWas)
 {
     ManagerJobs::setTrackFrozen(manager, 1, true);
     manager.poll();
-    const std::string frozen = folder.file("riff_frozen.wav");
+    const std::string frozen = folder.file("riff_T2_frozen.wav");
     EXPECT_TRUE(std::filesystem::exists(frozen));
     manager.cancelTask();
     EXPECT_FALSE(std::filesystem::exists(frozen));
@@ -151,4 +151,46 @@ TEST_F(FreezeRig, EmptyTrackFailsAtItsFirstStep)
     // Out of range does nothing at all.
     ManagerJobs::setTrackFrozen(manager, 7, true);
     EXPECT_FALSE(manager.hasTask());
+}
+
+TEST_F(FreezeRig, ArmedTrackIsFrozenFromItsFileThroughItsEffect)
+{
+    // Before, an armed track gave nothing and its frozen file was silence.
+    manager.track(1).setArmed(true);
+    ManagerJobs::setTrackFrozen(manager, 1, true);
+    pumpToEnd(manager);
+    EXPECT_EQ(delegate.finished, 1);
+    const Stereo out = readWave(folder.file("riff_T2_frozen.wav"));
+    ASSERT_EQ(out.frames(), kFrames);
+    EXPECT_NEAR(out.left[1000], 0.5 * audio.left[1000], 1.0e-6);
+    EXPECT_TRUE(track().isArmed());
+}
+
+TEST_F(FreezeRig, TwoTracksOnOneFileKeepTheirOwnFrozenFiles)
+{
+    // Before, both froze into one file: the second freeze overwrote the first, one unfreeze deleted both.
+    ASSERT_TRUE(manager.loadTrack(2, epiPath(folder.file("riff.wav"))));
+    manager.track(2).setEffectLoaded(true);
+    manager.track(2).setEffectEnabled(true);
+    ManagerJobs::setTrackFrozen(manager, 1, true);
+    pumpToEnd(manager);
+    ManagerJobs::setTrackFrozen(manager, 2, true);
+    pumpToEnd(manager);
+    const std::string second = manager.track(1).frozenPathCopy(), third = manager.track(2).frozenPathCopy();
+    EXPECT_NE(second, third);
+    ManagerJobs::setTrackFrozen(manager, 2, false);
+    EXPECT_TRUE(std::filesystem::exists(second));
+    EXPECT_FALSE(std::filesystem::exists(third));
+    EXPECT_TRUE(manager.track(2).frozenPathCopy().empty()) << "a stale frozen path is kept after unfreezing";
+}
+
+TEST_F(FreezeRig, UnfreezingNeverDeletesAFileAnotherTrackPlays)
+{
+    // Before, unfreezing deleted whatever file the frozen path named, another track's file included.
+    ASSERT_TRUE(writeWave(folder.file("other.wav"), audio));
+    ASSERT_TRUE(manager.loadTrack(0, epiPath(folder.file("other.wav"))));
+    manager.track(1).loadFrozen(epiPath(folder.file("other.wav")));
+    manager.track(1).setFrozen(true);
+    manager.track(1).setFrozen(false);
+    EXPECT_TRUE(std::filesystem::exists(folder.file("other.wav")));
 }

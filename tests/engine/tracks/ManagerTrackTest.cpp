@@ -150,6 +150,7 @@ TEST_F(ManagerTrackTest, HostTimeAndTicksFollowEveryBlock)
 {
     Manager& manager = rig_.manager();
     manager.setTempo(90.0f);
+    manager.metronome().setTimeSignature(6, 8);
     manager.locate(48000);
     const uint32_t ticks = manager.trackNode(3).effect().tick();
     rig_.run(kBlock);
@@ -159,8 +160,9 @@ TEST_F(ManagerTrackTest, HostTimeAndTicksFollowEveryBlock)
     ASSERT_TRUE(manager.effects().plugin().getTimeInfo(&tempo, &samples, &beats));
     EXPECT_FLOAT_EQ(tempo, 90.0f);
     EXPECT_DOUBLE_EQ(samples, 48000.0);
-    // At 90 BPM a beat is 32000 frames of 48 kHz.
-    EXPECT_DOUBLE_EQ(beats, 1.5);
+    // The metronome's beats: at 90 BPM in 6/8 an eighth is 16000 frames of 48 kHz. Before, quarter notes
+    // were counted whatever the signature (1.5 here).
+    EXPECT_DOUBLE_EQ(beats, 3.0);
     manager.setSpeedRatio(2.0f);
     rig_.run(kBlock);
     ASSERT_TRUE(manager.effects().plugin().getTimeInfo(&tempo, &samples, &beats));

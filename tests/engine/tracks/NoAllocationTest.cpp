@@ -196,3 +196,37 @@ TEST(NoAllocationTakeTest, RecordingATakeAllocatesNothingPerBlock)
     EXPECT_EQ(gAllocations.load(), 0) << "allocations on the audio thread while recording";
     EXPECT_TRUE(rig.stopTake()) << track.takeErrorText();
 }
+
+TEST(NoAllocationFormatTest, PlaybackAfterAFormatChangeAllocatesNothingPerBlock)
+{
+    // Before, the format change shrank the file's buffer that loading had grown: the first blocks allocated.
+    gAllocations.store(0);
+    TempFolder folder("noalloc-format");
+    TrackRig rig(48000, 128);
+    rig.harness().recordOutput = false;
+    rig.harness().recordBlocks = false;
+    Manager& manager = rig.manager();
+    ASSERT_TRUE(writeFile(folder.file("mono.wav"), SF_FORMAT_WAV | SF_FORMAT_FLOAT, 1, 44100, 44100 * 20,
+                          tone, tone));
+    ASSERT_TRUE(writeFile(folder.file("stereo.wav"), SF_FORMAT_WAV | SF_FORMAT_FLOAT, 2, 96000, 96000 * 20,
+                          tone, tone));
+    ASSERT_TRUE(manager.loadTrack(0, epiPath(folder.file("mono.wav"))));
+    ASSERT_TRUE(manager.loadTrack(1, epiPath(folder.file("stereo.wav"))));
+    manager.setFormat(48000, 128);
+    manager.setLoopStart(200000);
+    manager.setLoopEnd(300000);
+    manager.setLoopEnabled(true);
+    manager.start();
+    for (int b = 0; b < 3000; ++b)
+    {
+        if (b == 1000)
+            manager.locate(150000);
+        tCounting = true;
+        rig.harness().runBlock(128);
+        tCounting = false;
+        if (b % 16 == 0)
+            std::this_thread::sleep_for(std::chrono::microseconds(200));
+    }
+    EXPECT_GT(manager.enginePosition(), 200000);
+    EXPECT_EQ(gAllocations.load(), 0) << "allocations on the audio thread after the format changed";
+}

@@ -237,3 +237,23 @@ TEST_F(PlayTest, UnloadedTrackIsSilentAndFailedLoadLeavesItEmpty)
     EXPECT_FALSE(rig_.track().provide(block));
     EXPECT_EQ(rig_.track().length(), 0);
 }
+
+TEST_F(PlayTest, AFileLoadedAfterStopPlaysWithNoneOfTheOldOne)
+{
+    // Before, the history kept the old file after a stop, and the next play began with it.
+    play(48000);
+    rig_.run(24000);
+    rig_.manager().stop();
+    rig_.run(1024);
+    const std::string silent = folder_.file("silent.wav");
+    ASSERT_TRUE(writeFile(
+        silent, SF_FORMAT_WAV | SF_FORMAT_FLOAT, 2, 48000, 48000, [](int64_t) { return 0.0f; },
+        [](int64_t) { return 0.0f; }));
+    ASSERT_TRUE(rig_.manager().loadTrack(0, epiPath(silent)));
+    rig_.track().setDirectRead(true);
+    rig_.harness().left.clear();
+    rig_.manager().start();
+    rig_.run(24000);
+    const auto& out = rig_.harness().left;
+    EXPECT_EQ(*std::max_element(out.begin(), out.end()), 0.0f);
+}
