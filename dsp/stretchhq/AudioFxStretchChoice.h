@@ -1,0 +1,89 @@
+#pragma once
+
+#include "dsp/stretch/AudioFxPSTS.h"
+#include "dsp/stretchhq/AudioFxHQStretch.h"
+#include "engine/graph/AudioData.h"
+#include "engine/graph/AudioSource.h"
+
+#include <atomic>
+#include <cstdint>
+
+/** Which speed and pitch engine plays a track. */
+enum class StretchQuality : int32_t
+{
+    standard = 0, ///< the grain engine: tiny cost
+    high = 1,     ///< the phase vocoder: clean sustained notes, more CPU
+};
+
+/**
+ * A track's speed and pitch node: the standard engine and the high-quality one side by side, both fed
+ * from the same upstream node and given the same speed and pitch, one of them playing.
+ *
+ * The quality may be changed from the interface thread while the node plays. It takes effect at the
+ * next jump in the requested positions (a loop, a locate, the start of playback), where either engine
+ * restarts anyway, so the change never cuts into a running stream. At unity speed and pitch both
+ * engines are the same straight line, so the change takes effect at once there.
+ */
+class AudioFxStretchChoice final : public AudioSource
+{
+public:
+    AudioFxStretchChoice() = default;
+    AudioFxStretchChoice(const AudioFxStretchChoice&) = delete;
+    AudioFxStretchChoice& operator=(const AudioFxStretchChoice&) = delete;
+
+    /** Wires the upstream node of both engines, not owned. */
+    // [ui thread, device stopped]
+    void setSource(AudioSource* upstream);
+    AudioSource* source() const { return standard_.source(); }
+
+    /** @param stretch output time over source time: 1 / (speed times the session's rate factor) */
+    // [ui thread]
+    void setStretch(float stretch);
+    /** @param factor 2 to the power of minus the semitones over 12 */
+    // [ui thread]
+    void setPitch(float factor);
+    /** Asks for an engine; it plays from the next position jump. */
+    // [ui thread]
+    void setQuality(StretchQuality quality);
+    /** The engine asked for. */
+    StretchQuality quality() const
+    {
+        return static_cast<StretchQuality>(requested_.load(std::memory_order_relaxed));
+    }
+    /** The engine playing now. */
+    // [any thread]
+    StretchQuality playing() const
+    {
+        return static_cast<StretchQuality>(playing_.load(std::memory_order_relaxed));
+    }
+
+    // [audio thread]
+    bool provide(AudioData& request) override;
+    // [audio thread]
+    bool read(AudioData& into) override;
+    int32_t channels() override { return 2; }
+    /** Prepares both engines; speed and pitch are back at unity afterwards. */
+    // [ui thread, device stopped]
+    void prepare(uint32_t sampleRate, uint32_t blockSize) override;
+
+    AudioFxPSTS& standard() { return standard_; }
+    AudioFxHQStretch& high() { return high_; }
+
+private:
+    /** Takes the engine asked for when the block at position may switch. */
+    AudioSource& engineFor(int64_t position, int64_t frames);
+
+    AudioFxPSTS standard_;
+    AudioFxHQStretch high_;
+    // Written by the interface thread, read at the head of each block; relaxed: a command.
+    std::atomic<int32_t> requested_{0};
+    // Written by the audio thread when it switches, read by anyone; relaxed: a status.
+    std::atomic<int32_t> playing_{0};
+    // Unity as the interface last set it; relaxed: the engines order their own parameters.
+    std::atomic<bool> unity_{true};
+    std::atomic<float> stretch_{1.0f};
+    std::atomic<float> pitch_{1.0f};
+    // Audio thread only: where the next block continues, and where the standard engine stopped.
+    int64_t expected_ = -1;
+    int64_t standardEnd_ = -1;
+};
