@@ -15,8 +15,11 @@ constexpr float kMaxValue = 10.0f;
 // The most source frames handed to the stretcher at once; it is told so in prepare, which is what
 // keeps its real-time path from growing buffers.
 constexpr int64_t kFeedFrames = 1024;
+// The least fed at once: asked for nothing more, the stretcher still needs a hop's worth of input
+// before it makes its next output, and feeding it single frames would take a call per frame.
+constexpr int64_t kMinFeedFrames = 256;
 // Feeds per block before giving up on a stretcher that yields nothing (it never should).
-constexpr int32_t kMaxFeeds = 256;
+constexpr int32_t kMaxFeeds = 64;
 
 constexpr uint32_t kStretchChanged = 1u;
 constexpr uint32_t kPitchChanged = 2u;
@@ -146,7 +149,7 @@ bool AudioFxHQStretch::fill(int64_t count)
         {
             return true;
         }
-        feed(std::clamp<int64_t>(static_cast<int64_t>(stretcher_->getSamplesRequired()), 1, kFeedFrames));
+        feed(std::clamp<int64_t>(static_cast<int64_t>(stretcher_->getSamplesRequired()), kMinFeedFrames, kFeedFrames));
     }
     return stretcher_->available() >= count;
 }
