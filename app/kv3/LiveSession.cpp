@@ -101,7 +101,7 @@ bool parseDeviceChoice(const Args& args, DeviceChoice& choice, std::string& erro
         }
         choice.bufferSize = static_cast<std::uint32_t>(*frames);
     }
-    return true;
+    return chooseQuality(args, choice.quality, error);
 }
 
 bool parseSeconds(const Args& args, std::optional<double>& seconds, std::string& error)
@@ -285,6 +285,7 @@ void LiveSession::prepare(const DeviceChoice& choice)
     manager_.setDelegate(this);
     manager_.setFormat(static_cast<std::uint32_t>(document_.sampleRate), settings_.bufferSize_);
     applyDocumentSession(document_, manager_, &manager_.metronomeNode());
+    applyQuality(manager_, choice.quality);
     manager_.sessionLength();
     enableClick();
     reportEffects();

@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numbers>
+#include <vector>
 
 namespace
 {
@@ -18,11 +20,31 @@ constexpr int64_t kFeedFrames = 1024;
 // The least fed at once: asked for nothing more, the stretcher still needs a hop's worth of input
 // before it makes its next output, and feeding it single frames would take a call per frame.
 constexpr int64_t kMinFeedFrames = 256;
+// Full feeds at each extreme time ratio when a stretcher is made.
+constexpr int kWarmUpFeeds = 4;
+// Frames fed at each semitone of the sweep when a stretcher is made.
+constexpr int64_t kSweepFrames = 64;
+constexpr int kRangeSemitones = 36;
+// The click that times a new stretcher: a burst at a quarter of the rate, dying away.
+constexpr int64_t kClickFrames = 64;
+constexpr int64_t kClickPeak = 1;
+
+float click(int64_t i)
+{
+    return static_cast<float>(std::sin(0.5 * std::numbers::pi * static_cast<double>(i)) *
+                              std::exp(-static_cast<double>(i) / 8.0));
+}
 // Feeds per block before giving up on a stretcher that yields nothing (it never should).
 constexpr int32_t kMaxFeeds = 64;
 
+// The stretcher's ranges: a time ratio of 1/16 to 16 and a pitch scale of three octaves either way
+// cover every speed and transposition the program offers with room to spare.
+constexpr double kMinTimeRatio = 1.0 / 16.0;
+constexpr double kMaxTimeRatio = 16.0;
+constexpr double kMinPitchScale = 1.0 / 8.0;
+constexpr double kMaxPitchScale = 8.0;
+
 constexpr uint32_t kStretchChanged = 1u;
-constexpr uint32_t kPitchChanged = 2u;
 
 // Real time, so that ratios may change while it runs; the finer engine; pitch changes that stay
 // smooth while they move; both channels analysed together, so the stereo image holds.
@@ -48,7 +70,10 @@ int64_t sourcePosition(int64_t position, float stretch)
 
 AudioFxHQStretch::AudioFxHQStretch() = default;
 
-AudioFxHQStretch::~AudioFxHQStretch() = default;
+AudioFxHQStretch::~AudioFxHQStretch()
+{
+    release();
+}
 
 bool AudioFxHQStretch::isUnity(float v)
 {
@@ -77,26 +102,130 @@ void AudioFxHQStretch::setPitch(float factor)
         return;
     }
     const float v = std::clamp(factor, kMinValue, kMaxValue);
-    if (pitch_.load(std::memory_order_relaxed) != v)
+    if (pitch_.load(std::memory_order_relaxed) == v)
     {
-        pitch_.store(v, std::memory_order_relaxed);
-        pending_.fetch_or(kPitchChanged, std::memory_order_release);
+        return;
     }
+    pitch_.store(v, std::memory_order_relaxed);
+    if (!prepared_)
+    {
+        return;
+    }
+    // The stretcher's resampler allocates whenever it meets a pitch scale it hasn't prepared for, and
+    // its delay then depends on the scales it met before: each pitch gets a stretcher of its own, made
+    // here and handed over whole.
+    delete retired_.exchange(nullptr, std::memory_order_acquire);
+    int64_t correction = 0;
+    RubberBandStretcher* made = make(sampleRate_, pitchScale(v), correction);
+    incomingCorrection_.store(correction, std::memory_order_relaxed);
+    delete incoming_.exchange(made, std::memory_order_acq_rel);
+}
+
+RubberBandStretcher* AudioFxHQStretch::make(uint32_t sampleRate, double pitchScale, int64_t& correction)
+{
+    auto stretcher = std::make_unique<RubberBandStretcher>(sampleRate, 2, kOptions, 1.0, pitchScale);
+    stretcher->setMaxProcessSize(kFeedFrames);
+    std::vector<float> feed(static_cast<size_t>(kFeedFrames));
+    std::vector<float> sink(static_cast<size_t>(kFeedFrames));
+    const float* in[2] = {feed.data(), feed.data()};
+    float* out[2] = {sink.data(), sink.data()};
+    std::vector<float> heard;
+    auto play = [&](int64_t frames, bool keep)
+    {
+        stretcher->process(in, static_cast<size_t>(frames), false);
+        while (stretcher->available() > 0)
+        {
+            const size_t n =
+                stretcher->retrieve(out, std::min<size_t>(static_cast<size_t>(stretcher->available()),
+                                                          static_cast<size_t>(kFeedFrames)));
+            if (keep)
+            {
+                heard.insert(heard.end(), sink.begin(), sink.begin() + static_cast<std::ptrdiff_t>(n));
+            }
+        }
+    };
+    // Its resampler, in the path at every pitch, is steered around the nominal ratio to keep time and
+    // allocates whenever a ratio needs a larger table than any before (seen with the allocation
+    // counter). Every semitone of the range is played through on silence, twice (it keeps two tables
+    // that take turns), and then every time ratio of the range: after that no ratio has made it allocate.
+    for (int pass = 0; pass < 2; ++pass)
+    {
+        for (int semitones = -kRangeSemitones; semitones <= kRangeSemitones; ++semitones)
+        {
+            stretcher->setPitchScale(std::pow(2.0, semitones / 12.0));
+            play(kSweepFrames, false);
+        }
+    }
+    stretcher->setPitchScale(pitchScale);
+    for (double ratio : {kMinTimeRatio, kMaxTimeRatio})
+    {
+        stretcher->reset();
+        stretcher->setTimeRatio(ratio);
+        for (int i = 0; i < kWarmUpFeeds; ++i)
+        {
+            play(kFeedFrames, false);
+        }
+    }
+    // The sweep leaves the resampler with a delay that its start delay doesn't count, the same at every
+    // time ratio: a click is timed through it at ratio 1 and the difference kept.
+    stretcher->reset();
+    stretcher->setTimeRatio(1.0);
+    const auto pad = static_cast<int64_t>(stretcher->getPreferredStartPad());
+    const auto delay = static_cast<int64_t>(stretcher->getStartDelay());
+    for (int64_t left = pad; left > 0; left -= kFeedFrames)
+    {
+        play(std::min(left, kFeedFrames), true);
+    }
+    heard.clear();
+    for (int64_t i = 0; i < kFeedFrames; ++i)
+    {
+        feed[static_cast<size_t>(i)] = i < kClickFrames ? click(i) : 0.0f;
+    }
+    play(kFeedFrames, true);
+    std::fill(feed.begin(), feed.end(), 0.0f);
+    for (int64_t fed = kFeedFrames; fed < delay + 4 * kFeedFrames; fed += kFeedFrames)
+    {
+        play(kFeedFrames, true);
+    }
+    const auto loudest = std::max_element(heard.begin(), heard.end(),
+                                          [](float a, float b) { return std::fabs(a) < std::fabs(b); });
+    correction = heard.empty() ? 0 : (loudest - heard.begin()) - delay - kClickPeak;
+    stretcher->reset();
+    stretcher->setTimeRatio(1.0);
+    return stretcher.release();
 }
 
 void AudioFxHQStretch::prepare(uint32_t sampleRate, uint32_t blockSize)
 {
-    stretcher_ = std::make_unique<RubberBandStretcher>(sampleRate, 2, kOptions, 1.0, 1.0);
-    stretcher_->setMaxProcessSize(kFeedFrames);
+    release();
+    sampleRate_ = sampleRate;
+    blockSize_ = blockSize;
+    stretcher_.reset(make(sampleRate, 1.0, correction_));
+    prepared_ = true;
     output_.alloc(blockSize, 2);
     input_.alloc(kFeedFrames, 2);
     discard_.alloc(kFeedFrames, 2);
-    sampleRate_ = sampleRate;
-    blockSize_ = blockSize;
     stretch_.store(1.0f, std::memory_order_relaxed);
     pitch_.store(1.0f, std::memory_order_relaxed);
     pending_.store(0, std::memory_order_relaxed);
     expected_ = -1;
+}
+
+void AudioFxHQStretch::release()
+{
+    prepared_ = false;
+    stretcher_.reset();
+    delete incoming_.exchange(nullptr, std::memory_order_acquire);
+    delete retired_.exchange(nullptr, std::memory_order_acquire);
+    output_.release();
+    input_.release();
+    discard_.release();
+    expected_ = -1;
+}
+
+double AudioFxHQStretch::pitchScale(float factor)
+{
+    return std::clamp(1.0 / static_cast<double>(factor), kMinPitchScale, kMaxPitchScale);
 }
 
 void AudioFxHQStretch::applyChanges()
@@ -107,10 +236,16 @@ void AudioFxHQStretch::applyChanges()
         // The next block restarts, so that source and output positions agree under the new stretch.
         expected_ = -1;
     }
-    if ((changes & kPitchChanged) != 0 && stretcher_ != nullptr)
+    // A stretcher for a new pitch is taken once the one it replaces has been collected.
+    if (retired_.load(std::memory_order_relaxed) == nullptr)
     {
-        // A pitch change keeps the stream going: the stretcher glides to it.
-        stretcher_->setPitchScale(1.0 / static_cast<double>(pitch_.load(std::memory_order_relaxed)));
+        if (RubberBandStretcher* next = incoming_.exchange(nullptr, std::memory_order_acquire))
+        {
+            retired_.store(stretcher_.release(), std::memory_order_release);
+            stretcher_.reset(next);
+            correction_ = incomingCorrection_.load(std::memory_order_relaxed);
+            expected_ = -1;
+        }
     }
 }
 
@@ -149,7 +284,8 @@ bool AudioFxHQStretch::fill(int64_t count)
         {
             return true;
         }
-        feed(std::clamp<int64_t>(static_cast<int64_t>(stretcher_->getSamplesRequired()), kMinFeedFrames, kFeedFrames));
+        feed(std::clamp<int64_t>(static_cast<int64_t>(stretcher_->getSamplesRequired()), kMinFeedFrames,
+                                 kFeedFrames));
     }
     return stretcher_->available() >= count;
 }
@@ -157,14 +293,13 @@ bool AudioFxHQStretch::fill(int64_t count)
 void AudioFxHQStretch::seek(int64_t position, float stretch)
 {
     stretcher_->reset();
-    stretcher_->setTimeRatio(static_cast<double>(stretch));
-    stretcher_->setPitchScale(1.0 / static_cast<double>(pitch_.load(std::memory_order_relaxed)));
+    stretcher_->setTimeRatio(std::clamp(static_cast<double>(stretch), kMinTimeRatio, kMaxTimeRatio));
     // Primed with the source just before the position rather than silence, so the first frames heard
     // are the music's, not a fade-in; the stretcher's delay is then dropped from its output.
     primed_ = static_cast<int64_t>(stretcher_->getPreferredStartPad());
     readPosition_ = sourcePosition(position, stretch) - primed_;
     feed(primed_);
-    auto delay = static_cast<int64_t>(stretcher_->getStartDelay());
+    auto delay = std::max<int64_t>(0, static_cast<int64_t>(stretcher_->getStartDelay()) + correction_);
     float* planes[2] = {discard_.channel[0], discard_.channel[1]};
     while (delay > 0)
     {

@@ -24,9 +24,12 @@ class RubberBandStretcher;
  * latency. The upstream node is read forward from a little before the play position (a history reader
  * in front of a streaming file serves that).
  *
- * Stretch and pitch may be set from the interface thread: they cross in atomics and reach the
- * stretcher at the head of the next block, so the stretcher is only touched by the pulling thread.
- * Nothing allocates after prepare: the stretcher is told the largest feed it will get.
+ * Stretch and pitch may be set from the interface thread. A stretch crosses in an atomic and restarts
+ * the stretcher at the head of the next block. A pitch gets a stretcher of its own, made by the
+ * interface thread and handed over through an atomic pointer; the audio thread takes it at the head of
+ * a block, restarts there, and hands the old one back to be deleted by the next setPitch (or release).
+ * Nothing allocates on the audio thread: each stretcher is told the largest feed it will get and
+ * has met its extreme time ratios before it is handed over.
  */
 class AudioFxHQStretch final : public AudioSource
 {
@@ -44,7 +47,10 @@ public:
     /** @param stretch output time over source time, limited to 0.001 .. 10; a change restarts */
     // [ui thread]
     void setStretch(float stretch);
-    /** @param factor 2 to the power of minus the semitones over 12, limited to 0.001 .. 10 */
+    /**
+     * @param factor 2 to the power of minus the semitones over 12, limited to 0.001 .. 10; a change
+     *        makes a stretcher for it (some 50 ms) and restarts at the next block
+     */
     // [ui thread]
     void setPitch(float factor);
 
@@ -60,11 +66,18 @@ public:
     bool read(AudioData& into) override;
     int32_t channels() override { return 2; }
     /**
-     * Makes the stretcher for the rate and sizes the buffers for the block. Speed and pitch are back at
-     * unity afterwards: the owner sets them again.
+     * Makes the stretcher for the rate and sizes the buffers for the block; takes some 50 to 200 ms.
+     * Speed and pitch are back at unity afterwards: the owner sets them again.
      */
     // [ui thread, device stopped]
     void prepare(uint32_t sampleRate, uint32_t blockSize) override;
+
+    /** Frees the stretcher and the buffers; the node delivers nothing until the next prepare. */
+    // [ui thread, device stopped]
+    void release();
+    bool isPrepared() const { return prepared_; }
+    uint32_t sampleRate() const { return sampleRate_; }
+    uint32_t blockSize() const { return blockSize_; }
 
     /** Source frames read before a restart's position to prime the stretcher (at the last stretch). */
     // [audio thread]
@@ -72,6 +85,13 @@ public:
 
 private:
     static bool isUnity(float v);
+    /** The stretcher's pitch scale for a pitch factor, within its range. */
+    static double pitchScale(float factor);
+    /**
+     * A stretcher at the rate and pitch scale, ready for the audio thread.
+     * @param correction out: output frames its start delay leaves uncounted
+     */
+    static RubberBand::RubberBandStretcher* make(uint32_t sampleRate, double pitchScale, int64_t& correction);
     /** Fills count frames of both planes for output position position. */
     void process(float* left, float* right, int64_t position, int64_t count);
     void applyChanges();
@@ -94,6 +114,15 @@ private:
     std::atomic<float> stretch_{1.0f};
     std::atomic<float> pitch_{1.0f};
     std::atomic<uint32_t> pending_{0};
+    // The handover of stretchers for a new pitch. incoming_ is stored by the interface thread with
+    // release after making one, and taken by the audio thread with acquire; retired_ is stored by the
+    // audio thread with release once it has stopped using one, and taken for deletion with acquire.
+    std::atomic<RubberBand::RubberBandStretcher*> incoming_{nullptr};
+    std::atomic<RubberBand::RubberBandStretcher*> retired_{nullptr};
+    // The incoming stretcher's correction; relaxed, published by incoming_'s release.
+    std::atomic<int64_t> incomingCorrection_{0};
+    /** Audio thread: output frames dropped after a restart beyond the stretcher's start delay. */
+    int64_t correction_ = 0;
     // Audio thread only: the output position the next block continues (-1 restarts), the next source
     // frame to feed, and the frames primed at the last restart.
     int64_t expected_ = -1;
@@ -101,4 +130,6 @@ private:
     int64_t primed_ = 0;
     uint32_t sampleRate_ = 0;
     uint32_t blockSize_ = 0;
+    /** Interface thread's view: prepare has made a stretcher and release has not dropped it. */
+    bool prepared_ = false;
 };

@@ -38,13 +38,30 @@ void AudioFxStretchChoice::setPitch(float factor)
 
 void AudioFxStretchChoice::setQuality(StretchQuality quality)
 {
-    requested_.store(static_cast<int32_t>(quality), std::memory_order_relaxed);
+    if (quality == StretchQuality::high && sampleRate_ != 0 && !high_.isPrepared())
+    {
+        // Not in use by the audio thread: it reaches this engine only after the store below.
+        high_.prepare(sampleRate_, blockSize_);
+        high_.setStretch(stretch_.load(std::memory_order_relaxed));
+        high_.setPitch(pitch_.load(std::memory_order_relaxed));
+    }
+    requested_.store(static_cast<int32_t>(quality), std::memory_order_release);
 }
 
 void AudioFxStretchChoice::prepare(uint32_t sampleRate, uint32_t blockSize)
 {
     standard_.prepare(sampleRate, blockSize);
-    high_.prepare(sampleRate, blockSize);
+    sampleRate_ = sampleRate;
+    blockSize_ = blockSize;
+    if (quality() == StretchQuality::high)
+    {
+        high_.prepare(sampleRate, blockSize);
+    }
+    else
+    {
+        high_.release();
+        playing_.store(static_cast<int32_t>(StretchQuality::standard), std::memory_order_relaxed);
+    }
     stretch_.store(1.0f, std::memory_order_relaxed);
     pitch_.store(1.0f, std::memory_order_relaxed);
     unity_.store(true, std::memory_order_relaxed);
@@ -54,7 +71,7 @@ void AudioFxStretchChoice::prepare(uint32_t sampleRate, uint32_t blockSize)
 
 AudioSource& AudioFxStretchChoice::engineFor(int64_t position, int64_t frames)
 {
-    const int32_t requested = requested_.load(std::memory_order_relaxed);
+    const int32_t requested = requested_.load(std::memory_order_acquire);
     int32_t playing = playing_.load(std::memory_order_relaxed);
     if (requested != playing && (position != expected_ || unity_.load(std::memory_order_relaxed)))
     {

@@ -23,6 +23,10 @@ enum class StretchQuality : int32_t
  * next jump in the requested positions (a loop, a locate, the start of playback), where either engine
  * restarts anyway, so the change never cuts into a running stream. At unity speed and pitch both
  * engines are the same straight line, so the change takes effect at once there.
+ *
+ * The high-quality engine costs memory and a good part of a second to make, so it is made only once it
+ * is asked for: in prepare when it is already chosen, else by the first setQuality that chooses it. The
+ * audio thread reaches it only after it has seen that choice, which is published after the making.
  */
 class AudioFxStretchChoice final : public AudioSource
 {
@@ -42,7 +46,10 @@ public:
     /** @param factor 2 to the power of minus the semitones over 12 */
     // [ui thread]
     void setPitch(float factor);
-    /** Asks for an engine; it plays from the next position jump. */
+    /**
+     * Asks for an engine; it plays from the next position jump. Choosing the high-quality engine the
+     * first time after prepare makes it here, on the calling thread.
+     */
     // [ui thread]
     void setQuality(StretchQuality quality);
     /** The engine asked for. */
@@ -62,7 +69,10 @@ public:
     // [audio thread]
     bool read(AudioData& into) override;
     int32_t channels() override { return 2; }
-    /** Prepares both engines; speed and pitch are back at unity afterwards. */
+    /**
+     * Prepares the standard engine, and the high-quality one when it is the engine asked for (else it is
+     * released); speed and pitch are back at unity afterwards.
+     */
     // [ui thread, device stopped]
     void prepare(uint32_t sampleRate, uint32_t blockSize) override;
 
@@ -75,8 +85,11 @@ private:
 
     AudioFxPSTS standard_;
     AudioFxHQStretch high_;
-    // Written by the interface thread, read at the head of each block; relaxed: a command.
+    // Written by the interface thread, read at the head of each block. Stored with release after the
+    // engine it names has been made, loaded with acquire before that engine is used.
     std::atomic<int32_t> requested_{0};
+    uint32_t sampleRate_ = 0;
+    uint32_t blockSize_ = 0;
     // Written by the audio thread when it switches, read by anyone; relaxed: a status.
     std::atomic<int32_t> playing_{0};
     // Unity as the interface last set it; relaxed: the engines order their own parameters.
