@@ -27,7 +27,7 @@ TEST(StretchChoiceThreads, TheEngineChangesAtTheNextJumpOnly)
             for (int i = 0; !done.load(std::memory_order_acquire); ++i)
             {
                 node.setQuality(i % 2 == 0 ? StretchQuality::high : StretchQuality::standard);
-                node.setPitch(i % 7 == 0 ? 0.9f : 1.0f);
+                node.setPitch(i % 40 < 20 ? 0.9f : 1.0f); // a new pitch makes a new stretcher
                 std::this_thread::sleep_for(std::chrono::microseconds(300));
             }
         });
@@ -37,7 +37,8 @@ TEST(StretchChoiceThreads, TheEngineChangesAtTheNextJumpOnly)
     int64_t pos = 0;
     float peak = 0.0f;
     int switches = 0;
-    for (int b = 0; b < 1500; ++b)
+    // Until both ways have been seen a few times: making the first stretcher takes a while.
+    for (int b = 0; b < 1500 || (switches < 6 && b < 400000); ++b)
     {
         const bool jump = b == 0 || b % 25 == 24; // the first block starts a stream
         if (jump)
