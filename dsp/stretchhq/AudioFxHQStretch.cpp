@@ -24,7 +24,7 @@ constexpr int64_t kMinFeedFrames = 256;
 constexpr int kWarmUpFeeds = 4;
 // Frames fed at each semitone of the sweep when a stretcher is made.
 constexpr int64_t kSweepFrames = 64;
-constexpr int kRangeSemitones = 36;
+constexpr int kRangeSemitones = 36; // wider than the pitch range: it grows the tables far enough
 // The click that times a new stretcher: a burst at a quarter of the rate, dying away.
 constexpr int64_t kClickFrames = 64;
 constexpr int64_t kClickPeak = 1;
@@ -37,12 +37,12 @@ float click(int64_t i)
 // Feeds per block before giving up on a stretcher that yields nothing (it never should).
 constexpr int32_t kMaxFeeds = 64;
 
-// The stretcher's ranges: a time ratio of 1/16 to 16 and a pitch scale of three octaves either way
-// cover every speed and transposition the program offers with room to spare.
-constexpr double kMinTimeRatio = 1.0 / 16.0;
-constexpr double kMaxTimeRatio = 16.0;
-constexpr double kMinPitchScale = 1.0 / 8.0;
-constexpr double kMaxPitchScale = 8.0;
+// The stretcher's ranges, those the program offers: speed 0.1 to 10 and 24 semitones either way.
+// Beyond them it has been seen reading past its buffers (a time ratio of 1/16 under ThreadSanitizer).
+constexpr double kMinTimeRatio = 0.1;
+constexpr double kMaxTimeRatio = 10.0;
+constexpr double kMinPitchScale = 0.25;
+constexpr double kMaxPitchScale = 4.0;
 
 constexpr uint32_t kStretchChanged = 1u;
 
