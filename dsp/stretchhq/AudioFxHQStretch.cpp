@@ -37,10 +37,11 @@ float click(int64_t i)
 // Feeds per block before giving up on a stretcher that yields nothing (it never should).
 constexpr int32_t kMaxFeeds = 64;
 
-// The stretcher's ranges, those the program offers: speed 0.1 to 10 and 24 semitones either way.
-// Beyond them it has been seen reading past its buffers (a time ratio of 1/16 under ThreadSanitizer).
-constexpr double kMinTimeRatio = 0.1;
-constexpr double kMaxTimeRatio = 10.0;
+// The stretcher's ranges: speed 0.25 to 4 and 24 semitones either way. Beyond a quarter or four
+// times the speed it has been seen reading past its buffers (under ThreadSanitizer, whose allocator
+// leaves no slack after them); the choice node plays the standard engine there.
+constexpr double kMinTimeRatio = 0.25;
+constexpr double kMaxTimeRatio = 4.0;
 constexpr double kMinPitchScale = 0.25;
 constexpr double kMaxPitchScale = 4.0;
 
@@ -73,6 +74,12 @@ AudioFxHQStretch::AudioFxHQStretch() = default;
 AudioFxHQStretch::~AudioFxHQStretch()
 {
     release();
+}
+
+bool AudioFxHQStretch::covers(float stretch)
+{
+    const double d = static_cast<double>(stretch);
+    return d >= kMinTimeRatio && d <= kMaxTimeRatio;
 }
 
 bool AudioFxHQStretch::isUnity(float v)

@@ -54,6 +54,9 @@ public:
     // [ui thread]
     void setPitch(float factor);
 
+    /** Whether the stretcher handles a stretch (0.25 to 4); outside, the owner plays another engine. */
+    static bool covers(float stretch);
+
     /** Forgets the stream it was playing: the next block restarts wherever it lies. */
     // [audio thread]
     void restart() { expected_ = -1; }

@@ -97,7 +97,10 @@ AudioSource& AudioFxStretchChoice::engineFor(int64_t position, int64_t frames)
         }
     }
     expected_ = position + frames;
-    if (playing == static_cast<int32_t>(StretchQuality::high))
+    // Speeds beyond the high-quality engine's range are left to the standard one; a change of speed
+    // restarts either engine, so this never cuts into a running stream.
+    if (playing == static_cast<int32_t>(StretchQuality::high) &&
+        AudioFxHQStretch::covers(stretch_.load(std::memory_order_relaxed)))
     {
         return high_;
     }

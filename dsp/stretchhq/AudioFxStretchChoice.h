@@ -24,6 +24,9 @@ enum class StretchQuality : int32_t
  * restarts anyway, so the change never cuts into a running stream. At unity speed and pitch both
  * engines are the same straight line, so the change takes effect at once there.
  *
+ * Speeds the high-quality engine doesn't cover (below a quarter, above four times) play through the
+ * standard one whichever is chosen.
+ *
  * The high-quality engine costs memory and a good part of a second to make, so it is made only once it
  * is asked for: in prepare when it is already chosen, else by the first setQuality that chooses it. The
  * audio thread reaches it only after it has seen that choice, which is published after the making.
