@@ -4,7 +4,7 @@
 #include "audiofiles/AudioFileStreaming.h"
 #include "audiofiles/AudioPreview.h"
 #include "dsp/AudioResampler_DSP.h"
-#include "dsp/stretch/AudioFxPSTS.h"
+#include "dsp/stretchhq/AudioFxStretchChoice.h"
 #include "engine/AudioFileRecorder.h"
 #include "engine/TrackControls.h"
 #include "engine/graph/AudioAlwaysStereo.h"
@@ -115,6 +115,10 @@ public:
     epiText pitchText() const override;
     // [ui thread]
     void setSpeed(float speed) override;
+    /** The speed and pitch engine; a change while playing takes effect at the next locate or loop. */
+    // [ui thread]
+    void setStretchQuality(StretchQuality quality) { stretch_.setQuality(quality); }
+    StretchQuality stretchQuality() const { return stretch_.quality(); }
     float speed() const override { return speedValue_; }
     epiText speedText() const override;
     // [ui thread]
@@ -193,7 +197,7 @@ public:
     /** The effect unit, which the Manager gives MIDI, ticks and the editor's parent. */
     AudioFxKV3Unit& effect() { return effect_; }
     AudioFileRecorder& recorder() { return recorder_; }
-    AudioFxPSTS& stretch() { return stretch_; }
+    AudioFxStretchChoice& stretch() { return stretch_; }
     /** The switches, for inspection of the routing. */
     const AudioSwitch& effectInputSwitch() const { return effectInputSwitch_; }
     const AudioSwitchFeed& effectFeed() const { return effectFeed_; }
@@ -220,7 +224,7 @@ private:
     // Read by the audio thread in provide with acquire: load() opens the file, then stores the flag with
     // release. The files behind it are closed only after waitIdle.
     std::atomic<bool> fileLoaded_{false};
-    AudioFxPSTS stretch_;
+    AudioFxStretchChoice stretch_;
     AudioFxKV3Unit effect_;
     AudioFileRecorder recorder_;
     // Read by the audio thread in the live pass. Set with release after the recorder has opened, read

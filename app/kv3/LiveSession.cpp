@@ -102,7 +102,7 @@ bool parseDeviceChoice(const Args& args, DeviceChoice& choice, std::string& erro
         }
         choice.bufferSize = static_cast<std::uint32_t>(*frames);
     }
-    return true;
+    return chooseQuality(args, choice.quality, error);
 }
 
 bool parseSeconds(const Args& args, std::optional<double>& seconds, std::string& error)
@@ -286,6 +286,7 @@ void LiveSession::prepare(const DeviceChoice& choice)
     manager_.setDelegate(this);
     manager_.setFormat(static_cast<std::uint32_t>(document_.sampleRate), settings_.bufferSize_);
     applyDocumentSession(document_, manager_, &manager_.metronomeNode());
+    applyQuality(manager_, choice.quality);
     kv3cli::reportUnplayableTracks(manager_);
     manager_.sessionLength();
     enableClick();

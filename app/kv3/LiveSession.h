@@ -1,6 +1,7 @@
 #pragma once
 
 #include "app/kv3/Cli.h"
+#include "app/kv3/StretchQuality.h"
 #include "devices/AudioHardware.h"
 #include "devices/AudioHardwareDelegate.h"
 #include "engine/Manager.h"
@@ -23,11 +24,13 @@ struct DeviceChoice
     std::optional<std::string> technology;
     std::optional<std::string> device;
     std::optional<std::uint32_t> bufferSize;
+    /** The speed and pitch engine: --quality, else the stored setting. Not part of any(). */
+    StretchQuality quality = StretchQuality::standard;
 
     bool any() const { return technology || device || bufferSize; }
 };
 
-/** Reads --technology, --device and --buffer. @returns false with `error` set for a bad value */
+/** Reads --technology, --device, --buffer and --quality. @returns false with `error` set for a bad value */
 bool parseDeviceChoice(const Args& args, DeviceChoice& choice, std::string& error);
 /** Reads --seconds: a positive number of seconds, at most a day. @returns false with `error` set */
 bool parseSeconds(const Args& args, std::optional<double>& seconds, std::string& error);

@@ -13,6 +13,7 @@ namespace
 
 const char* const kUsage =
     "Usage: kv3 play PROJECT [--technology T] [--device NAME] [--buffer N] [--seconds S] [--from FRAME]\n"
+    "                [--quality standard|high]\n"
     "\n"
     "Brings the audio device up as the program does, from the stored settings: its start sequence, and\n"
     "a new attempt once a second while the device is missing or refuses. Then plays the project from\n"
@@ -31,12 +32,14 @@ const char* const kUsage =
     "--buffer      frames per block to ask for (a device may give another size)\n"
     "These three count for this run only: the settings file is never written. With any of them the\n"
     "first run's search through the known interfaces is skipped.\n"
+    "--quality     standard or high: the speed and pitch engine (high keeps sustained notes clean at\n"
+    "              several times the CPU); by default the one the settings name\n"
     "An effect that can't be loaded is named on stderr and its track plays dry. Ctrl-C stops.\n";
 
 int runPlay(const std::vector<std::string>& argv)
 {
     kv3cli::Args args;
-    if (!args.parse(argv, {"technology", "device", "buffer", "seconds", "from"}, {}))
+    if (!args.parse(argv, {"technology", "device", "buffer", "seconds", "from", "quality"}, {}))
         return kv3cli::usageError("play", args.error());
     if (args.help())
         return kv3cli::printUsage(kv3cli::commands().at("play"));

@@ -16,6 +16,7 @@ namespace
 
 const char* const kUsage =
     "Usage: kv3 record PROJECT --track N [--seconds S] [--technology T] [--device NAME] [--buffer N]\n"
+    "                  [--quality standard|high]\n"
     "\n"
     "Arms track N (1 to 4) and records a take on it from the audio device while the other tracks play,\n"
     "from the start of the session. The device is brought up as kv3 play does. When the take ends it is\n"
@@ -30,6 +31,8 @@ const char* const kUsage =
     "              (or the loop end). A device that doesn't come up within S seconds (10 without\n"
     "              --seconds) is given up on\n"
     "--technology, --device, --buffer  as for kv3 play: for this run only\n"
+    "--quality     standard or high: the speed and pitch engine (high keeps sustained notes clean at\n"
+    "              several times the CPU); by default the one the settings name\n"
     "A project whose folder moved records into the folder it now lies in. When the take fails (the\n"
     "device is missing or was lost during it, the file can't be written, nothing was recorded) the\n"
     "project file is left as it was and the exit status is 1. A take during which the disk fell behind\n"
@@ -60,7 +63,7 @@ void arm(Manager& manager, int32_t track)
 int runRecord(const std::vector<std::string>& argv)
 {
     kv3cli::Args args;
-    if (!args.parse(argv, {"track", "seconds", "technology", "device", "buffer"}, {}))
+    if (!args.parse(argv, {"track", "seconds", "technology", "device", "buffer", "quality"}, {}))
         return kv3cli::usageError("record", args.error());
     if (args.help())
         return kv3cli::printUsage(kv3cli::commands().at("record"));

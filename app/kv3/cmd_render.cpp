@@ -3,6 +3,7 @@
 #include "app/kv3/AudioOutput.h"
 #include "app/kv3/Cli.h"
 #include "app/kv3/ClickSounds.h"
+#include "app/kv3/StretchQuality.h"
 #include "audiofiles/AudioFileFormats.h"
 #include "engine/ExporterJobs.h"
 #include "engine/Manager.h"
@@ -27,7 +28,7 @@ namespace
 
 const char* const kUsage =
     "Usage: kv3 render PROJECT OUT [--container wav|aiff|caf] [--depth 16|24|32|float|double] [--loop]\n"
-    "                  [--with-click] [--block N]\n"
+    "                  [--with-click] [--block N] [--quality standard|high]\n"
     "\n"
     "Renders the session of PROJECT offline through the engine's mixer, exactly as the program's\n"
     "export does, into OUT at the project's sample rate, two channels: every track with its volume,\n"
@@ -38,6 +39,8 @@ const char* const kUsage =
     "--container   the file type; by default the one of OUT's extension (.wav, .aif/.aiff, .caf)\n"
     "--depth       bits per sample, or float (32-bit) or double (64-bit); default 24\n"
     "--block       frames per block of the graph; default 512\n"
+    "--quality     standard or high: the speed and pitch engine (high keeps sustained notes clean at\n"
+    "              several times the CPU); by default the one the settings name\n"
     "Armed tracks deliver nothing, as in the program. Files of the project that are missing are named\n"
     "on stderr and their tracks stay silent. OUT is written under a temporary name and renamed when\n"
     "complete. A progress bar is shown when stderr is a terminal.\n";
@@ -74,7 +77,7 @@ int runRender(const std::vector<std::string>& argv)
 {
     static const kv3cli::Command* self = &kv3cli::commands().at("render");
     kv3cli::Args args;
-    if (!args.parse(argv, {"container", "depth", "block"}, {"loop", "with-click"}))
+    if (!args.parse(argv, {"container", "depth", "block", "quality"}, {"loop", "with-click"}))
         return kv3cli::usageError("render", args.error());
     if (args.help())
         return kv3cli::printUsage(*self);
@@ -116,6 +119,10 @@ int runRender(const std::vector<std::string>& argv)
         block = static_cast<uint32_t>(*parsed);
     }
 
+    StretchQuality quality = StretchQuality::standard;
+    if (std::string why; !kv3cli::chooseQuality(args, quality, why))
+        return kv3cli::usageError("render", why);
+
     if (!fs::is_regular_file(projectFile))
         return kv3cli::fail(projectFile + ": no such file");
     Document doc;
@@ -144,6 +151,7 @@ int runRender(const std::vector<std::string>& argv)
     manager.setDelegate(&delegate);
     manager.setFormat(static_cast<uint32_t>(doc.sampleRate), block);
     applyDocumentSession(doc, manager, &metronome);
+    kv3cli::applyQuality(manager, quality);
     kv3cli::reportUnplayableTracks(manager);
     if (args.flag("with-click"))
     {

@@ -1,13 +1,14 @@
 // kv3 stretch: plays a file through a track's file chain (quality resampler to the rate, forced
-// stereo, history reader, speed and pitch node) offline and writes what comes out.
+// stereo, history reader, speed and pitch node of the chosen engine) offline and writes what comes out.
 
 #include "app/kv3/AudioOutput.h"
 #include "app/kv3/Cli.h"
+#include "app/kv3/StretchQuality.h"
 #include "audiofiles/AudioFileFormats.h"
 #include "audiofiles/AudioFileGuess.h"
 #include "audiofiles/AudioFileWriter.h"
 #include "dsp/AudioResampler_DSP.h"
-#include "dsp/stretch/AudioFxPSTS.h"
+#include "dsp/stretchhq/AudioFxStretchChoice.h"
 #include "engine/graph/AudioAlwaysStereo.h"
 #include "engine/graph/AudioData.h"
 #include "engine/graph/ContiguousReader.h"
@@ -35,7 +36,7 @@ template <typename... Parts> std::string concat(const Parts&... parts)
 
 const char* const kUsage =
     "Usage: kv3 stretch IN OUT [--speed S] [--pitch SEMITONES] [--rate HZ]\n"
-    "                          [--depth 16|24|32|float|double]\n"
+    "                          [--depth 16|24|32|float|double] [--quality standard|high]\n"
     "\n"
     "Plays IN through a track's file chain (resampler to the rate, stereo, history reader, speed\n"
     "and pitch) and writes what comes out to OUT, in two channels.\n"
@@ -44,6 +45,8 @@ const char* const kUsage =
     "--pitch  transposition in semitones, -24 to 24; default 0\n"
     "--rate   OUT's sample rate in hertz; by default IN's rate\n"
     "--depth  bits per sample, or float (32-bit) or double (64-bit); default 24\n"
+    "--quality standard or high: the speed and pitch engine (high keeps sustained notes clean at\n"
+    "         several times the CPU); by default the one the settings name\n"
     "The container comes from OUT's extension (.wav, .aif/.aiff, .caf). At speed 1 and pitch 0 the\n"
     "audio goes through untouched. OUT is written under a temporary name and renamed when complete.\n";
 
@@ -62,13 +65,14 @@ struct StretchOptions
     int32_t rate = 0; // 0: the input's
     double speed = 1.0;
     double semitones = 0.0;
+    StretchQuality quality = StretchQuality::standard;
 };
 
 /** Fills options from the words after "stretch"; returns an exit code, or -1 to go on. */
 int parseOptions(const std::vector<std::string>& argv, StretchOptions& options)
 {
     kv3cli::Args args;
-    if (!args.parse(argv, {"speed", "pitch", "rate", "depth"}, {}))
+    if (!args.parse(argv, {"speed", "pitch", "rate", "depth", "quality"}, {}))
         return kv3cli::usageError("stretch", args.error());
     if (args.help())
         return kv3cli::printUsage(kv3cli::commands().at("stretch"));
@@ -115,6 +119,8 @@ int parseOptions(const std::vector<std::string>& argv, StretchOptions& options)
                                       concat("unknown depth '", *depth, "' (16, 24, 32, float or double)"));
         options.depth = *value;
     }
+    if (std::string error; !kv3cli::chooseQuality(args, options.quality, error))
+        return kv3cli::usageError("stretch", error);
     return -1;
 }
 
@@ -178,7 +184,8 @@ int runStretch(const std::vector<std::string>& argv)
     reader.setFirst(&stereo);
     reader.prepare(static_cast<uint32_t>(rate), block);
     reader.setActive(true);
-    AudioFxPSTS node;
+    AudioFxStretchChoice node;
+    node.setQuality(options.quality);
     node.setSource(&reader);
     node.prepare(static_cast<uint32_t>(rate), block);
     // As a track sets them: stretch is output time over source time, the pitch factor the source

@@ -26,6 +26,7 @@ constexpr const char* kLoQualityResampler = "Host.LoQualityResampler";
 constexpr const char* kSettingsVersion = "Host.SettingsVersion";
 constexpr const char* kSampleRate = "Host.AudioInterface.SampleRate";
 constexpr const char* kMasterInputGain = "Host.AudioInterface.MasterInputGain";
+constexpr const char* kStretchQuality = "Host.StretchQuality";
 
 /** The interfaces a first run tries, in order. */
 struct HardwareRow
@@ -131,6 +132,10 @@ bool HostSettings::load(const SettingsStore& store)
         applyHardwareRow(0);
     }
     firstRun_ = !ok;
+    // Not part of the set above: a store from before the choice existed keeps its devices.
+    std::string quality;
+    const bool high = store.readString(kStretchQuality, quality) && quality == kHighQualityStretch;
+    stretchQuality_ = high ? kHighQualityStretch : kStandardStretch;
     return ok;
 }
 
@@ -163,6 +168,7 @@ void HostSettings::save(SettingsStore& store)
     store.writeNumber(kMasterInputGain,
                       static_cast<std::uint32_t>(static_cast<std::int32_t>(masterInputGain_ * 1000.0f)));
     store.writeString(kMidiInputDevice, midiInputDevice_);
+    store.writeString(kStretchQuality, stretchQuality_);
     firstRun_ = false;
     dirty_ = false;
 }

@@ -81,6 +81,15 @@ public:
     float masterInputGain_ = 0.0f;
     /** Not stored: true from markDirty until the next save. */
     bool dirty_ = false;
+    /**
+     * The speed and pitch engine of every track: kStandardStretch or kHighQualityStretch. Read apart
+     * from the values above, so that a store written before it existed still loads; missing or
+     * unknown, it reads as kStandardStretch.
+     */
+    epiText stretchQuality_ = kStandardStretch;
+    static constexpr const char* kStandardStretch = "Standard";
+    static constexpr const char* kHighQualityStretch = "High quality";
+    bool highQualityStretch() const { return stretchQuality_ == kHighQualityStretch; }
 };
 
 } // namespace Korvalind3Host

@@ -245,3 +245,38 @@ TEST(HostSettings, ASaveKilledHalfwayNeverLeavesATruncatedFile)
         EXPECT_EQ(text.back(), '\n');
     }
 }
+
+// The engine choice is read apart from the rest: a store written before it existed still loads.
+TEST(HostSettings, StretchQualityRoundTripsAndAnythingElseReadsAsStandard)
+{
+    SettingsFolder folder;
+    HostSettings written = unusual();
+    written.stretchQuality_ = HostSettings::kHighQualityStretch;
+    written.save();
+    HostSettings read;
+    ASSERT_TRUE(read.load());
+    EXPECT_TRUE(read.highQualityStretch());
+
+    SettingsStore store;
+    struct Case
+    {
+        const char* stored; // null: missing
+        bool high;
+    };
+    for (const Case& c :
+         {Case{"High quality", true}, Case{"Standard", false}, Case{"high", false}, Case{nullptr, false}})
+    {
+        unusual().save();
+        if (c.stored != nullptr)
+        {
+            store.writeString("Host.StretchQuality", c.stored);
+        }
+        else
+        {
+            store.remove("Host.StretchQuality");
+        }
+        HostSettings s;
+        EXPECT_TRUE(s.load()) << (c.stored ? c.stored : "missing");
+        EXPECT_EQ(s.highQualityStretch(), c.high) << (c.stored ? c.stored : "missing");
+    }
+}

@@ -41,9 +41,12 @@ protected:
         dir_ = fs::temp_directory_path() / ("kv3-stretch-test-" + std::to_string(::getpid()) + "-" +
                                             ::testing::UnitTest::GetInstance()->current_test_info()->name());
         fs::create_directories(dir_);
+        // The engine comes from the settings when --quality doesn't name it: a store of the test's own.
+        ::setenv("KV3_CONFIG_DIR", dir_.c_str(), 1);
     }
     void TearDown() override
     {
+        ::unsetenv("KV3_CONFIG_DIR");
         std::error_code ignored;
         fs::remove_all(dir_, ignored);
     }
@@ -347,4 +350,45 @@ TEST_F(StretchCli, BadInputIsAClearErrorAndLeavesNoFile)
         EXPECT_TRUE(name == "in.wav" || name == "junk.wav" || name == "stderr.txt") << name;
     }
     EXPECT_EQ(read("in.wav", 1).left.size(), 22050u);
+}
+
+// The high-quality engine at every speed: OUT lasts IN's length over the speed to the frame, and the
+// tone plays to the end at its own pitch.
+TEST_F(StretchCli, HighQualityLengthIsExactAtEverySpeed)
+{
+    write("in.wav", sine(440.0, 48000, 2.0));
+    for (const char* speed : {"0.5", "0.75", "1.5", "0.3", "3.7"})
+    {
+        ASSERT_EQ(stretch("in.wav", "out.wav", std::string("--quality high --depth float --speed ") + speed),
+                  0)
+            << speed << ": " << stderr_;
+        const Audio out = read("out.wav");
+        EXPECT_EQ(static_cast<int64_t>(out.left.size()), std::llround(96000.0 / std::stod(speed))) << speed;
+        EXPECT_NEAR(pitchOf(out.left, out.rate), 440.0, 440.0 * 0.005) << speed;
+        float tail = 0.0f;
+        for (size_t i = out.left.size() * 9 / 10; i < out.left.size() - 1200; ++i)
+        {
+            tail = std::max(tail, std::fabs(out.left[i]));
+        }
+        EXPECT_GT(tail, 0.3f) << speed;
+    }
+}
+
+// The stored setting chooses the engine unless --quality says otherwise.
+TEST_F(StretchCli, TheStoredSettingChoosesTheEngineUnlessQualitySays)
+{
+    write("in.wav", sine(440.0, 48000, 1.0));
+    const std::string options = "--speed 0.75 --depth float";
+    ASSERT_EQ(stretch("in.wav", "standard.wav", options + " --quality standard"), 0) << stderr_;
+    ASSERT_EQ(stretch("in.wav", "high.wav", options + " --quality high"), 0) << stderr_;
+    ASSERT_NE(read("standard.wav").left, read("high.wav").left);
+    ASSERT_EQ(stretch("in.wav", "default.wav", options), 0) << stderr_;
+    EXPECT_EQ(read("default.wav").left, read("standard.wav").left);
+    std::ofstream(dir_ / "settings.conf") << "Host.StretchQuality = sz:High quality\n";
+    ASSERT_EQ(stretch("in.wav", "stored.wav", options), 0) << stderr_;
+    EXPECT_EQ(read("stored.wav").left, read("high.wav").left);
+    ASSERT_EQ(stretch("in.wav", "overridden.wav", options + " --quality standard"), 0) << stderr_;
+    EXPECT_EQ(read("overridden.wav").left, read("standard.wav").left);
+    EXPECT_EQ(stretch("in.wav", "bad.wav", "--quality best"), 2);
+    EXPECT_NE(stderr_.find("--quality must be standard or high"), std::string::npos) << stderr_;
 }
