@@ -102,7 +102,7 @@ public:
     virtual bool create(int32_t width, int32_t height);
     bool createRect(const epiRect& rect) { return create(rect.width(), rect.height()); }
     bool createSize(const epiPoint& size) { return create(size.x_, size.y_); }
-    /** Frees the pixels and the kept alpha image. */
+    /** Frees the pixels. */
     virtual void clear();
     /** Decodes `dump` and takes the red of `alphaDump` (when not null) as the alpha. */
     virtual bool loadMemory(const epiFileDump& dump, const epiFileDump* alphaDump);
@@ -150,7 +150,8 @@ public:
     virtual void setAlpha(float value, const epiRect* rect);
     void setUsesAlpha(bool flag) { usesAlpha_ = flag; }
     bool usesAlpha() const { return usesAlpha_; }
-    /** Direct access to the pixels for reading and writing; not nestable. @return false when empty */
+    /** Direct access to the pixels for reading and writing, `stride` in bytes; not nestable.
+     * @return false when empty or already locked */
     virtual bool lock(uint32_t** pixels, int32_t* stride);
     virtual void unlock();
 
@@ -162,8 +163,6 @@ public:
     /** The pixel words, row after row; empty when the bitmap is. Stride is width() words. */
     uint32_t* pixels() { return pixels_.data(); }
     const uint32_t* pixels() const { return pixels_.data(); }
-    /** The kept alpha image (the red of each word is the alpha used), empty when none was kept. */
-    const std::vector<uint32_t>& alphaImage() const { return alphaImage_; }
 
     static uint32_t pack(epiColour colour)
     {
@@ -177,12 +176,12 @@ public:
 protected:
     /** The part of `wanted` inside the bitmap and `clip`. */
     epiRect clipped(const epiRect& wanted, const epiRect& clip) const;
-    void blendRect(const epiBitmap& source, const epiRect& sourceRect, const epiRect& destRect);
+    /** Same-size copy of `sourceRect` to `destRect`, clipped to this bitmap with the source moved along. */
+    void copyRect(const epiBitmap& source, const epiRect& sourceRect, const epiRect& destRect, bool blend);
 
     epiPoint size_;
     epiRect rect_;
     std::vector<uint32_t> pixels_;
-    std::vector<uint32_t> alphaImage_;
     bool usesAlpha_ = true;
     bool locked_ = false;
 };
