@@ -2,4 +2,6 @@
 # drawing surface over a bitmap. Decoding and anti-aliased drawing come from the platform layer.
 list(APPEND EPIUI_BITMAP_SOURCES
     ${CMAKE_CURRENT_LIST_DIR}/epiBitmap.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/epiFont.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/epiBitmapSurface.cpp
 )

@@ -104,9 +104,7 @@ bool epiBitmap::loadMemory(const epiFileDump& dump, const epiFileDump* alphaDump
     }
     if (isEmpty())
     {
-        pixels_ = std::move(decoded.pixels_);
-        size_ = decoded.size_;
-        rect_ = decoded.rect_;
+        swap(decoded);
         usesAlpha_ = true;
         return true;
     }
@@ -169,6 +167,14 @@ void epiBitmap::copyRect(const epiBitmap& source, const epiRect& sourceRect, con
             for (int32_t x = 0; x < w; ++x)
                 out[x] = in[x] | 0xFF000000u;
     }
+}
+
+void epiBitmap::swap(epiBitmap& other)
+{
+    std::swap(pixels_, other.pixels_);
+    std::swap(size_, other.size_);
+    std::swap(rect_, other.rect_);
+    std::swap(usesAlpha_, other.usesAlpha_);
 }
 
 uint32_t epiBitmap::getPixel(int32_t x, int32_t y, epiColour* colour) const

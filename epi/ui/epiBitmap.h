@@ -155,6 +155,8 @@ public:
     virtual bool lock(uint32_t** pixels, int32_t* stride);
     virtual void unlock();
 
+    /** Exchanges pixels, size and `usesAlpha` with `other`. */
+    void swap(epiBitmap& other);
     bool isEmpty() const { return pixels_.empty(); }
     const epiPoint& size() const { return size_; }
     const epiRect& rect() const { return rect_; }
