@@ -191,7 +191,8 @@ unsigned long epiWindow::xid() const
 void epiWindow::notifyCreated()
 {
     epiUiWindowBase::notifyCreated();
-    if (window_ == nullptr && parent_ == nullptr)
+    // Only a top-level window, one that joined the manager, gets a native window.
+    if (window_ == nullptr && inManager_)
         createNative();
 }
 
