@@ -92,6 +92,14 @@ public:
     epiBitmap() = default;
     epiBitmap(const epiBitmap&) = delete;
     epiBitmap& operator=(const epiBitmap&) = delete;
+    /** Takes the pixels of `other`, which is left empty. */
+    epiBitmap(epiBitmap&& other) noexcept { swap(other); }
+    epiBitmap& operator=(epiBitmap&& other) noexcept
+    {
+        clear();
+        swap(other);
+        return *this;
+    }
     ~epiBitmap() override = default;
 
     uint32_t kind() const override { return epiCode("obit"); }
