@@ -1,5 +1,6 @@
 #include "epi/ui/epiApplication.h"
 #include "epi/ui/epiWindowManager.h"
+#include "epi/ui/gtk/epiUiSystem.h"
 #include "epi/ui/gtk/epiWindow.h"
 
 #include <X11/Xlib.h>
@@ -46,6 +47,7 @@ bool openDisplay(int* argc, char*** argv)
         return false;
     epiFactory::add(epiCode("GrUi"), epiCode("iWin"), makeWindow);
     epiFactory::add(epiCode("GrUi"), epiCode("iMwn"), makeModalWindow);
+    epiGtk::registerSystemWidgets();
     return true;
 }
 

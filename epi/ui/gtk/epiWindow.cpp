@@ -2,6 +2,7 @@
 
 #include "epi/ui/epiApplication.h"
 #include "epi/ui/epiKeyboard.h"
+#include "epi/ui/gtk/epiUiSystem.h"
 
 #include <gdk/gdkkeysyms.h>
 #include <gdk/gdkx.h>
@@ -136,6 +137,22 @@ uint32_t virtualKeyOf(guint keyval)
     default:
         return 0;
     }
+}
+
+/** Offers Enter or Escape to the native buttons of the tree. @return one of them took it */
+bool offerWindowKey(epiUbo& object, int32_t key)
+{
+    for (epiUbo* child : object.children())
+    {
+        if (!child->isVisible())
+            continue;
+        if (auto* button = dynamic_cast<epiUiSystemButton*>(child);
+            button != nullptr && button->takeWindowKey(key))
+            return true;
+        if (offerWindowKey(*child, key))
+            return true;
+    }
+    return false;
 }
 
 } // namespace
@@ -535,6 +552,14 @@ bool epiWindow::onKey(GdkEventKey* event)
     // Accelerators and mnemonics first, then a native control with the focus.
     if (press && gtk_window_activate_key(GTK_WINDOW(window_), event))
         return true;
+    // Enter and Escape reach the window's default and cancel buttons, even from an edit field.
+    if (press && (event->keyval == GDK_KEY_Return || event->keyval == GDK_KEY_KP_Enter ||
+                  event->keyval == GDK_KEY_Escape))
+    {
+        const int32_t key = event->keyval == GDK_KEY_Escape ? 27 : 13;
+        if (offerWindowKey(*this, key))
+            return true;
+    }
     GtkWidget* focus = gtk_window_get_focus(GTK_WINDOW(window_));
     if (focus != nullptr && focus != area_ && gtk_window_propagate_key_event(GTK_WINDOW(window_), event))
         return true;
