@@ -8,12 +8,14 @@
 //   key D|R|U CODE    a key went down, repeated or up, in the framework's key codes
 //   menu CODE         a menu command that no window took
 //   drop X Y PATH     a file dropped at the client point (X, Y)
+//   xid NAME 0x...    the X window of a native container, once, after opening
 // With --ask, shows that dialog and prints each chosen path on a line of its own.
 
 #include "epi/epiResources.h"
 #include "epi/ui/epiApplication.h"
 #include "epi/ui/epiMenu.h"
 #include "epi/ui/gtk/epiGtkDialogs.h"
+#include "epi/ui/gtk/epiUiSystem.h"
 #include "epi/ui/gtk/epiWindow.h"
 
 #include <cstdio>
@@ -173,6 +175,15 @@ int main(int argc, char** argv)
         app.stop();
         return 1;
     }
+    // Each native container tells its X window, for another program to draw in.
+    for (epiUbo* child : window->children())
+        if (auto* host = dynamic_cast<epiUiSystemContainer*>(child))
+        {
+            char line[64];
+            std::snprintf(line, sizeof line, "xid %s 0x%lx", codeText(host->name()).c_str(),
+                          host->nativeXid());
+            say(line);
+        }
     HitPrinter printer;
     printer.listenTo(*window);
     app.windowManager()->setQuitWhenEmpty(true);

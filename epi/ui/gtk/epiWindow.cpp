@@ -2,6 +2,7 @@
 
 #include "epi/ui/epiApplication.h"
 #include "epi/ui/epiKeyboard.h"
+#include "epi/ui/epiMenu.h"
 #include "epi/ui/gtk/epiUiSystem.h"
 
 #include <gdk/gdkkeysyms.h>
@@ -74,6 +75,30 @@ gboolean scrollThunk(GtkWidget*, GdkEventScroll* event, gpointer self)
 gboolean keyThunk(GtkWidget*, GdkEventKey* event, gpointer self)
 {
     return static_cast<epiWindow*>(self)->onKey(event) ? TRUE : FALSE;
+}
+
+void dropThunk(GtkWidget* widget, GdkDragContext* context, gint x, gint y, GtkSelectionData* data, guint,
+               guint time, gpointer self)
+{
+    auto* window = static_cast<epiWindow*>(self);
+    gchar** uris = gtk_selection_data_get_uris(data);
+    gtk_drag_finish(context, uris != nullptr, FALSE, time);
+    if (uris == nullptr)
+        return;
+    // The point in client coordinates: below the menu bar when there is one.
+    int clientX = x;
+    int clientY = y;
+    if (window->clientWidget() != nullptr)
+        gtk_widget_translate_coordinates(widget, window->clientWidget(), x, y, &clientX, &clientY);
+    window->retain();
+    for (gchar** uri = uris; *uri != nullptr; ++uri)
+        if (gchar* path = g_filename_from_uri(*uri, nullptr, nullptr))
+        {
+            window->fileDropped(epiPoint(clientX, clientY), epiText(path));
+            g_free(path);
+        }
+    window->release();
+    g_strfreev(uris);
 }
 
 gboolean deleteThunk(GtkWidget*, GdkEvent*, gpointer self)
@@ -173,8 +198,11 @@ epiWindow::~epiWindow()
         if (area_ != nullptr)
             g_signal_handlers_disconnect_by_data(area_, this);
         gtk_widget_destroy(window_);
+        g_object_unref(window_);
         window_ = nullptr;
     }
+    if (accelerators_ != nullptr)
+        g_object_unref(accelerators_);
 }
 
 bool epiWindow::flag(uint32_t code) const
@@ -225,7 +253,13 @@ void epiWindow::createNative()
     gtk_container_add(GTK_CONTAINER(window_), box_);
     if (flag(kCodeMenuBar))
     {
-        menuBar_ = gtk_menu_bar_new();
+        // The bar from the application's menu model; the window grows by its height.
+        accelerators_ = gtk_accel_group_new();
+        gtk_window_add_accel_group(GTK_WINDOW(window_), accelerators_);
+        if (auto* model = dynamic_cast<epiMenu*>(menu()))
+            menuBar_ = epiGtk::buildMenuBar(*model, accelerators_);
+        else
+            menuBar_ = gtk_menu_bar_new();
         gtk_box_pack_start(GTK_BOX(box_), menuBar_, FALSE, FALSE, 0);
     }
     fixed_ = gtk_fixed_new();
@@ -245,6 +279,14 @@ void epiWindow::createNative()
     g_signal_connect(window_, "key-press-event", G_CALLBACK(keyThunk), this);
     g_signal_connect(window_, "key-release-event", G_CALLBACK(keyThunk), this);
     g_signal_connect(window_, "delete-event", G_CALLBACK(deleteThunk), this);
+
+    if (flag(epiCode("ReDr")))
+    {
+        // Files dropped from a file manager arrive as a list of URIs.
+        static GtkTargetEntry uriList{const_cast<gchar*>("text/uri-list"), 0, 0};
+        gtk_drag_dest_set(window_, GTK_DEST_DEFAULT_ALL, &uriList, 1, GDK_ACTION_COPY);
+        g_signal_connect(window_, "drag-data-received", G_CALLBACK(dropThunk), this);
+    }
 
     gtk_window_move(GTK_WINDOW(window_), frame_.left_, frame_.top_);
     applyTitle();
@@ -368,6 +410,9 @@ void epiWindow::notifyDestroyed()
         gtk_widget_destroy(window);
         g_object_unref(window);
         fixed_ = area_ = box_ = menuBar_ = nullptr;
+        if (accelerators_ != nullptr)
+            g_object_unref(accelerators_);
+        accelerators_ = nullptr;
     }
     // The window that was under a modal one comes back to the front.
     if (modal_ && previousTop_ != nullptr && windowManager() != nullptr)

@@ -13,6 +13,8 @@ typedef struct _GdkEventMotion GdkEventMotion;
 typedef struct _GdkEventScroll GdkEventScroll;
 typedef struct _GdkEventKey GdkEventKey;
 typedef struct _cairo cairo_t;
+typedef struct _GtkAccelGroup GtkAccelGroup;
+class epiMenu;
 
 /**
  * The pixels a window's tree draws into, 32-bit ARGB words, a row after another. The draw handler
@@ -87,6 +89,8 @@ public:
 
     // --- the platform's side ---
     GtkWidget* gtkWindow() const { return window_; }
+    /** The menu bar, null without 'mBar'. */
+    GtkWidget* menuBarWidget() const { return menuBar_; }
     /** The GtkFixed of the client area, where native controls go. */
     GtkWidget* clientWidget() const { return fixed_; }
     /** The X window id of the top-level window, 0 before it is made. */
@@ -119,6 +123,7 @@ private:
     GtkWidget* window_ = nullptr;
     GtkWidget* box_ = nullptr;
     GtkWidget* menuBar_ = nullptr;
+    GtkAccelGroup* accelerators_ = nullptr;
     GtkWidget* fixed_ = nullptr;
     GtkWidget* area_ = nullptr;
     epiBackBuffer back_;
@@ -162,6 +167,9 @@ void attach(epiApplication& application);
 
 /** The event source all windows share. */
 epiGtkEventSource& eventSource();
+
+/** The menu bar of `menu`'s model, its shortcuts entered in `accelerators`. */
+GtkWidget* buildMenuBar(epiMenu& menu, GtkAccelGroup* accelerators);
 
 /** `text` as valid UTF-8 for GTK, "\r\n" made one line break. */
 epiText nativeText(const epiText& text);
