@@ -6,6 +6,7 @@
 #include "epi/ui/epiFont.h"
 #include "epi/ui/gtk/epiBitmapGtk.h"
 #include "tests/epi/TempFolder.h"
+#include "tools/packer/PackBuilder.h"
 
 #include <gdk-pixbuf/gdk-pixbuf.h>
 #include <gtest/gtest.h>
@@ -79,20 +80,32 @@ TEST_F(GtkBitmaps, PngKeepsTheColourOfHalfTransparentPixels)
 
 TEST_F(GtkBitmaps, CastsShareOneDecodeAndTakeAlphaFromTheCompanion)
 {
-    ASSERT_TRUE(writePng(root_ + "images/knob.png", 2, 1, {0xFF102030, 0x80405060}));
+    std::filesystem::create_directories(root_ + "images/b");
+    ASSERT_TRUE(writePng(root_ + "images/b/knob.png", 2, 1, {0xFF102030, 0x80405060}));
     // The companion's red is the alpha: 0 at the first pixel whatever the image says.
-    ASSERT_TRUE(writePng(root_ + "images/knob_alpha.png", 2, 1, {0xFF00FFFF, 0xFFC80000}));
-    epiBitmapCasts casts;
-    casts.setResources(&resources_);
-    epiBitmap* first = casts.acquireImage("knob.png");
-    ASSERT_NE(first, nullptr);
-    EXPECT_EQ(casts.acquireImage("knob.png"), first);
-    EXPECT_EQ(casts.useCount("knob.png"), 2);
-    EXPECT_EQ(first->getPixel(0, 0, nullptr), 0x00102030u);
-    EXPECT_EQ(first->getPixel(1, 0, nullptr), 0xC8405060u);
-    epiText name;
-    EXPECT_TRUE(casts.nameOf(first, name));
-    EXPECT_EQ(name, "knob.png");
+    ASSERT_TRUE(writePng(root_ + "images/b/knob_alpha.png", 2, 1, {0xFF00FFFF, 0xFFC80000}));
+    std::string error;
+    const std::string pack = folder_.path() + "res.prs";
+    ASSERT_TRUE(PackBuilder::build(root_, pack, error)) << error;
+    // Files on disk from a folder, dumps read from a pack.
+    for (const std::string& medium : {root_, pack})
+    {
+        epiResources resources;
+        ASSERT_TRUE(resources.openPathChars(medium.c_str())) << medium;
+        epiBitmapCasts casts;
+        casts.setResources(&resources);
+        epiBitmap* first = casts.acquireImage("b/knob.png");
+        ASSERT_NE(first, nullptr) << medium;
+        EXPECT_EQ(casts.acquireImage("b/knob.png"), first);
+        EXPECT_EQ(casts.useCount("b/knob.png"), 2);
+        EXPECT_EQ(first->getPixel(0, 0, nullptr), 0x00102030u) << medium;
+        EXPECT_EQ(first->getPixel(1, 0, nullptr), 0xC8405060u) << medium;
+        epiText name;
+        EXPECT_TRUE(casts.nameOf(first, name));
+        EXPECT_EQ(name, "b/knob.png");
+        casts.stop();
+        resources.stop();
+    }
 }
 
 TEST_F(GtkBitmaps, AFailedLoadLeavesNoEntryAndIsTriedAgain)
