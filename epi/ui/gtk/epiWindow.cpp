@@ -192,6 +192,7 @@ epiWindow::epiWindow()
 
 epiWindow::~epiWindow()
 {
+    fastTimer_.stop();
     if (window_ != nullptr)
     {
         g_signal_handlers_disconnect_by_data(window_, this);
@@ -401,6 +402,7 @@ void epiWindow::notifyDestroyed()
     if (closed_)
         return;
     retain();
+    fastTimer_.stop();
     GtkWidget* window = window_;
     window_ = nullptr;
     if (window != nullptr)
@@ -437,6 +439,11 @@ bool epiWindow::onDelete()
 }
 
 void epiWindow::fileDropped(const epiPoint&, const epiText&) {}
+
+void epiWindow::startFastTimer(double seconds, epiApplicationObject* target)
+{
+    fastTimer_.start(seconds, target != nullptr ? target : this);
+}
 
 void epiWindow::requestRepaint(const epiRect& rect)
 {

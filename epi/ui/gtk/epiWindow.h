@@ -2,6 +2,7 @@
 
 #include "epi/ui/epiUbo.h"
 #include "epi/ui/epiWindowManager.h"
+#include "epi/ui/gtk/epiFastTimer.h"
 
 #include <array>
 #include <cstdint>
@@ -69,6 +70,9 @@ public:
 
     /** Runs a nested loop until this window closes; timers go on meanwhile. */
     virtual void runModal();
+    /** The exact timer: `target`'s onTimer() (this window's when null) every `seconds`, on its own thread. */
+    virtual void startFastTimer(double seconds, epiApplicationObject* target);
+    virtual void stopFastTimer() { fastTimer_.stop(); }
     /** A file dropped on a window that accepts drops ('ReDr'), in client coordinates. */
     virtual void fileDropped(const epiPoint& point, const epiText& path);
 
@@ -127,6 +131,7 @@ private:
     GtkWidget* fixed_ = nullptr;
     GtkWidget* area_ = nullptr;
     epiBackBuffer back_;
+    epiFastTimer fastTimer_;
     std::vector<std::pair<uint32_t, int32_t>> flags_;
     // The key code of each hardware key that is down, so that its release reports the press's code.
     std::array<int32_t, 256> keysDown_{};
