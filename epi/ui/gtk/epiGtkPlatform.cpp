@@ -1,5 +1,6 @@
 #include "epi/ui/epiApplication.h"
 #include "epi/ui/epiWindowManager.h"
+#include "epi/ui/gtk/epiBitmapGtk.h"
 #include "epi/ui/gtk/epiUiSystem.h"
 #include "epi/ui/gtk/epiWindow.h"
 
@@ -48,6 +49,7 @@ bool openDisplay(int* argc, char*** argv)
     epiFactory::add(epiCode("GrUi"), epiCode("iWin"), makeWindow);
     epiFactory::add(epiCode("GrUi"), epiCode("iMwn"), makeModalWindow);
     epiGtk::registerSystemWidgets();
+    epiGtkInstallBitmapPlatform();
     return true;
 }
 

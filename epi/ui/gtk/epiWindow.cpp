@@ -12,40 +12,6 @@
 #include <algorithm>
 #include <cstdlib>
 
-// ---------------------------------------------------------------------------------------------
-// Back buffer
-
-void epiBackBuffer::resize(int32_t width, int32_t height)
-{
-    width_ = std::max(width, 0);
-    height_ = std::max(height, 0);
-    pixels_.assign(size_t(width_) * size_t(height_), 0xFF000000u);
-}
-
-uint32_t epiBackBuffer::pixel(int32_t x, int32_t y) const
-{
-    if (x < 0 || y < 0 || x >= width_ || y >= height_)
-        return 0;
-    return pixels_[size_t(y) * size_t(width_) + size_t(x)];
-}
-
-void epiBackBuffer::fill(const epiRect& rect, uint32_t argb)
-{
-    epiRect area = rect;
-    if (!area.intersect(epiRect(0, 0, width_, height_)))
-        return;
-    for (int32_t y = area.top_; y < area.bottom_; ++y)
-    {
-        uint32_t* row = pixels_.data() + size_t(y) * size_t(width_);
-        std::fill(row + area.left_, row + area.right_, argb);
-    }
-}
-
-uint32_t epiArgbOf(epiColour colour)
-{
-    return 0xFF000000u | (uint32_t(colour.r) << 16) | (uint32_t(colour.g) << 8) | uint32_t(colour.b);
-}
-
 namespace
 {
 
@@ -187,7 +153,8 @@ bool offerWindowKey(epiUbo& object, int32_t key)
 
 epiWindow::epiWindow()
 {
-    setSurface(this);
+    // The tree draws into the back buffer; the draw handler copies it to the screen.
+    setSurface(&surface_);
 }
 
 epiWindow::~epiWindow()
@@ -244,6 +211,7 @@ void epiWindow::notifyCreated()
 
 void epiWindow::createNative()
 {
+    fonts_.setResources(resources());
     window_ = gtk_window_new(GTK_WINDOW_TOPLEVEL);
     g_object_ref_sink(window_);
     const bool plain = flag(epiCode("Plai"));
@@ -299,7 +267,10 @@ void epiWindow::sizeClient()
     const int32_t w = std::max(frame_.width(), 1);
     const int32_t h = std::max(frame_.height(), 1);
     if (back_.width() != w || back_.height() != h)
-        back_.resize(w, h);
+    {
+        back_.create(w, h);
+        back_.setUsesAlpha(false);
+    }
     if (fixed_ == nullptr)
         return;
     gtk_widget_set_size_request(fixed_, w, h);
@@ -452,13 +423,13 @@ void epiWindow::requestRepaint(const epiRect& rect)
         gtk_widget_queue_draw_area(area_, rect.left_, rect.top_, rect.width(), rect.height());
 }
 
-uint32_t epiWindow::backgroundArgb() const
+epiColour epiWindow::background() const
 {
     if (flag(epiCode("grBl")))
-        return 0xFF000000u;
+        return epiColour{0, 0, 0, 255};
     if (flag(epiCode("grBk")))
-        return 0xFFF0F0F0u;
-    return 0xFFFFFFFFu;
+        return epiColour{0xF0, 0xF0, 0xF0, 255};
+    return epiColour{0xFF, 0xFF, 0xFF, 255};
 }
 
 void epiWindow::paintBackBuffer(const epiRect& area)
@@ -467,8 +438,8 @@ void epiWindow::paintBackBuffer(const epiRect& area)
     if (!rect.intersect(epiRect(0, 0, back_.width(), back_.height())))
         return;
     if (!flag(epiCode("noBk")))
-        back_.fill(rect, backgroundArgb());
-    setSurface(this);
+        back_.fillRectClipped(background(), &rect, rect);
+    setSurface(&surface_);
     retain();
     draw(rect);
     release();
@@ -649,73 +620,6 @@ void epiWindow::releaseCapture()
 {
     epiUiWindowBase::releaseCapture();
 }
-
-// ---------------------------------------------------------------------------------------------
-// Surface: the primitives that need no bitmap or font
-
-void epiWindow::fillRect(const epiRect& rect, const epiRect& clip, epiColour colour)
-{
-    epiRect area = rect;
-    if (!area.intersect(clip))
-        return;
-    back_.fill(area, epiArgbOf(colour));
-}
-
-void epiWindow::frameRect(const epiRect& rect, const epiRect& clip, epiColour colour)
-{
-    if (rect.width() <= 0 || rect.height() <= 0)
-        return;
-    fillRect(epiRect(rect.left_, rect.top_, rect.right_, rect.top_ + 1), clip, colour);
-    fillRect(epiRect(rect.left_, rect.bottom_ - 1, rect.right_, rect.bottom_), clip, colour);
-    fillRect(epiRect(rect.left_, rect.top_, rect.left_ + 1, rect.bottom_), clip, colour);
-    fillRect(epiRect(rect.right_ - 1, rect.top_, rect.right_, rect.bottom_), clip, colour);
-}
-
-void epiWindow::drawLine(int32_t x1, int32_t y1, int32_t x2, int32_t y2, epiColour colour)
-{
-    // Bresenham, the end point left out as the platform's line does.
-    const uint32_t argb = epiArgbOf(colour);
-    const int32_t dx = std::abs(x2 - x1);
-    const int32_t dy = -std::abs(y2 - y1);
-    const int32_t sx = x1 < x2 ? 1 : -1;
-    const int32_t sy = y1 < y2 ? 1 : -1;
-    int32_t error = dx + dy;
-    while (x1 != x2 || y1 != y2)
-    {
-        if (x1 >= 0 && y1 >= 0 && x1 < back_.width() && y1 < back_.height())
-            back_.pixels()[size_t(y1) * size_t(back_.width()) + size_t(x1)] = argb;
-        const int32_t twice = 2 * error;
-        if (twice >= dy)
-        {
-            error += dy;
-            x1 += sx;
-        }
-        if (twice <= dx)
-        {
-            error += dx;
-            y1 += sy;
-        }
-    }
-}
-
-// Bitmaps, fonts and shapes are drawn by the bitmap layer; until it is linked these draw nothing.
-void epiWindow::drawText(uint32_t, int32_t, const epiRect&, const epiRect&, const epiText&, epiColour) {}
-
-int32_t epiWindow::textWidth(uint32_t, const epiText&)
-{
-    return 0;
-}
-
-void epiWindow::drawSystemText(const epiRect&, const epiRect&, const epiText&, int32_t, bool, int32_t,
-                               epiColour)
-{
-}
-
-void epiWindow::blitStretched(epiBitmap*, const epiRect&, const epiRect&, const epiRect&) {}
-
-void epiWindow::blitAlpha(epiBitmap*, const epiRect&, const epiRect&, const epiRect&) {}
-
-void epiWindow::drawShape(const epiShapeRequest&) {}
 
 epiModalWindow::epiModalWindow()
 {

@@ -1,5 +1,8 @@
 #pragma once
 
+#include "epi/ui/epiBitmap.h"
+#include "epi/ui/epiBitmapSurface.h"
+#include "epi/ui/epiFont.h"
 #include "epi/ui/epiUbo.h"
 #include "epi/ui/epiWindowManager.h"
 #include "epi/ui/gtk/epiFastTimer.h"
@@ -18,39 +21,12 @@ typedef struct _GtkAccelGroup GtkAccelGroup;
 class epiMenu;
 
 /**
- * The pixels a window's tree draws into, 32-bit ARGB words, a row after another. The draw handler
- * copies the part that changed to the screen.
- */
-class epiBackBuffer
-{
-public:
-    /** Sets the size; the content is then undefined. */
-    void resize(int32_t width, int32_t height);
-    uint32_t* pixels() { return pixels_.data(); }
-    const uint32_t* pixels() const { return pixels_.data(); }
-    int32_t width() const { return width_; }
-    int32_t height() const { return height_; }
-    /** The pixel at (x, y); 0 outside. */
-    uint32_t pixel(int32_t x, int32_t y) const;
-    /** Fills `rect` cut to the buffer. */
-    void fill(const epiRect& rect, uint32_t argb);
-
-private:
-    std::vector<uint32_t> pixels_;
-    int32_t width_ = 0;
-    int32_t height_ = 0;
-};
-
-/** A colour as an opaque ARGB word. */
-uint32_t epiArgbOf(epiColour colour);
-
-/**
  * A top-level window on GTK: a GtkWindow holding a menu bar when 'mBar' is set and a GtkFixed of
- * exactly the layout's size. The tree draws into the back buffer; the fixed's draw handler paints
+ * exactly the layout's size. The tree draws into the back buffer; the client's draw handler paints
  * the tree over the dirty rectangle and copies that rectangle to the screen. Mouse events arrive
  * in client coordinates, keys through the menu's accelerators first.
  */
-class epiWindow : public epiUiWindowBase, public epiUiSurface
+class epiWindow : public epiUiWindowBase
 {
 public:
     epiWindow();
@@ -76,21 +52,6 @@ public:
     /** A file dropped on a window that accepts drops ('ReDr'), in client coordinates. */
     virtual void fileDropped(const epiPoint& point, const epiText& path);
 
-    // --- the surface ---
-    void fillRect(const epiRect& rect, const epiRect& clip, epiColour colour) override;
-    void frameRect(const epiRect& rect, const epiRect& clip, epiColour colour) override;
-    void drawLine(int32_t x1, int32_t y1, int32_t x2, int32_t y2, epiColour colour) override;
-    void drawText(uint32_t fontName, int32_t alignment, const epiRect& rect, const epiRect& clip,
-                  const epiText& text, epiColour colour) override;
-    int32_t textWidth(uint32_t fontName, const epiText& text) override;
-    void drawSystemText(const epiRect& rect, const epiRect& clip, const epiText& text, int32_t pointSize,
-                        bool bold, int32_t alignment, epiColour colour) override;
-    void blitStretched(epiBitmap* bitmap, const epiRect& source, const epiRect& dest,
-                       const epiRect& clip) override;
-    void blitAlpha(epiBitmap* bitmap, const epiRect& source, const epiRect& dest,
-                   const epiRect& clip) override;
-    void drawShape(const epiShapeRequest& request) override;
-
     // --- the platform's side ---
     GtkWidget* gtkWindow() const { return window_; }
     /** The menu bar, null without 'mBar'. */
@@ -99,7 +60,7 @@ public:
     GtkWidget* clientWidget() const { return fixed_; }
     /** The X window id of the top-level window, 0 before it is made. */
     unsigned long xid() const;
-    const epiBackBuffer& backBuffer() const { return back_; }
+    const epiBitmapDib& backBuffer() const { return back_; }
     /** Paints the tree over `area` of the back buffer, as the draw handler does. */
     void paintBackBuffer(const epiRect& area);
     /** Whether the layout set `code` (a flag attribute) to non-zero. */
@@ -122,7 +83,7 @@ private:
     void createNative();
     void sizeClient();
     void applyTitle();
-    uint32_t backgroundArgb() const;
+    epiColour background() const;
 
     GtkWidget* window_ = nullptr;
     GtkWidget* box_ = nullptr;
@@ -130,7 +91,9 @@ private:
     GtkAccelGroup* accelerators_ = nullptr;
     GtkWidget* fixed_ = nullptr;
     GtkWidget* area_ = nullptr;
-    epiBackBuffer back_;
+    epiBitmapDib back_;
+    epiFonts fonts_;
+    epiBitmapSurface surface_{&back_, &fonts_};
     epiFastTimer fastTimer_;
     std::vector<std::pair<uint32_t, int32_t>> flags_;
     // The key code of each hardware key that is down, so that its release reports the press's code.
