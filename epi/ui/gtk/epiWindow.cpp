@@ -356,7 +356,7 @@ void epiWindow::runModal()
     retain();
     epiWindowManager* manager = windowManager();
     epiEventSource* source = manager != nullptr ? manager->eventSource() : nullptr;
-    epiApplication* application = epiApplication::current();
+    epiApplication* application = epiApplicationOf(this);
     while (!closed_ && source != nullptr)
     {
         if (!source->dispatchOne())

@@ -110,3 +110,77 @@ TEST(GtkWindowInput, MouseWheelAndKeysReachTheTreeInTheFrameworksTerms)
     app.stop();
     EXPECT_EQ(xvfb::warningCount(), 0);
 }
+
+namespace
+{
+
+/** Counts its timer's ticks and closes the modal window at the 30th. */
+class Closer : public epiApplicationObject
+{
+public:
+    void timerTick() override
+    {
+        if (++ticks == 30)
+            if (epiUbo* modal = app->windowManager()->windowNamed(epiCode("modl")))
+                modal->notifyDestroyed();
+    }
+    epiApplication* app = nullptr;
+    int ticks = 0;
+};
+
+const char* const kModal =
+    "<epi><version>4</version><signature>layout</signature><content><kind>iWin</kind>"
+    "<name>modl</name><text>Modal</text><position>500,500</position><size>200,100</size>"
+    "<attributes><attribute><name>Modl</name><value>1</value></attribute></attributes>"
+    "<itemslist></itemslist></content></epi>";
+
+} // namespace
+
+TEST(GtkWindowInput, AModalWindowBlocksItsOwnerWhileTimersFire)
+{
+    XVFB_REQUIRE();
+    GtkApp app;
+    ASSERT_TRUE(app.start());
+    epiGtk::attach(app);
+    epiFactory::add(epiCode("GrUi"), epiCode("iWin"), [](uint32_t) -> epiObject* { return new KeyWindow(); });
+    epiFactory::add(epiCode("GrUi"), epiCode("tRec"), [](uint32_t) -> epiObject* { return new Recorder(); });
+    auto* owner = dynamic_cast<KeyWindow*>(app.openWindowText(epiText(kLayout)));
+    ASSERT_NE(owner, nullptr);
+    owner->retain();
+    auto* leaf = dynamic_cast<Recorder*>(
+        owner->childNamed(epiCode("pane"))
+            ->createChild(true, epiCode("tRec"), epiCode("leaf"), 10, 20, 70, 70, ""));
+    ASSERT_TRUE(xvfb::pumpUntil([&] { return owner->lastCopiedPixels() > 0; }));
+    int x = 0;
+    int y = 0;
+    xvfb::screenOrigin(owner->clientWidget(), x, y);
+
+    Closer closer;
+    closer.app = &app;
+    closer.startRefCount();
+    closer.setOwner(&app);
+    closer.startTimer(0.02, false, false);
+    // The click comes while the modal window's loop runs; opening returns once the timer closed it.
+    const pid_t clicker = xvfb::spawn({"xdotool", "sleep", "0.2", "mousemove", "--sync",
+                                       std::to_string(x + 35), std::to_string(y + 57), "click", "1"});
+    ASSERT_GT(clicker, 0);
+    epiUbo* modal = app.openWindowText(epiText(kModal));
+    EXPECT_NE(modal, nullptr);
+    EXPECT_GE(closer.ticks, 30);
+    EXPECT_EQ(app.windowManager()->windowNamed(epiCode("modl")), nullptr);
+    int status = 0;
+    waitpid(clicker, &status, 0);
+    EXPECT_EQ(WEXITSTATUS(status), 0);
+    xvfb::pumpUntil([] { return false; }, 0.1);
+    EXPECT_TRUE(leaf->downs.empty());
+
+    // Once it is gone the owner takes clicks again.
+    ASSERT_EQ(xvfb::run({"xdotool", "click", "1"}), 0);
+    EXPECT_TRUE(xvfb::pumpUntil([&] { return leaf->downs.size() == 1; }));
+
+    closer.removeTimerNow();
+    owner->notifyDestroyed();
+    owner->release();
+    app.stop();
+    EXPECT_EQ(xvfb::warningCount(), 0);
+}
