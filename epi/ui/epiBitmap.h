@@ -259,6 +259,7 @@ public:
      */
     virtual epiBitmap* acquire(const char* name, uint32_t kind);
     epiBitmap* acquireImage(const char* name) { return acquire(name, epiCode("imag")); }
+    using epiApplicationObject::release;
     /** Casts stay until stop(). */
     virtual void release(epiBitmap*) {}
     /** @return false, with `dest` cleared, when `bitmap` isn't in the table */
