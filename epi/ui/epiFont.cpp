@@ -4,6 +4,7 @@
 #include "epi/epiResources.h"
 #include "epi/epiXmlChunk.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 
