@@ -349,7 +349,7 @@ void epiBitmap::drawTextA(const epiText& text, const char* family, float size, u
 {
     if (isEmpty() || gPlatform == nullptr || text.empty())
         return;
-    epiSystemFontSpec font;
+    epiSystemFontFace font;
     if (family != nullptr && *family != 0)
         font.family = family;
     if (size > 0)

@@ -15,7 +15,7 @@ class epiFileDump;
 class epiResources;
 
 /** A system font as the platform's text engine needs it. `size` is in points. */
-struct epiSystemFontSpec
+struct epiSystemFontFace
 {
     epiText family = "Arial";
     float size = 12.0f;
@@ -69,13 +69,13 @@ public:
     virtual void drawScaled(epiBitmap& target, const epiBitmap& source, const epiRect& sourceRect,
                             const epiRect& destRect, const epiRect& clip) = 0;
     /** Text in `rect`; alignment 1 centres, 2 aligns right; `wrap` breaks lines at words. */
-    virtual void drawText(epiBitmap& target, const epiSystemFontSpec& font, const epiText& text,
+    virtual void drawText(epiBitmap& target, const epiSystemFontFace& font, const epiText& text,
                           const epiRect& rect, const epiRect& clip, int32_t alignment, bool wrap,
                           epiColour colour) = 0;
     /** Width of the text in pixels, trailing blanks counted. */
-    virtual int32_t textWidth(const epiSystemFontSpec& font, const epiText& text) = 0;
+    virtual int32_t textWidth(const epiSystemFontFace& font, const epiText& text) = 0;
     /** Height of one line of the font in pixels. */
-    virtual int32_t textHeight(const epiSystemFontSpec& font) = 0;
+    virtual int32_t textHeight(const epiSystemFontFace& font) = 0;
 };
 
 /** Installs the platform's services (null removes them); the caller keeps ownership. */

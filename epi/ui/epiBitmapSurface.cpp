@@ -36,7 +36,7 @@ void epiBitmapSurface::drawSystemText(const epiRect& rect, const epiRect& clip, 
     epiBitmapPlatform* platform = epiGetBitmapPlatform();
     if (target_ == nullptr || platform == nullptr)
         return;
-    epiSystemFontSpec font;
+    epiSystemFontFace font;
     font.family = "DejaVu Sans";
     font.size = float(pointSize);
     font.bold = bold;

@@ -238,20 +238,20 @@ bool epiFont_FontSystem::loadText(const epiText& xml, uint32_t code)
             continue;
         const epiText family = part.child("family").text();
         if (!family.empty())
-            spec_.family = family;
+            face_.family = family;
         epiXmlChunk value;
         if (part.findElementChars("size", &value, nullptr))
-            spec_.size = value.text().toFloat();
+            face_.size = value.text().toFloat();
         if (part.findElementChars("bold", &value, nullptr))
-            spec_.bold = value.text().toInt() != 0;
+            face_.bold = value.text().toInt() != 0;
         if (part.findElementChars("italic", &value, nullptr))
-            spec_.italic = value.text().toInt() != 0;
+            face_.italic = value.text().toInt() != 0;
         if (part.findElementChars("kerning", &value, nullptr))
-            spec_.kerning = value.text().toInt();
+            face_.kerning = value.text().toInt();
     }
     epiText codeText;
     codeText.assignCode(code);
-    std::printf("Found font type 3 <%s> <%s> %d\n", spec_.family.cstr(), codeText.cstr(), int(spec_.size));
+    std::printf("Found font type 3 <%s> <%s> %d\n", face_.family.cstr(), codeText.cstr(), int(face_.size));
     std::fflush(stdout);
     return true;
 }
@@ -263,19 +263,19 @@ void epiFont_FontSystem::draw(epiBitmap& target, const epiText& text, const epiR
     if (platform == nullptr || target.isEmpty())
         return;
     const int32_t align = (alignment & 3) == 1 ? 1 : (alignment & 3) == 2 ? 2 : 0;
-    platform->drawText(target, spec_, text, rect, clip, align, false, colour);
+    platform->drawText(target, face_, text, rect, clip, align, false, colour);
 }
 
 int32_t epiFont_FontSystem::width(const epiText& text)
 {
     epiBitmapPlatform* platform = epiGetBitmapPlatform();
-    return platform != nullptr ? platform->textWidth(spec_, text) : 0;
+    return platform != nullptr ? platform->textWidth(face_, text) : 0;
 }
 
 int32_t epiFont_FontSystem::height()
 {
     epiBitmapPlatform* platform = epiGetBitmapPlatform();
-    return platform != nullptr ? platform->textHeight(spec_) : 0;
+    return platform != nullptr ? platform->textHeight(face_) : 0;
 }
 
 // ---------------------------------------------------------------------------------------------

@@ -119,10 +119,10 @@ public:
     void setFixedAdvance(float) override {}
     void setSpacing(float) override {}
 
-    const epiSystemFontSpec& spec() const { return spec_; }
+    const epiSystemFontFace& face() const { return face_; }
 
 private:
-    epiSystemFontSpec spec_;
+    epiSystemFontFace face_;
 };
 
 /**

@@ -200,7 +200,7 @@ std::string toUtf8(const epiText& text)
     return out;
 }
 
-FontDescPtr fontDescription(const epiSystemFontSpec& font)
+FontDescPtr fontDescription(const epiSystemFontFace& font)
 {
     FontDescPtr desc(pango_font_description_new());
     const bool tahoma = g_ascii_strcasecmp(font.family.cstr(), "Tahoma") == 0;
@@ -212,7 +212,7 @@ FontDescPtr fontDescription(const epiSystemFontSpec& font)
 }
 
 /** A layout for measuring, on a context of its own that nothing draws on. */
-LayoutPtr measuringLayout(const epiSystemFontSpec& font, const epiText& text)
+LayoutPtr measuringLayout(const epiSystemFontFace& font, const epiText& text)
 {
     static cairo_surface_t* surface = cairo_image_surface_create(CAIRO_FORMAT_ARGB32, 1, 1);
     static cairo_t* cr = cairo_create(surface);
@@ -335,7 +335,7 @@ void epiGtkBitmapPlatform::drawScaled(epiBitmap& target, const epiBitmap& source
     cairo_surface_destroy(image);
 }
 
-void epiGtkBitmapPlatform::drawText(epiBitmap& target, const epiSystemFontSpec& font, const epiText& text,
+void epiGtkBitmapPlatform::drawText(epiBitmap& target, const epiSystemFontFace& font, const epiText& text,
                                     const epiRect& rect, const epiRect& clip, int32_t alignment, bool wrap,
                                     epiColour colour)
 {
@@ -378,7 +378,7 @@ void epiGtkBitmapPlatform::drawText(epiBitmap& target, const epiSystemFontSpec& 
     scratch.commit();
 }
 
-int32_t epiGtkBitmapPlatform::textWidth(const epiSystemFontSpec& font, const epiText& text)
+int32_t epiGtkBitmapPlatform::textWidth(const epiSystemFontFace& font, const epiText& text)
 {
     if (text.empty())
         return 0;
@@ -389,7 +389,7 @@ int32_t epiGtkBitmapPlatform::textWidth(const epiSystemFontSpec& font, const epi
     return logical.width;
 }
 
-int32_t epiGtkBitmapPlatform::textHeight(const epiSystemFontSpec& font)
+int32_t epiGtkBitmapPlatform::textHeight(const epiSystemFontFace& font)
 {
     LayoutPtr layout = measuringLayout(font, epiText("Ag"));
     int w = 0, h = 0;

@@ -17,10 +17,10 @@ public:
     void drawScaled(epiBitmap& target, const epiBitmap& source, const epiRect& sourceRect,
                     const epiRect& destRect, const epiRect& clip) override;
     /** "Tahoma" is drawn in DejaVu Sans. Texts that aren't valid UTF-8 are read as Latin-1. */
-    void drawText(epiBitmap& target, const epiSystemFontSpec& font, const epiText& text, const epiRect& rect,
+    void drawText(epiBitmap& target, const epiSystemFontFace& font, const epiText& text, const epiRect& rect,
                   const epiRect& clip, int32_t alignment, bool wrap, epiColour colour) override;
-    int32_t textWidth(const epiSystemFontSpec& font, const epiText& text) override;
-    int32_t textHeight(const epiSystemFontSpec& font) override;
+    int32_t textWidth(const epiSystemFontFace& font, const epiText& text) override;
+    int32_t textHeight(const epiSystemFontFace& font) override;
 };
 
 /** Installs the GTK bitmap services for the process (once; later calls do nothing). */

@@ -252,7 +252,7 @@ TEST(FontSystem, Win32OverridesAllPlatformsButNotWithAnEmptyFamily)
                               "</win32></content></epi>",
                               epiCode("sy11")));
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "Found font type 3 <DejaVu Sans> <sy11> 11\n");
-    EXPECT_TRUE(font.spec().bold);
+    EXPECT_TRUE(font.face().bold);
 }
 
 TEST(Fonts, NoFontDrawsNothingAndMeasuresZero)
