@@ -210,7 +210,7 @@ void epiFont_FontMatrix::draw(epiBitmap& target, const epiText& text, const epiR
             const epiRect dest(left, top, left + o.copyarea.width(), top + o.copyarea.height());
             target.drawMaskedClipped(image_, &o.copyarea, &dest, clip, colour);
         }
-        // The half pixel for each glyph belongs to the design; the table's advances don't hold it.
+        // Every glyph adds half a pixel of its own: the font files store their advances without it.
         x += advances_[c] + 0.5f + float(tracking_);
     }
 }
