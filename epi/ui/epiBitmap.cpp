@@ -373,8 +373,9 @@ void epiBitmap::drawMaskedClipped(const epiBitmap& source, const epiRect* source
         return;
     src.left_ += visible.left_ - dst.left_;
     src.top_ += visible.top_ - dst.top_;
-    const int32_t w = std::min(visible.width(), source.width() - src.left_);
-    const int32_t h = std::min(visible.height(), source.height() - src.top_);
+    // Neither past the source rectangle nor past the source bitmap.
+    const int32_t w = std::min({visible.width(), src.right_ - src.left_, source.width() - src.left_});
+    const int32_t h = std::min({visible.height(), src.bottom_ - src.top_, source.height() - src.top_});
     const float colourRgb[3] = {float(colour.b), float(colour.g), float(colour.r)};
     for (int32_t y = 0; y < h; ++y)
     {
