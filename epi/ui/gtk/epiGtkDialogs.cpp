@@ -10,21 +10,6 @@ namespace epiGtk
 namespace
 {
 
-/** The chooser widget inside a file chooser dialog; null when there is none. */
-GtkWidget* chooserWidget(GtkWidget* widget)
-{
-    if (GTK_IS_FILE_CHOOSER_WIDGET(widget))
-        return widget;
-    if (!GTK_IS_CONTAINER(widget))
-        return nullptr;
-    GtkWidget* found = nullptr;
-    GList* children = gtk_container_get_children(GTK_CONTAINER(widget));
-    for (GList* child = children; child != nullptr && found == nullptr; child = child->next)
-        found = chooserWidget(static_cast<GtkWidget*>(child->data));
-    g_list_free(children);
-    return found;
-}
-
 /** Runs a file chooser and collects what it chose. */
 bool runChooser(const epiText& title, GtkFileChooserAction action, bool many, const epiText* proposed,
                 std::vector<epiText>& chosen)
@@ -44,14 +29,6 @@ bool runChooser(const epiText& title, GtkFileChooserAction action, bool many, co
     }
     gtk_dialog_set_default_response(GTK_DIALOG(dialog), GTK_RESPONSE_ACCEPT);
     chosen.clear();
-    if (!save)
-    {
-        // The location field is open from the start, so that a typed path (after Ctrl+L or not)
-        // lands in a field that exists rather than one made by the first key.
-        gtk_widget_show(dialog);
-        if (GtkWidget* widget = chooserWidget(dialog))
-            g_signal_emit_by_name(widget, "location-popup", "");
-    }
     if (gtk_dialog_run(GTK_DIALOG(dialog)) == GTK_RESPONSE_ACCEPT)
     {
         GSList* names = gtk_file_chooser_get_filenames(chooser);
