@@ -161,11 +161,10 @@ TEST(GtkSystemWidgets, ListsStepsFiltersDefaultKeysAndFrames)
     ASSERT_TRUE(xvfb::pumpUntil([&] { return window->commands.size() == 2; }));
     EXPECT_EQ(window->commands.back(), epiCode("okay"));
 
-    // Every control keeps exactly its frame, under the default theme and under HighContrast.
-    for (const char* theme : {"Adwaita", "HighContrast"})
+    // Every control keeps exactly its frame under the theme of the run (GTK_THEME: the default and
+    // HighContrast runs).
     {
-        g_object_set(gtk_settings_get_default(), "gtk-theme-name", theme, nullptr);
-        xvfb::pumpUntil([] { return false; }, 0.3);
+        const char* theme = std::getenv("GTK_THEME") != nullptr ? std::getenv("GTK_THEME") : "default";
         for (const char* name : {"okay", "list", "bar1", "edit", "chek", "stat"})
         {
             epiUiSystemButton* control = native(window, name);
@@ -173,6 +172,13 @@ TEST(GtkSystemWidgets, ListsStepsFiltersDefaultKeysAndFrames)
             gtk_widget_get_allocation(control->widget(), &box);
             EXPECT_EQ(epiRect(box.x, box.y, box.x + box.width, box.y + box.height), control->frame())
                 << theme << " " << name;
+        }
+        if (const char* shots = std::getenv("EPI_SCREENSHOTS"))
+        {
+            GdkPixbuf* shot = gdk_pixbuf_get_from_window(gdk_get_default_root_window(), 0, 0, 460, 360);
+            gdk_pixbuf_save(shot, (std::string(shots) + "/controls-" + theme + ".png").c_str(), "png",
+                            nullptr, nullptr);
+            g_object_unref(shot);
         }
     }
 
