@@ -1,0 +1,7 @@
+# Bitmaps and fonts: the pixel store, the table of loaded bitmaps, the bitmap and system fonts and a
+# drawing surface over a bitmap. Decoding and anti-aliased drawing come from the platform layer.
+list(APPEND EPIUI_BITMAP_SOURCES
+    ${CMAKE_CURRENT_LIST_DIR}/epiBitmap.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/epiFont.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/epiBitmapSurface.cpp
+)

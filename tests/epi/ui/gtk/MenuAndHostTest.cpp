@@ -1,0 +1,161 @@
+// The menu bar from the framework's model with its shortcuts, and the editor's host: a native
+// container whose X window another connection draws in at once, which gets the click and goes
+// away with its container. Screenshots come from the X server itself.
+
+#include "epi/ui/epiApplication.h"
+#include "epi/ui/epiMenu.h"
+#include "epi/ui/gtk/epiUiSystem.h"
+#include "tests/epi/ui/gtk/XvfbSupport.h"
+
+#include <X11/Xlib.h>
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+namespace
+{
+
+class MenuApp : public epiWindowApplication
+{
+public:
+    intptr_t handleCommandCode(uint32_t code) override
+    {
+        codes.push_back(code);
+        return 1;
+    }
+    std::vector<uint32_t> codes;
+};
+
+const char* const kBar = R"(<epi><content><name>MBar</name><menulist>
+  <item><text>File</text><menulist>
+    <item><text>Open...</text><name>Open</name><shortcut><char>o</char></shortcut></item>
+    <item><isseparator>1</isseparator></item>
+    <item><text>Save As...</text><name>SvAs</name>
+      <shortcut><char>s</char><modifiers><shift>1</shift></modifiers></shortcut></item>
+  </menulist></item>
+</menulist></content></epi>)";
+
+const char* const kLayout =
+    "<epi><version>4</version><signature>layout</signature><content><kind>iWin</kind><name>main</name>"
+    "<text>Host</text><position>50,50</position><size>320,240</size><attributes>"
+    "<attribute><name>mBar</name><value>1</value></attribute></attributes><itemslist>"
+    "<item><kind>iSco</kind><name>plug</name><position>20,20</position><size>200,150</size></item>"
+    "</itemslist></content></epi>";
+
+/** The texts of a menu row's labels, left to right. */
+std::vector<std::string> rowTexts(GtkWidget* item)
+{
+    std::vector<std::string> texts;
+    GtkWidget* row = gtk_bin_get_child(GTK_BIN(item));
+    GList* children = gtk_container_get_children(GTK_CONTAINER(row));
+    for (GList* child = children; child != nullptr; child = child->next)
+        texts.emplace_back(gtk_label_get_text(GTK_LABEL(child->data)));
+    g_list_free(children);
+    return texts;
+}
+
+GtkWidget* nth(GtkWidget* shell, guint index)
+{
+    GList* children = gtk_container_get_children(GTK_CONTAINER(shell));
+    auto* widget = static_cast<GtkWidget*>(g_list_nth_data(children, index));
+    g_list_free(children);
+    return widget;
+}
+
+/** The screen's pixel at (x, y) as 0xRRGGBB, read back from the X server. */
+uint32_t screenPixel(int x, int y)
+{
+    GdkPixbuf* shot = gdk_pixbuf_get_from_window(gdk_get_default_root_window(), x, y, 1, 1);
+    const guchar* p = gdk_pixbuf_read_pixels(shot);
+    const uint32_t rgb = (uint32_t(p[0]) << 16) | (uint32_t(p[1]) << 8) | p[2];
+    g_object_unref(shot);
+    return rgb;
+}
+
+int& xErrors()
+{
+    static int count = 0;
+    return count;
+}
+
+int countError(Display*, XErrorEvent*)
+{
+    ++xErrors();
+    return 0;
+}
+
+} // namespace
+
+TEST(GtkMenuAndHost, MenuShortcutAndAnEditorDrawnByAnotherConnection)
+{
+    XVFB_REQUIRE();
+    MenuApp app;
+    ASSERT_TRUE(app.start());
+    epiGtk::attach(app);
+    auto* menu = dynamic_cast<epiMenu*>(app.menu());
+    ASSERT_NE(menu, nullptr);
+    menu->loadText(kBar);
+    auto* window = dynamic_cast<epiWindow*>(app.openWindowText(epiText(kLayout)));
+    ASSERT_NE(window, nullptr);
+    ASSERT_TRUE(xvfb::pumpUntil([&] { return window->lastCopiedPixels() > 0; }));
+
+    // The rows show the texts and the shortcuts as the menu built them.
+    ASSERT_NE(window->menuBarWidget(), nullptr);
+    GtkWidget* file = nth(window->menuBarWidget(), 0);
+    EXPECT_EQ(rowTexts(file), (std::vector<std::string>{"File"}));
+    GtkWidget* submenu = gtk_menu_item_get_submenu(GTK_MENU_ITEM(file));
+    EXPECT_EQ(rowTexts(nth(submenu, 0)), (std::vector<std::string>{"Open...", "Ctrl+O"}));
+    EXPECT_EQ(rowTexts(nth(submenu, 2)), (std::vector<std::string>{"Save As...", "Ctrl+Shift+S"}));
+    ASSERT_EQ(
+        xvfb::run({"xdotool", "windowfocus", "--sync", std::to_string(window->xid()), "key", "ctrl+shift+s"}),
+        0);
+    ASSERT_TRUE(xvfb::pumpUntil([&] { return !app.codes.empty(); }));
+    EXPECT_EQ(app.codes, (std::vector<uint32_t>{epiCode("SvAs")}));
+
+    // Another connection makes a red child of the host's window at once, without an error.
+    auto* host = dynamic_cast<epiUiSystemContainer*>(window->childNamed(epiCode("plug")));
+    ASSERT_NE(host, nullptr);
+    const unsigned long parent = host->nativeXid();
+    ASSERT_NE(parent, 0u);
+    Display* other = XOpenDisplay(nullptr);
+    ASSERT_NE(other, nullptr);
+    XSetErrorHandler(countError);
+    const Window editor = XCreateSimpleWindow(other, parent, 0, 0, 100, 80, 0, 0, 0xFF0000);
+    XSelectInput(other, editor, ButtonPressMask);
+    XMapWindow(other, editor);
+    XSync(other, False);
+    EXPECT_EQ(xErrors(), 0);
+
+    int x = 0;
+    int y = 0;
+    xvfb::screenOrigin(window->clientWidget(), x, y);
+    ASSERT_TRUE(xvfb::pumpUntil([&] { return screenPixel(x + 30, y + 30) == 0xFF0000; }));
+    if (const char* shots = std::getenv("EPI_SCREENSHOTS"))
+    {
+        GdkPixbuf* shot = gdk_pixbuf_get_from_window(gdk_get_default_root_window(), 0, 0, 420, 360);
+        gdk_pixbuf_save(shot, (std::string(shots) + "/host.png").c_str(), "png", nullptr, nullptr);
+        g_object_unref(shot);
+    }
+
+    // The editor's own window gets the click.
+    ASSERT_EQ(xvfb::run({"xdotool", "mousemove", "--sync", std::to_string(x + 40), std::to_string(y + 40),
+                         "click", "1"}),
+              0);
+    XEvent event;
+    bool clicked = false;
+    xvfb::pumpUntil([&] { return clicked = XCheckWindowEvent(other, editor, ButtonPressMask, &event); });
+    EXPECT_TRUE(clicked);
+
+    // Hidden with its container: the window's own drawing shows there again.
+    host->setVisible(false, true);
+    EXPECT_TRUE(xvfb::pumpUntil([&] { return screenPixel(x + 30, y + 30) == 0xFFFFFF; }));
+    XDestroyWindow(other, editor);
+    XSync(other, False);
+    EXPECT_EQ(xErrors(), 0);
+    XCloseDisplay(other);
+
+    window->notifyDestroyed();
+    app.stop();
+    EXPECT_EQ(xvfb::warningCount(), 0);
+}
