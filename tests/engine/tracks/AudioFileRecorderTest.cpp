@@ -48,7 +48,7 @@ void expectStaircase(const FileAudio& audio, int64_t fileFrame, int64_t sourceFr
 class RecorderTest : public ::testing::Test
 {
 protected:
-    RecorderTest() : folder_("recorder") { recorder_.prepare(48000, 512); }
+    RecorderTest() { recorder_.prepare(48000, 512); }
     TempFolder folder_;
     AudioFileRecorder recorder_;
 };

@@ -31,11 +31,7 @@ float half(int64_t)
 class ManagerTrackTest : public ::testing::Test
 {
 protected:
-    ManagerTrackTest()
-        : env_(KV3_TEST_GAIN), folder_(::testing::UnitTest::GetInstance()->current_test_info()->name()),
-          rig_(kRate, kBlock)
-    {
-    }
+    ManagerTrackTest() : env_(KV3_TEST_GAIN), rig_(kRate, kBlock) {}
 
     PluginEnv env_;
     TempFolder folder_;

@@ -134,7 +134,7 @@ TEST_P(NoAllocationTest, StreamedPlaybackWithSpeedAndPitchAllocatesNothingPerBlo
 {
     const int32_t fileRate = GetParam();
     gAllocations.store(0);
-    TempFolder folder("noalloc-" + std::to_string(fileRate));
+    TempFolder folder;
     TrackRig rig(48000, 128);
     rig.harness().recordOutput = false;
     rig.harness().recordBlocks = false;
@@ -173,7 +173,7 @@ INSTANTIATE_TEST_SUITE_P(FileRates, NoAllocationTest, ::testing::Values(48000, 4
 TEST(NoAllocationTakeTest, RecordingATakeAllocatesNothingPerBlock)
 {
     gAllocations.store(0);
-    TempFolder folder("noalloc-take");
+    TempFolder folder;
     TrackRig rig(48000, 256);
     rig.harness().recordOutput = false;
     rig.harness().recordBlocks = false;

@@ -32,9 +32,7 @@ float frozenLevel(int64_t)
 class RoutingTest : public ::testing::Test
 {
 protected:
-    RoutingTest()
-        : env_(KV3_TEST_GAIN), folder_(::testing::UnitTest::GetInstance()->current_test_info()->name()),
-          rig_(std::make_unique<TrackRig>(kRate, kBlock))
+    RoutingTest() : env_(KV3_TEST_GAIN), rig_(std::make_unique<TrackRig>(kRate, kBlock))
     {
         rig_->harness().fillInput = [](AudioData& input, int64_t)
         {

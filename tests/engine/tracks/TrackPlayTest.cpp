@@ -91,7 +91,7 @@ size_t soundEnd(const std::vector<float>& x)
 class PlayTest : public ::testing::Test
 {
 protected:
-    PlayTest() : folder_(::testing::UnitTest::GetInstance()->current_test_info()->name()), rig_(48000, 256) {}
+    PlayTest() : rig_(48000, 256) {}
 
     /** Loads two seconds of 441 Hz at rate, read by the calling thread, and starts the transport. */
     void play(int32_t rate)
