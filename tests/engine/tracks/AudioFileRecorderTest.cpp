@@ -199,11 +199,3 @@ TEST_F(RecorderTest, OpenFailureChangesNothingAndSaysWhy)
     Block block(0, 64);
     recorder_.close(); // harmless when closed
 }
-
-TEST_F(RecorderTest, ProvideAndReadDeliverNothing)
-{
-    Block block(0, 64);
-    EXPECT_FALSE(recorder_.provide(block.data()));
-    EXPECT_FALSE(recorder_.read(block.data()));
-    EXPECT_EQ(recorder_.channels(), 2);
-}
