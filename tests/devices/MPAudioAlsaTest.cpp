@@ -339,15 +339,6 @@ TEST_F(AlsaPlugins, WithoutAClientTheDiagnosticSignalIsPlayed)
     }
 }
 
-TEST_F(AlsaPlugins, ABlockSizeOfZeroTakes512)
-{
-    MPAudioAlsa alsa;
-    MPAudioConfig config = alsaConfig(-1, indexOf(alsa, "kvnull", false));
-    config.bufferSize = 0;
-    ASSERT_TRUE(alsa.open(config)) << alsa.lastError();
-    EXPECT_EQ(alsa.blockSize(), 512u);
-}
-
 TEST_F(AlsaPlugins, ADeviceThatRefusesGivesAFalseResultWithTheReason)
 {
     MPAudioAlsa alsa;
@@ -400,21 +391,4 @@ TEST_F(AlsaPlugins, StopWaitsForASlowBlockButNeverLongerThanTenSeconds)
         std::this_thread::sleep_for(10ms);
     }
     EXPECT_EQ(alsa.threadCount(), 0);
-}
-
-TEST_F(AlsaPlugins, ThroughTheDriverTable)
-{
-    MPAudio audio;
-    ASSERT_TRUE(audio.selectDriver("DirectX"));
-    EXPECT_EQ(audio.backendIndex(), 0);
-    ASSERT_TRUE(audio.open("kvcap", "kvnull", 128, 0, 1, 0, 1, 44100));
-    EXPECT_EQ(audio.blockSize(), 128u);
-    ASSERT_TRUE(audio.start());
-    const auto deadline = Clock::now() + 2s;
-    while (audio.samplePosition() < 128 * 20 && Clock::now() < deadline)
-    {
-        std::this_thread::sleep_for(10ms);
-    }
-    EXPECT_GE(audio.samplePosition(), 128u * 20);
-    audio.close();
 }

@@ -334,19 +334,3 @@ TEST(MPAudioJack, StoppingWhenTheServerHangsMidRunReturns)
     // The calls given up on end once the server is gone; the next test starts without them.
     EXPECT_TRUE(waitFor([] { return kv3jack::pendingCalls() == 0; }, 10s));
 }
-
-TEST(MPAudioJack, ThroughTheDriverTable)
-{
-    JackTestServer server(48000, 256);
-    ASSERT_TRUE(server.start());
-    MPAudio audio;
-    ASSERT_TRUE(audio.selectDriver("ASIO"));
-    int index = -1;
-    EXPECT_TRUE(audio.findDevice(server.name().c_str(), false, &index));
-    EXPECT_EQ(index, 0);
-    ASSERT_TRUE(audio.open(server.name().c_str(), server.name().c_str(), 64, 0, 1, 0, 1, 48000));
-    EXPECT_EQ(audio.blockSize(), 256u);
-    ASSERT_TRUE(audio.start());
-    EXPECT_TRUE(waitFor([&] { return audio.samplePosition() >= 256 * 10; }, 2s));
-    audio.close();
-}
