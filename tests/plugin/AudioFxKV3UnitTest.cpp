@@ -172,10 +172,13 @@ TEST(AudioFxKV3Unit, AFailedSourceReadIsSilenceInReadOnly)
     // provide does not look at the source's result: the unit still answers true.
     AudioData request = requestAt(0);
     EXPECT_TRUE(rig.unit.provide(request));
-    // A request larger than the prepared block is refused rather than overrun.
+    // A request larger than the prepared block is refused rather than overrun, by both.
     AudioBuffer tooLong;
     blockAt(tooLong, 0, kBlock * 2);
     EXPECT_FALSE(rig.unit.read(tooLong));
+    AudioData tooLongRequest = requestAt(0);
+    tooLongRequest.frames = kBlock * 2;
+    EXPECT_FALSE(rig.unit.provide(tooLongRequest));
 }
 
 TEST(AudioFxKV3Unit, TheLifeCycleCallsInOrderWithItsWarmUp)
