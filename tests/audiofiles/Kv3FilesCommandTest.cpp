@@ -2,6 +2,7 @@
 #include "TestFiles.h"
 
 #include "audiofiles/AudioFileGuess.h"
+#include "tests/support/Program.h"
 
 #include <gtest/gtest.h>
 
@@ -14,12 +15,7 @@
 namespace
 {
 
-struct Result
-{
-    int exit = -1;
-    std::string out;
-    std::string err;
-};
+using Result = testsupport::ProgramResult;
 
 class Kv3FilesCommandTest : public ::testing::Test
 {
@@ -36,18 +32,7 @@ protected:
                                            { return testfiles::music(i, c, 48000); }));
     }
 
-    Result kv3(const std::string& arguments)
-    {
-        Result result;
-        const std::string out = dir_.file("stdout.txt");
-        const std::string err = dir_.file("stderr.txt");
-        result.exit = testfiles::run(testfiles::join(kv3_, " ", arguments, " >'", out, "' 2>'", err, "'"));
-        result.out = testfiles::readBytes(out);
-        result.err = testfiles::readBytes(err);
-        std::filesystem::remove(out);
-        std::filesystem::remove(err);
-        return result;
-    }
+    Result kv3(const std::string& arguments) { return testsupport::runProgram(kv3_, arguments); }
 
     static size_t lines(const std::string& text)
     {

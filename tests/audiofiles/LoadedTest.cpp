@@ -132,38 +132,6 @@ TEST_F(LoadedTest, LoadResampledConvertsByDroppingOrRepeatingSamples)
     }
 }
 
-TEST_F(LoadedTest, LoadResampledTakesAnInjectedResampler)
-{
-    // A resampler that marks its output, to see that the factory's product does the work.
-    class Marking : public AudioResampler
-    {
-    public:
-        bool read(AudioData& into) override
-        {
-            for (int32_t c = 0; c < into.channels; ++c)
-                std::fill(into.channel[c], into.channel[c] + into.frames, 0.25f);
-            return true;
-        }
-        void prepare(uint32_t, uint32_t) override {}
-        void setProvider(AudioFile* provider) override { provider_ = provider; }
-        void sourceChanged() override {}
-        int64_t frames() override { return provider_ ? static_cast<int64_t>(provider_->frames()) * 2 : 0; }
-
-    private:
-        AudioFile* provider_ = nullptr;
-    };
-    const std::string path = dir_.file("r.wav");
-    ASSERT_TRUE(testfiles::writeStaircase(path, SF_FORMAT_WAV | SF_FORMAT_PCM_16, 1, 22050, 100));
-    AudioFileGuess file;
-    ASSERT_TRUE(file.open(path));
-    AudioFileLoadedResampled sound;
-    sound.setResamplerFactory([] { return std::make_unique<Marking>(); });
-    sound.prepare(44100, 256);
-    ASSERT_TRUE(sound.loadResampled(file));
-    EXPECT_EQ(sound.frames(), 200u);
-    EXPECT_EQ(sound.buffer().channel[0][199], 0.25f);
-}
-
 TEST_F(LoadedTest, TheDropSampleResamplerIsAnExactCopyAtEqualRatesAndReadsAtAnyPosition)
 {
     const std::string path = dir_.file("a.caf");

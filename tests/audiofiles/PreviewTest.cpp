@@ -48,41 +48,6 @@ std::pair<int8_t, int8_t> expectedPoint(const std::function<float(int64_t, int32
 
 } // namespace
 
-TEST(AudioPreviewShapeTest, TheCurveCompressesTheTopOfTheRange)
-{
-    EXPECT_FLOAT_EQ(AudioPreview::shape(0.5f), 0.625f);
-    EXPECT_FLOAT_EQ(AudioPreview::shape(-0.5f), -0.625f);
-    EXPECT_FLOAT_EQ(AudioPreview::shape(1.0f), 0.8125f);
-    EXPECT_FLOAT_EQ(AudioPreview::shape(-1.0f), -0.8125f);
-    EXPECT_FLOAT_EQ(AudioPreview::shape(0.2f), 0.25f);
-    EXPECT_EQ(static_cast<int8_t>(AudioPreview::shape(1.0f) * 127.0f), 103);
-    // Continuous at the knee, and steeper below it than above.
-    EXPECT_NEAR(AudioPreview::shape(0.5001f), AudioPreview::shape(0.4999f), 1e-3f);
-    // The view's rows: full scale at the top and bottom but one, zero in the middle.
-    EXPECT_EQ(AudioPreview::rowFor(0, 100), 50);
-    EXPECT_EQ(AudioPreview::rowFor(127, 100), 1);
-    EXPECT_EQ(AudioPreview::rowFor(-127, 100), 99);
-}
-
-TEST(AudioPreviewPrepareTest, StepChunkAndPoints)
-{
-    AudioPreview preview;
-    preview.openMemory(88200, 44100);
-    EXPECT_EQ(preview.step(), 58);
-    EXPECT_EQ(preview.chunk(), 44080);
-    EXPECT_EQ(preview.total(), 88200 / 58 * 58);
-    EXPECT_EQ(preview.points(), 88200 / 58);
-    EXPECT_TRUE(preview.ready());
-    EXPECT_FALSE(preview.finished());
-
-    AudioPreview tiny;
-    tiny.openMemory(57, 44100);
-    EXPECT_FALSE(tiny.ready());
-    EXPECT_EQ(tiny.points(), 0);
-    tiny.start(); // nothing to do: must not start a thread
-    EXPECT_FALSE(tiny.isRunning());
-}
-
 TEST(AudioPreviewScaleTest, ScalesForAnyWidth)
 {
     AudioPreview preview;

@@ -532,24 +532,6 @@ TEST_F(ReaderTest, ASoundFileWithNoFramesOpensEmpty)
     EXPECT_EQ(file.channels(), 2);
 }
 
-TEST_F(ReaderTest, ProvideHandsOutTheReadersOwnBlock)
-{
-    const std::string path = dir_.file("p.aiff");
-    ASSERT_TRUE(testfiles::writeStaircase(path, SF_FORMAT_AIFF | SF_FORMAT_PCM_16, 2, 48000, 9000));
-    AudioFileGuess file;
-    ASSERT_TRUE(file.open(path));
-    AudioData request;
-    request.position = 1234;
-    request.frames = 512;
-    request.channels = 0; // the file's channels
-    ASSERT_TRUE(file.provide(request));
-    EXPECT_EQ(request.channels, 2);
-    EXPECT_EQ(request.position, 1234);
-    EXPECT_EQ(request.frames, 512);
-    EXPECT_EQ(request.channel[0][0], staircase(1234, 0));
-    EXPECT_EQ(request.channel[1][511], staircase(1234 + 511, 1));
-}
-
 namespace
 {
 

@@ -104,21 +104,6 @@ protected:
 
 } // namespace
 
-TEST_F(StreamingTest, OpenSizesTheRingFromTheRate)
-{
-    AudioFileStreaming file;
-    ASSERT_TRUE(file.open(path_));
-    EXPECT_TRUE(file.opened());
-    EXPECT_EQ(file.frames(), static_cast<uint64_t>(30 * kRate));
-    // Four seconds rounded to 4096: 192,000 / 4096 = 46, plus 1, times 4096.
-    EXPECT_EQ(file.blockFrames(), 47u * 4096u);
-
-    const std::string at44 = dir_.file("at44.wav");
-    ASSERT_TRUE(testfiles::writeStaircase(at44, SF_FORMAT_WAV | SF_FORMAT_PCM_16, 1, 44100, 1000));
-    ASSERT_TRUE(file.open(at44));
-    EXPECT_EQ(file.blockFrames(), 180224u);
-}
-
 TEST_F(StreamingTest, AJumpGivesSilenceUntilTheDiskThreadHasRefilled)
 {
     AudioFileStreaming file;

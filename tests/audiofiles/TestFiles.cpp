@@ -11,25 +11,6 @@
 namespace testfiles
 {
 
-TempDir::TempDir()
-{
-    std::string pattern = (std::filesystem::temp_directory_path() / "kv3-audiofiles-XXXXXX").string();
-    if (mkdtemp(pattern.data()))
-        path_ = pattern;
-}
-
-TempDir::~TempDir()
-{
-    std::error_code ignored;
-    if (!path_.empty())
-        std::filesystem::remove_all(path_, ignored);
-}
-
-std::string TempDir::file(const std::string& name) const
-{
-    return path_ + "/" + name;
-}
-
 int32_t staircaseStep(int64_t frame, int32_t channel)
 {
     return static_cast<int32_t>((frame * 7919 + channel * 104729) % 255) - 127;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tests/support/TempFolder.h"
+
 #include <cstdint>
 #include <functional>
 #include <sstream>
@@ -9,22 +11,7 @@
 namespace testfiles
 {
 
-/** A folder of its own under the system's temporary folder, removed with everything in it. */
-class TempDir
-{
-public:
-    TempDir();
-    ~TempDir();
-    TempDir(const TempDir&) = delete;
-    TempDir& operator=(const TempDir&) = delete;
-
-    const std::string& path() const { return path_; }
-    /** path() + "/" + name */
-    std::string file(const std::string& name) const;
-
-private:
-    std::string path_;
-};
+using TempDir = testsupport::TempFolder;
 
 /**
  * The test signal of PCM files: sample (frame, channel) is k / 128 with k in -127..127, spread so

@@ -49,42 +49,6 @@ void staircaseBlock(AudioBuffer& block, int64_t position, int64_t frames, int32_
 
 } // namespace
 
-TEST(AudioFileFormatsTest, FormatCodesOfTheTablesAndTheirEdges)
-{
-    EXPECT_EQ(AudioFileFormats::formatCode(0, 0), 0x10002);
-    EXPECT_EQ(AudioFileFormats::formatCode(1, 1), 0x20003);
-    EXPECT_EQ(AudioFileFormats::formatCode(2, 3), 0x180006);
-    EXPECT_EQ(AudioFileFormats::formatCode(0, 4), 0x10007);
-    EXPECT_EQ(AudioFileFormats::formatCode(3, 2), 0x160004);
-    // Floats don't go into SD2; unknown values of either kind give 16-bit WAVE.
-    EXPECT_EQ(AudioFileFormats::formatCode(3, 3), 0x10002);
-    EXPECT_EQ(AudioFileFormats::formatCode(3, 4), 0x10002);
-    EXPECT_EQ(AudioFileFormats::formatCode(1, 5), 0x10002);
-    EXPECT_EQ(AudioFileFormats::formatCode(2, -1), 0x10002);
-    EXPECT_EQ(AudioFileFormats::formatCode(4, 1), 0x10002);
-    EXPECT_EQ(AudioFileFormats::formatCode(-1, 0), 0x10002);
-}
-
-TEST(AudioFileFormatsTest, ListsForTheDialogs)
-{
-    const auto containers = AudioFileFormats::containers();
-    ASSERT_EQ(containers.size(), 3u);
-    EXPECT_STREQ(containers[0].label, "WAVE");
-    EXPECT_STREQ(containers[1].label, "AIFF");
-    EXPECT_STREQ(containers[2].label, "CAF");
-    EXPECT_EQ(AudioFileFormats::depths(0).size(), 5u);
-    EXPECT_STREQ(AudioFileFormats::depths(2).back().label, "64 bit float");
-    const auto sd2 = AudioFileFormats::depths(3);
-    ASSERT_EQ(sd2.size(), 3u);
-    EXPECT_STREQ(sd2.back().label, "32 bit");
-    const auto rates = AudioFileFormats::sampleRates();
-    ASSERT_EQ(rates.size(), 6u);
-    EXPECT_EQ(rates.front().value, 44100);
-    EXPECT_STREQ(rates.front().label, "44.1 kHz");
-    EXPECT_EQ(rates.back().value, 192000);
-    EXPECT_STREQ(rates[4].label, "176.4 kHz");
-}
-
 TEST(AudioFileFormatsTest, ExtensionReplacesWhatThePathHad)
 {
     epiPath path("/tmp/take/Audio_T1_1.wav");

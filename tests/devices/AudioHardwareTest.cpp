@@ -169,37 +169,6 @@ MidiMessage shortMessage(std::uint8_t length, std::uint8_t b0, std::uint8_t b1 =
 
 } // namespace
 
-TEST(AudioHardwareRules, BufferSizeRule)
-{
-    EXPECT_EQ(AudioHardware::pickBufferSize({128, 256, 512}, 333), 128u);
-    EXPECT_EQ(AudioHardware::pickBufferSize({128, 2048, 4096}, 333), 2048u);
-    EXPECT_EQ(AudioHardware::pickBufferSize({128, 256, 512}, 256), 256u);
-    EXPECT_EQ(AudioHardware::pickBufferSize({}, 333), 2048u);
-    EXPECT_EQ(AudioHardware::pickBufferSize({4096, 64}, 333), 4096u) << "the first entry, not the smallest";
-}
-
-TEST(AudioHardwareBusyMeter, MeanOverThirtyTwoBlocksOfWhichThirtyOneCount)
-{
-    BusyMeter meter;
-    meter.setBlock(480, 48000); // 10 ms
-    EXPECT_FLOAT_EQ(meter.blockMicroseconds(), 10000.0f);
-    for (int i = 0; i < 64; ++i)
-    {
-        meter.addBlock(10000.0f);
-    }
-    EXPECT_EQ(meter.busyPercent(), 96) << "31 of 32 blocks at 100%";
-    for (int i = 0; i < 64; ++i)
-    {
-        meter.addBlock(30000.0f);
-    }
-    EXPECT_EQ(meter.busyPercent(), 96) << "a block over its time counts as 100%";
-    for (int i = 0; i < 64; ++i)
-    {
-        meter.addBlock(5000.0f);
-    }
-    EXPECT_EQ(meter.busyPercent(), 48);
-}
-
 TEST(AudioHardwareBusyMeter, RisesAtOnceAndFallsSlowly)
 {
     BusyMeter meter;
@@ -530,47 +499,6 @@ TEST(AudioHardwareJack, InputComesOutThroughAnArmedTrackWithTheInputGain)
     ASSERT_GT(unity, 0.01f) << "the input never came out";
     EXPECT_NEAR(louder / unity, std::pow(10.0f, 12.0f / 20.0f), 0.02f) << unity << " " << louder;
     hardware.stopHardware();
-}
-
-TEST(AudioHardwareJack, MidiFromAnotherClientReachesTheBlockInArrivalOrder)
-{
-    SettingsFolder folder;
-    JackTestServer server(48000, 256);
-    ASSERT_TRUE(server.start());
-    HostSettings settings = jackSettings(server, 256);
-    settings.midiInputDevice_ = "JACK MIDI";
-    MidiSpy hardware;
-    Manager manager;
-    manager.setFormat(48000, 256);
-    hardware.setManager(&manager);
-    hardware.setSettings(&settings);
-    hardware.setProjectSampleRate(48000);
-    hardware.waitForHardware();
-    ASSERT_TRUE(pollUntil(
-        hardware, [&] { return hardware.isRunning(); }, 3s));
-    ASSERT_TRUE(hardware.MPMidi::isOpen());
-
-    JackPeer peer({"midi", "Korvalind 3 MIDI:midi_in", "8"});
-    ASSERT_EQ(peer.wait(), 0);
-    for (int i = 0; i < 100 && hardware.seen.load() < 8; ++i)
-    {
-        std::this_thread::sleep_for(10ms);
-    }
-    hardware.stopHardware();
-    // Every note once, in the order sent, numbered within its block; the clock never reaches it.
-    const int seen = hardware.seen.load(std::memory_order_acquire);
-    ASSERT_EQ(seen, 8);
-    for (int i = 0; i < seen; ++i)
-    {
-        const auto status = static_cast<std::uint32_t>(0x90 | (i % 16));
-        EXPECT_EQ(hardware.events[i].message, 0x00400000u | static_cast<std::uint32_t>(i) << 8 | status) << i;
-        if (i > 0 && hardware.events[i].position != 0)
-        {
-            EXPECT_EQ(hardware.events[i].position, hardware.events[i - 1].position + 1)
-                << "numbered in order";
-        }
-    }
-    EXPECT_TRUE(hardware.takeMidiActivity());
 }
 
 TEST(AudioHardwareJack, AKilledServerIsRetriedLostOnceAndResumedWhenItReturns)

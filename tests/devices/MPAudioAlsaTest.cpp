@@ -349,15 +349,6 @@ TEST_F(AlsaPlugins, WithoutAClientTheDiagnosticSignalIsPlayed)
     }
 }
 
-TEST_F(AlsaPlugins, ABlockSizeOfZeroTakes512)
-{
-    MPAudioAlsa alsa;
-    MPAudioConfig config = alsaConfig(-1, indexOf(alsa, "kvnull", false));
-    config.bufferSize = 0;
-    ASSERT_TRUE(alsa.open(config)) << alsa.lastError();
-    EXPECT_EQ(alsa.blockSize(), 512u);
-}
-
 TEST_F(AlsaPlugins, ADeviceThatRefusesGivesAFalseResultWithTheReason)
 {
     MPAudioAlsa alsa;

@@ -117,18 +117,6 @@ TEST(MPMidiBase, AnUnknownNameWithAnEmptyListFails)
     EXPECT_FALSE(midi.isOpen());
 }
 
-TEST(MPMidiBase, FindDeviceComparesExactly)
-{
-    ScriptedMidi midi;
-    midi.enumerateDevices(false);
-    int index = 5;
-    EXPECT_TRUE(midi.findDevice("Pedal", true, &index));
-    EXPECT_EQ(index, 1);
-    EXPECT_FALSE(midi.findDevice("pedal", true, &index));
-    EXPECT_EQ(index, -1);
-    EXPECT_FALSE(midi.findDevice("Pedal", false, &index)) << "no outputs";
-}
-
 TEST(MPMidiLinux, ShortMessagesKeepTheirShapeAndSystemExclusiveIsIgnored)
 {
     MPMidiLinux midi;

@@ -59,29 +59,6 @@ const double rates[] = {22050.0, 44100.0, 48000.0, 88200.0, 96000.0};
 
 } // namespace
 
-TEST(SincInterpolator, RatioAndBankLayout)
-{
-    EXPECT_EQ(SincInterpolator::greatestCommonDivisor(44100, 48000), 300u);
-    EXPECT_EQ(SincInterpolator::greatestCommonDivisor(48000, 44100), 300u);
-    EXPECT_EQ(SincInterpolator::greatestCommonDivisor(96000, 22050), 150u);
-    MemorySource src(sine(1000, 44100, 1000), 44100.0f);
-    SincInterpolator s;
-    s.setSource(&src);
-    ASSERT_TRUE(s.setOutputRate(48000.0f));
-    EXPECT_EQ(s.up(), 147u);
-    EXPECT_EQ(s.down(), 160u);
-    EXPECT_EQ(s.crossings(), 128u);
-    EXPECT_EQ(s.halfLength(), 128u * 147u);
-    EXPECT_EQ(s.phaseBlocks(), 66);
-    EXPECT_EQ(s.length(), static_cast<int32_t>(1000.0 * 48000.0 / 44100.0));
-    EXPECT_EQ(s.rate(), 48000.0f);
-    // Zeros at whole input samples, and the window's end.
-    EXPECT_EQ(s.tap(0), 1.0f);
-    EXPECT_NEAR(s.tap(160), 0.0f, 1e-7f);
-    EXPECT_NEAR(s.tap(-320), 0.0f, 1e-7f);
-    EXPECT_EQ(s.tap(128 * 147), 0.0f);
-}
-
 TEST(SincInterpolator, RefusesRatesItCannotServe)
 {
     MemorySource src(sine(1000, 44100, 1000), 44100.0f);

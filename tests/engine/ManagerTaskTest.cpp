@@ -161,21 +161,6 @@ TEST(ManagerPoll, PluginChangeAndBeatsReachTheDelegate)
     EXPECT_EQ(delegate.beats.load(), 2);
 }
 
-TEST(ManagerPoll, WithoutDelegateNothingBreaks)
-{
-    Manager m;
-    EngineHarness harness(m, 44100, 64);
-    m.setAutoRecord(true);
-    harness.fillInput = [](AudioData& in, int64_t) { in.channel[0][0] = 1.0f; };
-    harness.runBlock(64);
-    m.pluginChanged();
-    ScriptedJob::Log log;
-    m.startTask([&] { return std::make_unique<ScriptedJob>(log, 1); }, epiText("a"), epiText("b"));
-    m.poll();
-    EXPECT_TRUE(m.isPlaying()) << "auto-record still starts the transport";
-    EXPECT_FALSE(m.hasTask());
-}
-
 TEST(ManagerWait, ReturnsAfterThreeBlocksWhileTheDeviceRuns)
 {
     Manager m;

@@ -139,24 +139,6 @@ TEST(ObjectCount, TheStepToZeroDisposesOnce)
     EXPECT_EQ(o.disposed, 1);
 }
 
-TEST(ObjectCount, DefaultDisposeDeletes)
-{
-    bool alive = false;
-    auto* o = new Tracked(&alive);
-    o->startRefCount();
-    o->retain();
-    o->release();
-    EXPECT_TRUE(alive);
-    o->release();
-    EXPECT_FALSE(alive);
-}
-
-TEST(ObjectCount, FactoryOfTheRootMakesNothing)
-{
-    epiObject o;
-    EXPECT_EQ(o.newObject(epiCode("GrUi"), epiCode("iWin"), 0), nullptr);
-}
-
 TEST_F(ApplicationObject, FactoryCallsClimbTheChain)
 {
     epiApplicationObject leaf;
@@ -359,28 +341,6 @@ TEST(Rect, SizesAndMoves)
     EXPECT_EQ(copy, r);
     r.clear();
     EXPECT_TRUE(r.equals(0, 0, 0, 0));
-}
-
-TEST(Rect, CentresUseIntegerDivision)
-{
-    const epiRect r(1, 2, 4, 9);
-    EXPECT_EQ(r.centerX(), 2);
-    EXPECT_EQ(r.centerY(), 5);
-    const epiRect negative(-5, -5, 0, 0);
-    EXPECT_EQ(negative.centerX(), -3);
-    EXPECT_EQ(r.corner(0), epiPoint(1, 2));
-    EXPECT_EQ(r.corner(2), epiPoint(4, 9));
-    EXPECT_EQ(r.corner(5), epiPoint(4, 5));
-    EXPECT_EQ(r.corner(8), epiPoint(2, 5));
-}
-
-TEST(Rect, EmptyAndValid)
-{
-    EXPECT_TRUE(epiRect().isEmpty());
-    // Empty means no width and no height; a vertical line is not empty.
-    EXPECT_FALSE(epiRect(0, 0, 0, 10).isEmpty());
-    EXPECT_TRUE(epiRect(0, 0, 0, 10).isValid());
-    EXPECT_FALSE(epiRect(5, 0, 4, 10).isValid());
 }
 
 TEST(Rect, TouchingEdgesDoNotIntersect)

@@ -19,11 +19,6 @@ template <typename... Args> epiText fmt(const char* format, Args... args)
     return t;
 }
 
-void* address(uintptr_t a)
-{
-    return reinterpret_cast<void*>(a);
-}
-
 } // namespace
 
 TEST(TextFormatter, PlainTextAndPercent)
@@ -58,13 +53,6 @@ TEST(TextFormatter, HexOctalAndLengthModifiers)
     EXPECT_EQ(fmt("%u %q %5u", 7u, -1, 3u), "7 4294967295     3");
 }
 
-TEST(TextFormatter, PointerIsAtLeastEightZeroPaddedDigits)
-{
-    EXPECT_EQ(fmt("%p", address(0x1A2B)), "00001A2B");
-    EXPECT_EQ(fmt("%p", static_cast<void*>(nullptr)), "00000000");
-    EXPECT_EQ(fmt("%10p", address(0xF)), "000000000F");
-}
-
 TEST(TextFormatter, StringsAndTextsPadWithBlanks)
 {
     const epiText word("word");
@@ -95,14 +83,6 @@ TEST(TextFormatter, CharCodesAndAddresses)
     EXPECT_EQ(fmt("%k|%k", epiCode("oApp"), 0u), "oApp|____");
     EXPECT_EQ(fmt("%I", 0xC0A80001u), "192.168.0.1");
     EXPECT_EQ(fmt("%I", 0xFFFFFFFFu), "255.255.255.255");
-}
-
-TEST(TextFormatter, FloatIsUnsupportedAndTakesOneWord)
-{
-    EXPECT_EQ(fmt("%f", 0), "epitext_float_unsupported");
-    EXPECT_EQ(fmt("%f", 12), "12epitext_float_unsupported");
-    // Exactly one word is consumed: the next directive gets the next argument.
-    EXPECT_EQ(fmt("%f/%d", 0, 99), "epitext_float_unsupported/99");
 }
 
 TEST(TextFormatter, AppendKeepsWhatIsThereAndLongResultsAreWhole)

@@ -1,7 +1,7 @@
 # XML chunks, atoms files and the resource pack.
-kv3_add_test(epi_xml_chunk_test SOURCES XmlChunkTest.cpp LIBS epi)
-kv3_add_test(epi_atoms_file_test SOURCES AtomsFileTest.cpp LIBS epi)
-kv3_add_test(epi_resource_pack_test SOURCES ResourcePackTest.cpp LIBS epi)
+kv3_add_test(epi_xml_chunk_test SOURCES XmlChunkTest.cpp LIBS epi testsupport)
+kv3_add_test(epi_atoms_file_test SOURCES AtomsFileTest.cpp LIBS epi testsupport)
+kv3_add_test(epi_resource_pack_test SOURCES ResourcePackTest.cpp LIBS epi testsupport)
 
 # `kv3 pack` end to end: build from a folder, read back through epiResourcePack and `kv3 pack cat`.
 if(TARGET kv3 AND NOT KV3_SANITIZE STREQUAL "thread")

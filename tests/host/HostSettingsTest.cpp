@@ -80,20 +80,6 @@ std::vector<std::string> storedFields(const HostSettings& s)
 
 } // namespace
 
-TEST(HostSettings, ConstructionGivesRow0WithABufferOf2048)
-{
-    HostSettings s;
-    EXPECT_EQ(s.technology_, "Asio");
-    EXPECT_EQ(s.inputDevice_, "NV TreadBox-1 ASIO Driver");
-    EXPECT_EQ(s.bufferSize(), 2048u);
-    EXPECT_EQ(s.midiInputDevice_, "");
-    EXPECT_EQ(s.loadFolders_[2], "");
-    EXPECT_EQ(s.hardwareForce44K_, 0u);
-    EXPECT_EQ(s.loQualityResampler_, 0u);
-    EXPECT_FALSE(s.isFirstRun());
-    EXPECT_FALSE(s.dirty_);
-}
-
 TEST(HostSettings, AnEmptyStoreIsAFirstRunOnRow0)
 {
     SettingsFolder folder;
@@ -154,23 +140,6 @@ TEST(HostSettings, Version2OrAValueOfTheWrongTypeOrAMissingValueFailsTheWholeLoa
     unusual().save();
     store.writeNumber("Host.SettingsVersion", 0);
     EXPECT_TRUE(HostSettings().load());
-}
-
-TEST(HostSettings, AStoredGainOf6000ReadsAs6dB)
-{
-    SettingsFolder folder;
-    unusual().save();
-    SettingsStore store;
-    store.writeNumber("Host.AudioInterface.MasterInputGain", 6000);
-    HostSettings s;
-    ASSERT_TRUE(s.load());
-    EXPECT_FLOAT_EQ(s.masterInputGain_, 6.0f);
-    std::uint32_t raw = 0;
-    HostSettings t;
-    t.masterInputGain_ = 2.0039f; // truncated, not rounded
-    t.save();
-    EXPECT_TRUE(store.readNumber("Host.AudioInterface.MasterInputGain", raw));
-    EXPECT_EQ(raw, 2003u);
 }
 
 TEST(HostSettings, HardwareRows)

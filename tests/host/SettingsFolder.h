@@ -1,11 +1,11 @@
 #pragma once
 
+#include "tests/support/TempFolder.h"
+
 #include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <string>
-#include <vector>
 
 namespace kv3test
 {
@@ -14,24 +14,12 @@ namespace kv3test
 class SettingsFolder
 {
 public:
-    SettingsFolder()
-    {
-        std::string pattern = (std::filesystem::temp_directory_path() / "kv3settings-XXXXXX").string();
-        std::vector<char> name(pattern.begin(), pattern.end());
-        name.push_back('\0');
-        path_ = ::mkdtemp(name.data());
-        ::setenv("KV3_CONFIG_DIR", path_.c_str(), 1);
-    }
+    SettingsFolder() { ::setenv("KV3_CONFIG_DIR", temp_.path().c_str(), 1); }
     SettingsFolder(const SettingsFolder&) = delete;
     SettingsFolder& operator=(const SettingsFolder&) = delete;
-    ~SettingsFolder()
-    {
-        ::unsetenv("KV3_CONFIG_DIR");
-        std::error_code ec;
-        std::filesystem::remove_all(path_, ec);
-    }
-    const std::string& path() const { return path_; }
-    std::string file() const { return path_ + "/settings.conf"; }
+    ~SettingsFolder() { ::unsetenv("KV3_CONFIG_DIR"); }
+    const std::string& path() const { return temp_.path(); }
+    std::string file() const { return temp_.file("settings.conf"); }
     std::string contents() const
     {
         std::ifstream in(file(), std::ios::binary);
@@ -41,7 +29,7 @@ public:
     }
 
 private:
-    std::string path_;
+    testsupport::TempFolder temp_;
 };
 
 } // namespace kv3test

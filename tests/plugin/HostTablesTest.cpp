@@ -77,14 +77,6 @@ public:
 
 } // namespace
 
-TEST(HostTable, VersionIs13AndTheLastWordIsTheObject)
-{
-    AudioFxKV3Plugin& host = unloadedHost();
-    HostTable* table = host.table();
-    EXPECT_EQ(table->version(table), 13);
-    EXPECT_EQ(table->object, static_cast<void*>(static_cast<Host*>(&host)));
-}
-
 TEST(HostTable, TimeInfoGivesTheStoredTransport)
 {
     AudioFxKV3Plugin& host = unloadedHost();
@@ -100,114 +92,6 @@ TEST(HostTable, TimeInfoGivesTheStoredTransport)
     EXPECT_FLOAT_EQ(tempo, 97.5f);
     EXPECT_DOUBLE_EQ(a, 12345.0);
     EXPECT_DOUBLE_EQ(b, 0.25);
-}
-
-TEST(HostTable, TheSparesAnswerTheirDefaults)
-{
-    HostWithoutAudio host;
-    HostTable* table = host.table();
-    EXPECT_FALSE(table->spare3(table, 1, 2, 3, 4, 5, 6, 7));
-    table->spare7(table, 1, 2); // does nothing, and must not crash
-    EXPECT_EQ(table->spare4(table, 0), 4);
-    EXPECT_EQ(table->spare5(table, 0), 5);
-    EXPECT_EQ(table->spare6(table, 3, 1.5f, -2.25f), 6);
-    EXPECT_EQ(host.lastA, 3u);
-    EXPECT_FLOAT_EQ(host.lastX, 1.5f);
-    EXPECT_FLOAT_EQ(host.lastY, -2.25f);
-    EXPECT_EQ(table->spare8(table, 0, 0, 0), 8);
-    EXPECT_EQ(table->spare9(table), 9);
-}
-
-TEST(HostTable, HostAudioEntryGivesTheDummysTableOrNull)
-{
-    AudioFxKV3Plugin& host = unloadedHost();
-    HostTable* table = host.table();
-    HostAudioTable* audio = table->hostAudio(table);
-    ASSERT_NE(audio, nullptr);
-    EXPECT_EQ(audio, host.getHostAudio()->table());
-    EXPECT_EQ(audio->object, static_cast<void*>(host.getHostAudio()));
-
-    HostWithoutAudio bare;
-    EXPECT_EQ(bare.table()->hostAudio(bare.table()), nullptr);
-}
-
-TEST(HostAudioTable, TheDummyAnswersEverythingNegatively)
-{
-    AudioFxKV3HostAudioDummy dummy;
-    HostAudioTable* t = dummy.table();
-    const char* text = "sentinel";
-    std::int32_t result = -5;
-    EXPECT_FALSE(t->slot1(t, "a", 1));
-    EXPECT_FALSE(t->slot2(t, "a", 1));
-    EXPECT_FALSE(t->slot3(t, 1));
-    EXPECT_FALSE(t->slot4(t, 1));
-    EXPECT_FALSE(t->slot5(t, "a", 1, 2));
-    EXPECT_FALSE(t->slot6(t, "a", 1));
-    EXPECT_FALSE(t->slot7(t));
-    EXPECT_FALSE(t->slot8(t));
-    EXPECT_FALSE(t->slot9(t));
-    t->slot10(t);
-    t->slot11(t, 1);
-    EXPECT_FALSE(t->slot12(t));
-    t->slot13(t);
-    EXPECT_EQ(t->slot14(t), 1);
-    EXPECT_FALSE(t->slot16(t));
-    EXPECT_EQ(t->slot17(t, 1), 0);
-    EXPECT_FALSE(t->slot18(t, 1, 2, &text));
-    EXPECT_STREQ(text, "");
-    EXPECT_EQ(t->slot19(t, 1), 0);
-    EXPECT_FALSE(t->slot20(t, 1, 2, &text));
-    EXPECT_EQ(t->slot21(t), 0);
-    EXPECT_FALSE(t->slot22(t, 1, &result));
-    EXPECT_EQ(result, 0); // the local is copied back even for a negative answer
-    EXPECT_EQ(t->slot23(t), 0);
-    EXPECT_FALSE(t->slot24(t, 1, &result));
-    EXPECT_EQ(t->slot25(t, 1), 0);
-    EXPECT_FALSE(t->slot26(t, 1, 2, &text));
-    EXPECT_FALSE(t->slot27(t, 1));
-    EXPECT_FALSE(t->slot28(t, &text));
-    EXPECT_FALSE(t->slot29(t, 1, &text));
-    EXPECT_FALSE(t->slot30(t, &result));
-    EXPECT_FALSE(t->slot31(t, &result));
-    EXPECT_FALSE(t->slot32(t, 1, 2, &text));
-    EXPECT_FALSE(t->slot33(t, 1, &text));
-    EXPECT_FALSE(t->slot34(t));
-    EXPECT_FALSE(t->slot35(t, 1, &result));
-    t->slot36(t, 1);
-    EXPECT_EQ(t->slot37(t), 0.0f);
-    t->slot38(t, 1);
-}
-
-TEST(HostAudioTable, Slot15NamesTheDummy)
-{
-    AudioFxKV3HostAudioDummy dummy;
-    HostAudioTable* t = dummy.table();
-    const char* text = nullptr;
-    EXPECT_TRUE(t->slot15(t, &text, 0));
-    ASSERT_NE(text, nullptr);
-    EXPECT_STREQ(text, "KV3HOST_HOSTAUDIO_DUMMY");
-}
-
-TEST(HostAudioTable, TextsRotateThroughFourBuffers)
-{
-    AudioFxKV3HostAudioDummy dummy;
-    HostAudioTable* t = dummy.table();
-    const char* first = nullptr;
-    t->slot15(t, &first, 0);
-    std::set<const char*> seen{first};
-    const char* text = nullptr;
-    for (int i = 0; i < 3; ++i)
-    {
-        t->slot15(t, &text, 0);
-        seen.insert(text);
-        // A text handed out stays good while the other three buffers are used.
-        EXPECT_STREQ(first, "KV3HOST_HOSTAUDIO_DUMMY");
-    }
-    EXPECT_EQ(seen.size(), 4u);
-    // The fifth call reuses the first buffer: its text is overwritten (emptied here).
-    t->slot28(t, &text);
-    EXPECT_EQ(text, first);
-    EXPECT_STREQ(first, "");
 }
 
 TEST(HostAudioTable, NullPointersAreAcceptedAndStringsConverted)

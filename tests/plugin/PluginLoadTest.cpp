@@ -168,18 +168,6 @@ TEST(PluginLoad, TheInstalledLibraryIsFoundInTheSearchFolders)
     AudioFxKV3Plugin::setSearchFolders(AudioFxKV3Plugin::defaultFolders());
 }
 
-TEST(PluginLoad, TheDefaultSinkHearsWhatNoSinkWasGivenFor)
-{
-    RecordingSink sink;
-    AudioFxKV3Plugin::setDefaultSink(&sink);
-    {
-        AudioFxKV3Plugin plugin(nullptr, "/nonexistent.so");
-        EXPECT_EQ(plugin.lastTitle(), "DLL error");
-    }
-    AudioFxKV3Plugin::setDefaultSink(nullptr);
-    expectOneMessage(sink, "DLL error", "Can't load /nonexistent.so");
-}
-
 TEST(PluginLoad, TheManagerPassesSuspendAndResumeToTheService)
 {
     TestLibrary library(KV3_TEST_GAIN);

@@ -78,35 +78,6 @@ struct AmpRig
 
 } // namespace
 
-TEST(RefAmpPlugin, ShakesHandsAndHasNoEditorYet)
-{
-    AmpRig rig;
-    ASSERT_TRUE(rig.manager.isLoaded()) << (rig.sink.messages.empty() ? "" : rig.sink.messages[0].second);
-    EXPECT_EQ(rig.manager.plugin().pluginVersion(), 13);
-    NV::VPA2::PluginTable* root = rig.manager.plugin().plugin();
-    NV::VPA2::InstanceTable* instance = root->createInstance(root, rig.manager.plugin().table(), 0);
-    ASSERT_NE(instance, nullptr);
-    EXPECT_EQ(root->createEditor(root, instance), nullptr);
-    root->releaseInstance(root, instance);
-    // A host of another version is refused by the amp itself.
-    void* module = ::dlopen(KV3_REFAMP, RTLD_NOW | RTLD_LOCAL);
-    ASSERT_NE(module, nullptr);
-    auto acquire = reinterpret_cast<NV::VPA2::AcquireFunction>(::dlsym(module, "VPA2Acquire"));
-    std::int32_t version = 0;
-    EXPECT_EQ(acquire(12, &version), nullptr);
-    EXPECT_EQ(version, 13);
-    ::dlclose(module);
-}
-
-TEST(RefAmpPlugin, IsFoundInTheBuildTreeWhenNothingNamesIt)
-{
-    ConfigFolder folder;
-    ::unsetenv("KV3_VPA2_PATH");
-    epiText path;
-    ASSERT_TRUE(AudioFxKV3Plugin::findLibrary(AudioFxKV3Plugin::kProductName, path));
-    EXPECT_TRUE(std::filesystem::equivalent(path.c_str(), KV3_REFAMP));
-}
-
 TEST(RefAmpPlugin, PlaysAToneThroughAUnit)
 {
     AmpRig rig;

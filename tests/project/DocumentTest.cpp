@@ -2,6 +2,8 @@
 
 #include "project/Document.h"
 
+#include "tests/support/TempFolder.h"
+
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -14,50 +16,12 @@ namespace fs = std::filesystem;
 namespace
 {
 
-class TempFolder
-{
-public:
-    TempFolder()
-    {
-        path_ = fs::temp_directory_path() /
-                ("kv3-doc-" + std::to_string(::getpid()) + "-" + std::to_string(counter_++));
-        fs::remove_all(path_);
-        fs::create_directories(path_);
-    }
-    ~TempFolder() { fs::remove_all(path_); }
-    std::string folder() const { return path_.string() + "/"; }
-
-private:
-    fs::path path_;
-    static inline int counter_ = 0;
-};
-
 void touch(const std::string& file)
 {
     std::ofstream(file) << "x";
 }
 
 } // namespace
-
-TEST(Document, NewProjectHasFourTracksOfWhichOnlyTheFirstIsArmed)
-{
-    Document doc;
-    ASSERT_EQ(doc.tracks.size(), 4u);
-    EXPECT_TRUE(doc.tracks[0]->armed);
-    EXPECT_TRUE(doc.tracks[0]->effectEnabled);
-    EXPECT_TRUE(doc.tracks[0]->effectLoaded);
-    EXPECT_EQ(doc.tracks[0]->input, 0);
-    for (size_t i = 1; i < 4; ++i)
-    {
-        EXPECT_FALSE(doc.tracks[i]->armed) << i;
-        EXPECT_FALSE(doc.tracks[i]->effectEnabled) << i;
-        EXPECT_FALSE(doc.tracks[i]->effectLoaded) << i;
-        EXPECT_EQ(doc.tracks[i]->input, 2) << i;
-        EXPECT_EQ(doc.tracks[i]->elementId, -1) << i;
-    }
-    EXPECT_EQ(doc.name, "Untitled");
-    EXPECT_FLOAT_EQ(doc.clickTempo, 120.0f);
-}
 
 TEST(Document, ResetKeepsSettingsValuesAndRestoresSessionDefaults)
 {
@@ -117,23 +81,6 @@ TEST(Document, PoolIdsAreUniqueAndTheSmallestFreeIsReused)
     EXPECT_EQ(doc.elements.size(), 4u);
 }
 
-TEST(Document, UsageTextNamesTheTracksThatHoldAnElement)
-{
-    Document doc;
-    const int32_t id = doc.addElement("/s/a.wav");
-    const int32_t other = doc.addElement("/s/b.wav");
-    epiText text("stale");
-    doc.usageText(doc.elementIndex(id), text);
-    EXPECT_EQ(text, "");
-    doc.tracks[0]->elementId = id;
-    doc.tracks[2]->elementId = id;
-    doc.tracks[1]->elementId = other;
-    doc.usageText(doc.elementIndex(id), text);
-    EXPECT_EQ(text, "T13");
-    doc.usageText(doc.elementIndex(other), text);
-    EXPECT_EQ(text, "T2");
-}
-
 TEST(Document, TrackFileAndClearTrack)
 {
     Document doc;
@@ -157,13 +104,13 @@ TEST(Document, TrackFileAndClearTrack)
 
 TEST(Document, NewTakeFileSkipsNamesOnDisk)
 {
-    TempFolder dir;
+    testsupport::TempFolder dir;
     Document doc;
-    doc.workFolder = dir.folder();
-    touch(dir.folder() + "Audio_T1_1.aif");
+    doc.workFolder = dir.path() + "/";
+    touch(dir.file("Audio_T1_1.aif"));
     epiPath take;
     ASSERT_TRUE(doc.newTakeFile(0, take));
-    EXPECT_EQ(take, dir.folder() + "Audio_T1_2.aif");
+    EXPECT_EQ(take, dir.file("Audio_T1_2.aif"));
     const int32_t index = doc.trackElementIndex(0);
     ASSERT_GE(index, 0);
     EXPECT_TRUE(doc.elements[static_cast<size_t>(index)]->recorded);
@@ -171,18 +118,18 @@ TEST(Document, NewTakeFileSkipsNamesOnDisk)
 
     // Track 3 counts its own takes.
     ASSERT_TRUE(doc.newTakeFile(2, take));
-    EXPECT_EQ(take, dir.folder() + "Audio_T3_1.aif");
+    EXPECT_EQ(take, dir.file("Audio_T3_1.aif"));
     EXPECT_FALSE(doc.newTakeFile(4, take));
 }
 
 TEST(Document, NewTakeFileGivesUpAfterAThousandTakes)
 {
-    TempFolder dir;
+    testsupport::TempFolder dir;
     Document doc;
-    doc.workFolder = dir.folder();
+    doc.workFolder = dir.path() + "/";
     for (int n = 1; n <= 1000; ++n)
     {
-        touch(dir.folder() + "Audio_T2_" + std::to_string(n) + ".aif");
+        touch(dir.file("Audio_T2_" + std::to_string(n) + ".aif"));
     }
     epiPath take("unchanged");
     EXPECT_FALSE(doc.newTakeFile(1, take));

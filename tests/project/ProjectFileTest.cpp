@@ -2,6 +2,8 @@
 
 #include "ProjectFileBytes.h"
 #include "project/Document.h"
+#include "tests/support/TempFolder.h"
+#include "tests/support/Unprivileged.h"
 
 #include <gtest/gtest.h>
 
@@ -22,21 +24,10 @@ namespace
 class ProjectFile : public ::testing::Test
 {
 protected:
-    void SetUp() override
-    {
-        root_ = fs::temp_directory_path() / ("kv3-proj-" + std::to_string(::getpid()) + "-" +
-                                             ::testing::UnitTest::GetInstance()->current_test_info()->name());
-        fs::remove_all(root_);
-        fs::create_directories(root_);
-    }
-    void TearDown() override
-    {
-        fs::permissions(root_, fs::perms::owner_all, fs::perm_options::add);
-        fs::remove_all(root_);
-    }
-    std::string folder() const { return root_.string() + "/"; }
+    std::string folder() const { return temp_.path() + "/"; }
 
-    fs::path root_;
+    testsupport::TempFolder temp_;
+    fs::path root_{temp_.path()};
 };
 
 // Every field set away from its default, in a project of five tracks.
@@ -431,17 +422,17 @@ TEST_F(ProjectFile, FailedSaveKeepsTheOldFileAndTheDocumentsPath)
     EXPECT_EQ(other.name, "Untitled");
     EXPECT_EQ(other.rootFolder, folder() + "no/such/folder/");
 
-    if (::geteuid() != 0)
-    {
-        // A folder that can't be written: the old file is neither truncated nor replaced.
-        fs::permissions(root_, fs::perms::owner_write, fs::perm_options::remove);
-        doc.clickTempo = 150.0f;
-        doc.modified = true;
-        EXPECT_FALSE(doc.save(epiPath(folder() + "keep.kv3h")));
-        EXPECT_TRUE(doc.modified);
-        fs::permissions(root_, fs::perms::owner_write, fs::perm_options::add);
-        EXPECT_EQ(projecttest::readAll(folder() + "keep.kv3h"), good);
-    }
+    // A folder that can't be written: the old file is neither truncated nor replaced.
+    fs::permissions(root_, fs::perms::owner_write, fs::perm_options::remove);
+    EXPECT_TRUE(testsupport::asUnprivileged(
+        [&]
+        {
+            doc.clickTempo = 150.0f;
+            doc.modified = true;
+            return !doc.save(epiPath(folder() + "keep.kv3h")) && doc.modified;
+        }));
+    fs::permissions(root_, fs::perms::owner_write, fs::perm_options::add);
+    EXPECT_EQ(projecttest::readAll(folder() + "keep.kv3h"), good);
 }
 
 TEST_F(ProjectFile, EveryTruncationLoadsAPartialProjectWithFourTracks)

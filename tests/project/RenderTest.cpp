@@ -6,12 +6,13 @@
 #include "engine/ManagerDelegate.h"
 #include "project/Document.h"
 #include "project/DocumentSession.h"
+#include "tests/support/Program.h"
+#include "tests/support/RecordingDelegate.h"
 #include "tests/support/SoundFile.h"
+#include "tests/support/TempFolder.h"
 
 #include <gtest/gtest.h>
-#include <pty.h>
 #include <sndfile.h>
-#include <sys/wait.h>
 
 #include <cmath>
 #include <cstdlib>
@@ -47,56 +48,33 @@ Audio readAudio(const std::string& path)
     return testsound::read(path);
 }
 
-class QuietDelegate : public ManagerDelegate
-{
-public:
-    void taskTitle(const epiText&) override {}
-    void taskMessage(const epiText&) override {}
-    void taskProgress(float) override {}
-    void taskFinished() override { finished = true; }
-    void taskFailed(const epiText&) override {}
-    void audioSuspend() override {}
-    void audioResume() override {}
-    void endReached() override {}
-    void autoRecordStarted() override {}
-    void pluginChanged() override {}
-    void metronomeBeat() override {}
-    bool finished = false;
-};
+using QuietDelegate = testsupport::RecordingDelegate;
 
 class RenderRig : public ::testing::Test
 {
 protected:
     void SetUp() override
     {
-        folder_ =
-            fs::temp_directory_path() / ("kv3-render-" + std::to_string(::getpid()) + "-" +
-                                         ::testing::UnitTest::GetInstance()->current_test_info()->name());
-        fs::remove_all(folder_);
         fs::create_directories(folder_ / "settings");
         // Both this process and the program load the test library that halves its input, and no stored
         // setting may point elsewhere.
         ::setenv("KV3_CONFIG_DIR", (folder_ / "settings").c_str(), 1);
         ::setenv("KV3_VPA2_PATH", KV3_TEST_GAIN, 1);
     }
-    void TearDown() override
-    {
-        ::unsetenv("KV3_VPA2_PATH");
-        fs::remove_all(folder_);
-    }
+    void TearDown() override { ::unsetenv("KV3_VPA2_PATH"); }
     std::string file(const std::string& name) const { return (folder_ / name).string(); }
 
-    int kv3(const std::string& arguments) const
+    int kv3(const std::string& arguments)
     {
-        const std::string command =
-            std::string(KV3_BIN) + " " + arguments + " >" + file("stdout.txt") + " 2>" + file("stderr.txt");
-        const int status = std::system(command.c_str());
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+        last_ = testsupport::runProgram(KV3_BIN, arguments);
+        return last_.exit;
     }
 
     void renderBothWays(int32_t keysRate, double& worst);
 
-    fs::path folder_;
+    testsupport::TempFolder temp_;
+    fs::path folder_{temp_.path()};
+    testsupport::ProgramResult last_;
 };
 
 } // namespace
@@ -329,11 +307,8 @@ TEST_F(RenderRig, ProjectCommandChangesOnlyWhatItIsToldAndRefusesBadValues)
     EXPECT_EQ(doc.clickVolume, 25);
     EXPECT_NEAR(Document::masterDb(doc.masterSlider), -10.0f, 0.03f);
 
-    const std::string json = file("show.json");
-    ASSERT_EQ(std::system((std::string(KV3_BIN) + " project show --json " + project + " > " + json).c_str()),
-              0);
-    std::ifstream shown(json);
-    const std::string text((std::istreambuf_iterator<char>(shown)), std::istreambuf_iterator<char>());
+    ASSERT_EQ(kv3("project show --json " + project), 0);
+    const std::string text = last_.out;
     for (const char* key :
          {"\"version\":4", "\"sample_rate\":48000", "\"speed_ratio\":2", "\"input_gain\":6",
           "\"master_slider\":", "\"loop\":{\"enabled\":true,\"start\":100,\"end\":4000}", "\"numerator\":7",
@@ -437,35 +412,14 @@ TEST_F(RenderRig, ProgressIsDrawnOnATerminalAndNowhereElse)
 
     // Into files: the finished file's name on stdout, nothing on stderr.
     ASSERT_EQ(kv3("render " + project + " " + file("quiet.wav")), 0);
-    std::ifstream errors(file("stderr.txt"));
-    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(errors), {}), "");
+    EXPECT_EQ(last_.err, "");
 
     // On a terminal: the bar is redrawn in place and ends at 100%.
-    int master = -1;
-    const pid_t child = ::forkpty(&master, nullptr, nullptr, nullptr);
-    ASSERT_GE(child, 0);
-    if (child == 0)
-    {
-        const std::string out = file("shown.wav");
-        ::execl(KV3_BIN, KV3_BIN, "render", project.c_str(), out.c_str(), static_cast<char*>(nullptr));
-        ::_exit(127);
-    }
-    std::string screen;
-    char buffer[4096];
-    for (;;)
-    {
-        const ssize_t n = ::read(master, buffer, sizeof buffer);
-        if (n <= 0)
-            break; // EIO once the program has closed its side
-        screen.append(buffer, static_cast<size_t>(n));
-    }
-    ::close(master);
-    int status = 0;
-    ASSERT_EQ(::waitpid(child, &status, 0), child);
-    ASSERT_TRUE(WIFEXITED(status));
-    EXPECT_EQ(WEXITSTATUS(status), 0) << screen;
-    EXPECT_NE(screen.find("\rrender ["), std::string::npos) << screen;
-    EXPECT_NE(screen.find("] 100%"), std::string::npos) << screen;
+    const testsupport::ProgramResult shown =
+        testsupport::runProgram(KV3_BIN, "render " + project + " " + file("shown.wav"), true);
+    EXPECT_EQ(shown.exit, 0) << shown.out;
+    EXPECT_NE(shown.out.find("\rrender ["), std::string::npos) << shown.out;
+    EXPECT_NE(shown.out.find("] 100%"), std::string::npos) << shown.out;
     EXPECT_TRUE(fs::exists(file("shown.wav")));
 }
 

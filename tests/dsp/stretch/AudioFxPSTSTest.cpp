@@ -65,32 +65,7 @@ struct Prepared
     AudioFxPSTS node;
 };
 
-float param(nvEfxPstsPoly& e, int32_t id)
-{
-    float v = -1.0f;
-    EXPECT_EQ(e.getParameter(id, &v), 1);
-    return v;
-}
-
 } // namespace
-
-TEST(nvEfxTable, CreatesKnownIdsOnly)
-{
-    const nvEfxFunctions& t = nvEfxTable();
-    nvEfxHandle psts = t.create(102);
-    nvEfxHandle bypass = t.create(103);
-    ASSERT_NE(psts, nullptr);
-    ASSERT_NE(bypass, nullptr);
-    EXPECT_EQ(psts->effectId(), 102);
-    EXPECT_EQ(bypass->effectId(), 103);
-    EXPECT_EQ(t.create(101), nullptr);
-    EXPECT_EQ(t.destroy(nullptr), 1);
-    EXPECT_EQ(t.setParameter(nullptr, 10004, 2.0f), 0);
-    EXPECT_EQ(t.process(nullptr, 0, nullptr, 0, 64), 0);
-    EXPECT_EQ(t.ask(psts, 1, 2, 3), 0);
-    EXPECT_EQ(t.destroy(psts), 1);
-    EXPECT_EQ(t.destroy(bypass), 1);
-}
 
 TEST(nvEfxTable, BypassPullsItsSourceUntouched)
 {
@@ -113,55 +88,6 @@ TEST(nvEfxTable, BypassPullsItsSourceUntouched)
     EXPECT_FALSE(fx.create(7, &feed));
     EXPECT_EQ(fx.effectId(), -1);
     EXPECT_EQ(fx.process(0, planes, 0, 100), 0);
-}
-
-TEST(nvEfxImplPstsPoly, ParametersKeepTheirRanges)
-{
-    nvEfxPstsPoly fx;
-    ASSERT_TRUE(fx.createPsts(nullptr));
-    EXPECT_EQ(param(fx, 10004), 1.0f);
-    EXPECT_EQ(param(fx, 10005), 1.0f);
-    EXPECT_EQ(param(fx, 10000), 1.0f);
-    EXPECT_EQ(param(fx, 10002), 44100.0f);
-    // In order: a value set, the answer, and what the parameter reads afterwards. Stretch and pitch
-    // are clamped; not a number is refused and changes nothing; channel counts are 1 or 2; integer
-    // parameters truncate.
-    struct Step
-    {
-        int32_t id;
-        float value;
-        int32_t answer;
-        float after;
-    };
-    const Step steps[] = {
-        {10004, 0.0001f, 1, 0.001f},
-        {10004, 0.001f, 1, 0.001f},
-        {10005, 25.0f, 1, 10.0f},
-        {10005, -3.0f, 1, 0.001f},
-        {10004, std::nanf(""), 0, 0.001f},
-        {10000, 3.0f, 0, 1.0f},
-        {10000, 0.0f, 0, 1.0f},
-        {10001, 2.9f, 1, 2.0f},
-        {10002, 48000.7f, 1, 48000.0f},
-        {10002, 0.0f, 0, 48000.0f},
-    };
-    for (const Step& step : steps)
-    {
-        EXPECT_EQ(fx.setParameter(step.id, step.value), step.answer) << step.id << " " << step.value;
-        EXPECT_EQ(param(fx, step.id), step.after) << step.id << " " << step.value;
-    }
-    EXPECT_EQ(fx.setStretch(2.0f), 1);
-    EXPECT_EQ(param(fx, 10004), 2.0f);
-    EXPECT_EQ(fx.setPitch(0.5f), 1);
-    EXPECT_EQ(param(fx, 10005), 0.5f);
-    // The reserved id and ids outside the effect's set are refused.
-    for (int32_t id : {10003, 9999, 10006})
-    {
-        EXPECT_EQ(fx.setParameter(id, 1.0f), 0) << id;
-    }
-    EXPECT_EQ(fx.setMainParameter(1.0f), 0);
-    float v = 0.0f;
-    EXPECT_EQ(fx.getParameter(10003, &v), 0);
 }
 
 TEST(AudioFxPSTS, UnityIsTheInputSampleForSample)
@@ -191,49 +117,6 @@ TEST(AudioFxPSTS, UnityIsTheInputSampleForSample)
             pos += frames;
         }
     }
-}
-
-TEST(AudioFxPSTS, NearUnityCountsAsUnity)
-{
-    Prepared p(44100, 64);
-    p.node.setStretch(1.00005f);
-    p.node.setPitch(0.99995f);
-    Player play(p.node);
-    play.block(77777, 64);
-    for (int32_t i = 0; i < 64; ++i)
-    {
-        ASSERT_EQ(play.l[static_cast<size_t>(i)], static_cast<float>(77777 + i));
-    }
-    // Just outside the band the engine runs from the matching source position.
-    p.node.setStretch(1.0002f);
-    play.block(77777, 64);
-    EXPECT_NEAR(play.l[0], 77777.0f / 1.0002f, 1.0f);
-    EXPECT_NE(play.l[0], 77777.0f);
-}
-
-TEST(AudioFxPSTS, ProvideHandsOverItsOwnBuffer)
-{
-    Prepared p(44100, 128);
-    p.node.setStretch(2.0f);
-    AudioData request;
-    request.channels = 2;
-    request.frames = 128;
-    request.position = 20000;
-    ASSERT_TRUE(p.node.provide(request));
-    EXPECT_EQ(request.channels, 2);
-    EXPECT_EQ(request.frames, 128);
-    EXPECT_EQ(request.position, 20000);
-    ASSERT_NE(request.channel[0], nullptr);
-    EXPECT_NEAR(request.channel[0][0], 10000.0f, 2.0f);
-    EXPECT_NEAR(request.channel[1][0], -10000.0f, 2.0f);
-    // More than the prepared block is refused rather than written past the buffer.
-    request.frames = 129;
-    EXPECT_FALSE(p.node.provide(request));
-    // Before prepare nothing is delivered.
-    AudioFxPSTS bare;
-    request.frames = 64;
-    EXPECT_FALSE(bare.provide(request));
-    EXPECT_FALSE(bare.read(request));
 }
 
 TEST(AudioFxPSTS, SameValueAgainDoesNotReseek)

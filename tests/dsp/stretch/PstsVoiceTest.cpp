@@ -86,62 +86,6 @@ struct ReaderRig
     int32_t count = 0;
 };
 
-TEST(PstsGrainReader, StepOneReadsTheSpanWindowed)
-{
-    ReaderRig rig;
-    auto& [scratch, reader, src, grain, count] = rig;
-    EXPECT_EQ(reader.read(grain.data(), 5000.0, 3528.0, 1.0, count), 7);
-    ASSERT_EQ(count, 3528);
-    ASSERT_EQ(src.fetches.size(), 1u);
-    EXPECT_EQ(src.fetches[0].first, 4999);
-    EXPECT_EQ(src.fetches[0].last, 5000 + 3528 + 4);
-    const std::vector<float> w = stretchtest::hannGrain(count);
-    for (int32_t j = 0; j < count; ++j)
-    {
-        ASSERT_NEAR(grain[static_cast<size_t>(j)],
-                    (5000.0f + static_cast<float>(j)) * w[static_cast<size_t>(j)], 2e-2f)
-            << j;
-    }
-}
-
-TEST(PstsGrainReader, NegativeStartUsesTheOpeningHalfTwice)
-{
-    ReaderRig rig;
-    auto& [scratch, reader, src, grain, count] = rig;
-    reader.read(grain.data(), -1764.0, 3528.0, 1.0, count);
-    ASSERT_EQ(count, 2 * 1763);
-    EXPECT_EQ(src.fetches[0].first, 0);
-    // Both halves come from frames 1 .. 1763; undo the window to see the frames.
-    const std::vector<float> w = stretchtest::hannGrain(count);
-    for (int32_t j = 0; j < count; ++j)
-    {
-        if (w[static_cast<size_t>(j)] > 0.05f)
-        {
-            ASSERT_NEAR(grain[static_cast<size_t>(j)] / w[static_cast<size_t>(j)],
-                        static_cast<float>(1 + j % 1763), 0.05f)
-                << j;
-        }
-    }
-}
-
-TEST(PstsVoice, ConstructionSizesForTheLongestGrain)
-{
-    PstsScratch scratch;
-    PstsVoice v(44100.0f, 25.0f, 4.0f, 64, scratch);
-    EXPECT_FLOAT_EQ(v.maxGrain(), 1764.0f);
-    EXPECT_EQ(v.grainCapacity(), 14113);
-    EXPECT_EQ(v.overlapAdd().ringSize(), 14113 + 64);
-    EXPECT_GE(scratch.capacity(), 14113 + 50);
-    EXPECT_EQ(v.state(), PstsVoice::kMade);
-    // Before a seek the voice gives silence.
-    std::vector<float> out(64, 9.0f);
-    v.process(out.data(), 64);
-    for (float s : out)
-    {
-        ASSERT_EQ(s, 0.0f);
-    }
-}
-
 TEST(PstsVoice, StretchTwoAddsEachGrainTwiceAndReadsEverySecondTime)
 {
     FunctionSource src(kRate, 1, kLong, staircase);
@@ -159,20 +103,6 @@ TEST(PstsVoice, StretchTwoAddsEachGrainTwiceAndReadsEverySecondTime)
     {
         // Consecutive lattice points, none skipped.
         ASSERT_EQ(src.fetches[i].first - src.fetches[i - 1].first, 1764) << i;
-    }
-}
-
-TEST(PstsVoice, StretchHalfSkipsEverySecondLatticePoint)
-{
-    FunctionSource src(kRate, 1, kLong, staircase);
-    VoiceRig rig(src, 1.0f, 0.5f, 100000.0);
-    rig.run(44100);
-    const int64_t added = grainsAdded(rig.voice);
-    // Every grain added is a new one, two lattice periods further on.
-    EXPECT_NEAR(static_cast<double>(src.fetches.size()), static_cast<double>(added), 1.0);
-    for (size_t i = 1; i < src.fetches.size(); ++i)
-    {
-        ASSERT_EQ(src.fetches[i].first - src.fetches[i - 1].first, 2 * 1764) << i;
     }
 }
 
@@ -195,22 +125,6 @@ TEST(PstsVoice, PitchFactorHalfReadsWithStepTwo)
             ASSERT_NEAR(rig.voice.grainBuffer()[j] / w[static_cast<size_t>(j)], start + 2.0 * j, 0.2) << j;
         }
     }
-}
-
-TEST(PstsVoice, PitchFactorAboveFourKeepsTheReadStepAtAQuarter)
-{
-    FunctionSource src(kRate, 1, kLong, staircase);
-    VoiceRig rig(src, 8.0f, 1.0f, 100000.0);
-    EXPECT_FLOAT_EQ(rig.voice.pitchFactor(), 4.0f);
-    // The hop goes on following the value: grains of 14,112 samples now lie 14,112 apart.
-    EXPECT_FLOAT_EQ(rig.voice.hop(), 1764.0f * 8.0f);
-    EXPECT_EQ(rig.voice.overlapAdd().hopInt(), 14112);
-    rig.run(20000);
-    EXPECT_EQ(rig.voice.grainCount(), 14112);
-    EXPECT_FLOAT_EQ(rig.voice.lastPitchFactor(), 4.0f);
-    // A source span of 3,528 frames read at a quarter step.
-    const double start = rig.voice.lastStart();
-    EXPECT_NEAR(rig.voice.grainBuffer()[7056] / PstsHannTable::values()[4096], start + 7056 * 0.25, 0.2);
 }
 
 TEST(PstsVoice, FirstGrainAfterASeekIsCentredOnTheOutputStart)
@@ -255,21 +169,6 @@ TEST(PstsVoice, UnityFollowsTheSourceThroughManyGrains)
     }
 }
 
-TEST(PstsVoice, NewPeriodStartsALatticeAtTheFurthestPoint)
-{
-    FunctionSource src(kRate, 1, kLong, staircase);
-    VoiceRig rig(src, 1.0f, 1.0f, 10000.0);
-    rig.run(5000);
-    const double furthest = rig.voice.furthest();
-    rig.voice.setGrain(1000.0f, 1.0f);
-    EXPECT_DOUBLE_EQ(rig.voice.anchor(), furthest);
-    EXPECT_FLOAT_EQ(rig.voice.previousGrain(), 1764.0f);
-    EXPECT_FLOAT_EQ(rig.voice.hop(), 1000.0f);
-    // Periods beyond the longest grain are held at it, so the buffers always suffice.
-    rig.voice.setGrain(1e6f, 1.0f);
-    EXPECT_FLOAT_EQ(rig.voice.grain(), 1764.0f);
-}
-
 TEST(CRANewPolyPSTS, StereoSourceIsSplitIntoTwoVoices)
 {
     FunctionSource src(kRate, 2, kLong, staircase);
@@ -303,20 +202,6 @@ TEST(CRANewPolyPSTS, StereoSourceIsSplitIntoTwoVoices)
     }
 }
 
-TEST(CRANewPolyPSTS, MonoSourceWritesInterleavedDirectlyAndNothingPlanar)
-{
-    FunctionSource src(kRate, 1, kLong, staircase);
-    CRANewPolyPSTS engine(true, nullptr);
-    startEngine(engine, src, static_cast<float>(kRate), 5000.0);
-    std::vector<float> l(256, 3.0f);
-    std::vector<float> r(256, 3.0f);
-    EXPECT_EQ(engine.process(l.data(), r.data(), 256), 256);
-    EXPECT_EQ(l[10], 3.0f);
-    std::vector<float> mono(256);
-    engine.process(mono.data(), 256);
-    EXPECT_NEAR(mono[10], 5010.0f, 1.0f);
-}
-
 TEST(CRANewPolyPSTS, SourceAtAHigherRateIsLowPassed)
 {
     // 2 kHz tone at 88.2 kHz into a 44.1 kHz output passes; 30 kHz would alias and must be removed.
@@ -344,16 +229,4 @@ TEST(CRANewPolyPSTS, SourceAtAHigherRateIsLowPassed)
     };
     EXPECT_GT(level(2000.0), 0.8);
     EXPECT_LT(level(30000.0), 0.01);
-}
-
-// The odd rate of the idle filter bank is kept on purpose.
-TEST(PstsGrainReader, CarriesAnIdleMonoFilterBank)
-{
-    PstsScratch scratch;
-    PstsGrainReader reader(100, scratch);
-    for (int32_t i = 0; i < PstsGrainReader::kBankSize; ++i)
-    {
-        EXPECT_EQ(reader.bankFilter(i).channels(), 1);
-        EXPECT_EQ(reader.bankFilter(i).sampleRate(), 41100.0f);
-    }
 }

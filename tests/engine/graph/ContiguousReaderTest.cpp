@@ -55,61 +55,6 @@ struct Rig
     ContiguousReader reader;
 };
 
-TEST(ContiguousReader, FirstShortRequestFetchesOneStepFromZero)
-{
-    Rig rig;
-    ASSERT_TRUE(rig.readAndCheck(0, 100));
-    ASSERT_EQ(rig.fetches(), 1u);
-    EXPECT_EQ(rig.lastFetch().position, 0);
-    EXPECT_EQ(rig.lastFetch().frames, 1024);
-    EXPECT_FALSE(rig.lastFetch().byReference);
-    EXPECT_EQ(rig.reader.filledTo(), 1024);
-
-    // Up to position 1000 everything is held: nothing fetched.
-    ASSERT_TRUE(rig.readAndCheck(100, 900));
-    EXPECT_EQ(rig.fetches(), 1u);
-}
-
-TEST(ContiguousReader, OneBlockBehindIsAnsweredFromTheRing)
-{
-    Rig rig;
-    ASSERT_TRUE(rig.readAndCheck(0, 2048));
-    const size_t before = rig.fetches();
-    ASSERT_TRUE(rig.readAndCheck(2048 - 256 - 256, 256));
-    ASSERT_TRUE(rig.readAndCheck(2048 - 256, 256));
-    EXPECT_EQ(rig.fetches(), before);
-}
-
-TEST(ContiguousReader, ContinuationFetchesFromFilledToInWholeSteps)
-{
-    Rig rig;
-    ASSERT_TRUE(rig.readAndCheck(0, 100)); // filled to 1024
-    ASSERT_TRUE(rig.readAndCheck(1000, 100));
-    EXPECT_EQ(rig.lastFetch().position, 1024);
-    EXPECT_EQ(rig.lastFetch().frames, 1024) << "76 frames rounded up to a step";
-    EXPECT_EQ(rig.reader.filledTo(), 2048);
-
-    // A gap shorter than the ring is still a continuation: fetched from filledTo, not from p.
-    ASSERT_TRUE(rig.readAndCheck(30000, 256));
-    EXPECT_EQ(rig.lastFetch().position, 2048);
-    EXPECT_EQ(rig.lastFetch().frames, (30256 - 2048 + 1023) / 1024 * 1024);
-}
-
-TEST(ContiguousReader, JumpsForwardAndBackFetchAtTheRequest)
-{
-    Rig rig(44100, 512);
-    ASSERT_TRUE(rig.readAndCheck(0, 512));
-    // Forward, further than the ring reaches.
-    ASSERT_TRUE(rig.readAndCheck(200000, 512));
-    EXPECT_EQ(rig.lastFetch().position, 200000);
-    EXPECT_EQ(rig.lastFetch().frames, 1024);
-    // Back, out of the history.
-    ASSERT_TRUE(rig.readAndCheck(1000, 512));
-    EXPECT_EQ(rig.lastFetch().position, 1000);
-    EXPECT_EQ(rig.lastFetch().frames, 1024);
-    EXPECT_EQ(rig.reader.filledTo(), 2024);
-}
-
 TEST(ContiguousReader, ForwardPlayReadsInputContiguouslyAtEveryRateAndBlock)
 {
     for (uint32_t rate : {44100u, 48000u, 96000u})
@@ -197,18 +142,6 @@ TEST(ContiguousReader, ProvideIsRefusedAndRingWrapsCleanly)
     {
         ASSERT_TRUE(rig.readAndCheck(p, 1000));
     }
-}
-
-TEST(ContiguousReader, LargeContinuationFitsTheFetchBuffer)
-{
-    // A gap of almost a ring's length rounds past one second; the fetch must stay inside its buffer.
-    Rig rig(44100, 1024);
-    ASSERT_TRUE(rig.readAndCheck(0, 1024));
-    // 44050 frames to fetch from 1024 round up to 45056, more than the buffer's 44100.
-    ASSERT_TRUE(rig.readAndCheck(44050, 1024));
-    EXPECT_EQ(rig.lastFetch().frames, 44100);
-    EXPECT_EQ(rig.lastFetch().position, 1024 + 45056 - 44100);
-    EXPECT_EQ(rig.lastFetch().position + rig.lastFetch().frames, rig.reader.filledTo());
 }
 
 TEST(ContiguousReader, UnpreparedReaderUsesItsInitialRing)

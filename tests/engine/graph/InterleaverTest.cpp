@@ -35,27 +35,6 @@ TEST(Interleaver, InterleaveAndDeinterleaveRoundTrip)
     EXPECT_EQ(r2, right);
 }
 
-TEST(Interleaver, ReserveOnlyGrows)
-{
-    Interleaver il;
-    EXPECT_EQ(il.data(), nullptr);
-    ASSERT_TRUE(il.reserve(100, 2));
-    EXPECT_EQ(il.capacity(), 200u);
-    EXPECT_EQ(il.channels(), 2u);
-    const float* store = il.data();
-
-    // Smaller need with another channel count: nothing changes, the old count stays in force.
-    ASSERT_TRUE(il.reserve(50, 1));
-    EXPECT_EQ(il.data(), store);
-    EXPECT_EQ(il.capacity(), 200u);
-    EXPECT_EQ(il.channels(), 2u);
-
-    // A larger need reallocates and takes the new count.
-    ASSERT_TRUE(il.reserve(300, 1));
-    EXPECT_EQ(il.capacity(), 300u);
-    EXPECT_EQ(il.channels(), 1u);
-}
-
 TEST(Interleaver, MissingChannelsAreSkippedOrDropped)
 {
     Interleaver il;
@@ -116,21 +95,6 @@ TEST(Interleaver, NothingRunsForZeroOrNegativeFramesAndNothingPastCapacity)
     dst.frames = 4;
     il.deinterleave(dst);
     EXPECT_EQ(l, (std::vector<float>{1, 2, -1, -1}));
-}
-
-TEST(Interleaver, EmptyStoreIsHarmless)
-{
-    Interleaver il;
-    std::vector<float> a{1};
-    AudioData d;
-    d.channel[0] = a.data();
-    d.channels = 1;
-    d.frames = 1;
-    il.interleave(d);
-    il.deinterleave(d);
-    EXPECT_EQ(a[0], 1.0f);
-    EXPECT_TRUE(il.reserve(0, 2));
-    EXPECT_EQ(il.capacity(), 0u);
 }
 
 } // namespace

@@ -43,28 +43,6 @@ AudioData request(int64_t frames, int64_t position)
     return r;
 }
 
-TEST(AudioMute, ProvideHandsOverSilentBlockOfBlockSize)
-{
-    AudioMute mute;
-    mute.prepare(48000, 256);
-    AudioData r = request(100, 5000);
-    ASSERT_TRUE(mute.provide(r));
-    EXPECT_EQ(r.frames, 256) << "adopt brings the prepared block size";
-    EXPECT_EQ(r.channels, 2);
-    ASSERT_NE(r.channel[0], nullptr);
-    EXPECT_EQ(r.peak(), 0.0f);
-    EXPECT_EQ(mute.channels(), 2);
-}
-
-TEST(AudioMute, ReadSilencesTarget)
-{
-    AudioMute mute;
-    mute.prepare(44100, 64);
-    Target t(64, 0, 0.7f);
-    EXPECT_TRUE(mute.read(t.data));
-    EXPECT_EQ(t.data.peak(), 0.0f);
-}
-
 TEST(AudioTemporary, StoresAndServesOneBlock)
 {
     StaircaseSource stairs;
@@ -112,20 +90,6 @@ TEST(AudioTemporary, ShorterReadAtTheSamePositionStaysInsideTheTarget)
     EXPECT_EQ(right[16], 5.0f);
 }
 
-TEST(AudioTemporary, OversizedBlockIsCutToPreparedSize)
-{
-    StaircaseSource stairs;
-    Target in(128, 0);
-    stairs.read(in.data);
-    AudioTemporary temp;
-    temp.prepare(44100, 64);
-    temp.store(in.data);
-    AudioData r = request(0, 0);
-    temp.provide(r);
-    EXPECT_EQ(r.frames, 64);
-    EXPECT_EQ(r.channel[0][63], 63.0f);
-}
-
 TEST(AudioAlwaysStereo, MonoInputBecomesTwoEqualChannels)
 {
     StaircaseSource mono(1);
@@ -150,22 +114,6 @@ TEST(AudioAlwaysStereo, MonoInputBecomesTwoEqualChannels)
     EXPECT_EQ(t.left[31], 38.0f);
     EXPECT_EQ(t.right[31], 38.0f);
     EXPECT_EQ(stereo.channels(), 2);
-}
-
-TEST(AudioAlwaysStereo, StereoInputPassesThrough)
-{
-    StaircaseSource source(2);
-    AudioAlwaysStereo stereo;
-    stereo.setFirst(&source);
-    stereo.prepare(44100, 64);
-    AudioData r = request(64, 10);
-    ASSERT_TRUE(stereo.provide(r));
-    EXPECT_EQ(r.channel[1][0], -10.0f);
-    EXPECT_TRUE(source.requests.back().byReference);
-
-    Target t(16, 0);
-    ASSERT_TRUE(stereo.read(t.data));
-    EXPECT_EQ(t.right[3], -3.0f);
 }
 
 TEST(AudioAlwaysStereo, FailingInputOrNoInputAnswersFalse)
@@ -206,24 +154,6 @@ TEST(AudioInputSelector, ModesByReferenceCostNoCopy)
     ASSERT_TRUE(selector.provide(right));
     EXPECT_EQ(right.channel[0], right.channel[1]);
     EXPECT_EQ(right.channel[0][5], -105.0f);
-}
-
-TEST(AudioInputSelector, ModesByCopy)
-{
-    StaircaseSource source(2);
-    AudioInputSelector selector;
-    selector.setFirst(&source);
-    const int32_t modes[] = {0, 1, 2};
-    const float expectLeft[] = {4.0f, -4.0f, 4.0f};
-    const float expectRight[] = {4.0f, -4.0f, -4.0f};
-    for (int m = 0; m < 3; ++m)
-    {
-        selector.setMode(modes[m]);
-        Target t(8, 0);
-        ASSERT_TRUE(selector.read(t.data));
-        EXPECT_EQ(t.left[4], expectLeft[m]) << "mode " << m;
-        EXPECT_EQ(t.right[4], expectRight[m]) << "mode " << m;
-    }
 }
 
 TEST(AudioInputSelector, RightOfMonoSourceGivesMonoOnBothThroughDuplicateMono)
@@ -451,23 +381,6 @@ TEST(NodeChain, MonoFileWayThroughStereoAndSelectorKeepsTheTimelineAtAnyBlocks)
             ASSERT_EQ(pulled.right[i], static_cast<float>(5000 + i)) << i;
         }
     }
-}
-
-TEST(AudioDebugger, ForwardsEverything)
-{
-    AudioDebugger dbg;
-    AudioData r = request(8, 0);
-    EXPECT_FALSE(dbg.provide(r));
-    StaircaseSource mono(1);
-    dbg.setFirst(&mono);
-    EXPECT_EQ(dbg.channels(), 1);
-    Target t(8, 3);
-    t.data.channels = 1;
-    ASSERT_TRUE(dbg.read(t.data));
-    EXPECT_EQ(t.left[0], 3.0f);
-    mono.prepare(44100, 8);
-    ASSERT_TRUE(dbg.provide(r));
-    EXPECT_EQ(r.channel[0][7], 7.0f);
 }
 
 } // namespace

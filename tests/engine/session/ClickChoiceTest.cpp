@@ -88,23 +88,6 @@ std::vector<float> heldLeft(const AudioFileLoaded& sample, size_t frames)
 
 } // namespace
 
-TEST(ClickChoice, NamesFollowTheSetAndTheAccent)
-{
-    epiText beat, first;
-    ASSERT_TRUE(ClickChoice::resourceNames(0, true, beat, first));
-    EXPECT_EQ(beat, "aux/Classic_accent_lo.raw");
-    EXPECT_EQ(first, "aux/Classic_accent_hi.raw");
-    ASSERT_TRUE(ClickChoice::resourceNames(2, false, beat, first));
-    EXPECT_EQ(beat, "aux/El_Sticks_noaccent.raw");
-    EXPECT_EQ(first, "aux/El_Sticks_noaccent.raw");
-    ASSERT_TRUE(ClickChoice::resourceNames(4, true, beat, first));
-    EXPECT_EQ(first, "aux/Perc_2_accent_hi.raw");
-    EXPECT_FALSE(ClickChoice::resourceNames(5, true, beat, first));
-    EXPECT_FALSE(ClickChoice::resourceNames(-1, true, beat, first));
-    EXPECT_STREQ(ClickChoice::setName(1), "Sidestick");
-    EXPECT_STREQ(ClickChoice::setName(3), "Perc_1");
-}
-
 TEST(ClickChoice, LoadsBothClicksFromThePackWithTheirExactLengths)
 {
     const std::string packPath = makePack({});

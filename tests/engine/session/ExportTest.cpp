@@ -60,7 +60,7 @@ protected:
         return sum;
     }
 
-    Folder folder{"export"};
+    Folder folder;
     RecordingDelegate delegate;
     Manager manager;
     Stereo first, second;

@@ -22,7 +22,7 @@ constexpr int64_t kFrames = kRate * 5 / 2;
 class GainLibrary
 {
 public:
-    GainLibrary() : settings_("freeze-settings")
+    GainLibrary()
     {
         ::setenv("KV3_CONFIG_DIR", settings_.path().c_str(), 1);
         ::setenv("KV3_VPA2_PATH", KV3_TEST_GAIN, 1);
@@ -50,7 +50,7 @@ protected:
     Track& track() { return manager.trackNode(1); }
 
     GainLibrary library;
-    Folder folder{"freeze"};
+    Folder folder;
     RecordingDelegate delegate;
     Manager manager;
     Stereo audio;

@@ -77,44 +77,6 @@ long where(float sample)
 
 } // namespace
 
-TEST_F(MetronomeRig, FramesPerBeatFollowTempoSignatureAndRate)
-{
-    EXPECT_EQ(metronome.framesPerBeat(), 0);
-    metronome.prepare(44100, 512);
-    EXPECT_EQ(metronome.tempo(), 120.0f);
-    EXPECT_EQ(metronome.numerator(), 4);
-    EXPECT_EQ(metronome.denominator(), 4);
-    EXPECT_EQ(metronome.framesPerBeat(), 22050);
-    metronome.setTimeSignature(6, 8);
-    EXPECT_EQ(metronome.framesPerBeat(), 11025);
-    metronome.setTimeSignature(3, 2);
-    EXPECT_EQ(metronome.framesPerBeat(), 44100);
-    metronome.setTimeSignature(4, 4);
-    metronome.setTempo(100.0f);
-    EXPECT_EQ(metronome.framesPerBeat(), 26460);
-    // Truncated, not rounded: 44100 * 60 / 97 = 27278.35.
-    metronome.setTempo(97.0f);
-    EXPECT_EQ(metronome.framesPerBeat(), 27278);
-    metronome.setTempo(120.0f);
-    metronome.prepare(48000, 256);
-    EXPECT_EQ(metronome.framesPerBeat(), 24000);
-    // A tempo nobody may set gives no beats rather than a fault.
-    metronome.setTempo(0.0f);
-    EXPECT_EQ(metronome.framesPerBeat(), 0);
-}
-
-TEST_F(MetronomeRig, DisabledGivesNothing)
-{
-    setUpClicks(44100, 512, 1000);
-    metronome.setEnabled(false);
-    EXPECT_FALSE(metronome.isEnabled());
-    EXPECT_TRUE(pull(0, 512).empty());
-    EXPECT_EQ(counter.beats, 0);
-    metronome.setEnabled(true);
-    EXPECT_EQ(pull(0, 512).size(), 512u);
-    EXPECT_EQ(counter.beats, 1);
-}
-
 TEST_F(MetronomeRig, BlockStraddlingABeatSplitsAtTheExactFrame)
 {
     // Clicks longer than a beat: the old one must be cut off where the next beat begins.

@@ -30,7 +30,7 @@ TEST(LongTakeTest, TenMinutesLoseNoFrame)
     constexpr uint32_t kBlock = 1024;
     // Ten minutes, in whole blocks.
     constexpr int64_t kFrames = (600 * static_cast<int64_t>(kRate) + kBlock - 1) / kBlock * kBlock;
-    TempFolder folder("long-take");
+    TempFolder folder;
     TrackRig rig(kRate, kBlock);
     rig.harness().recordOutput = false;
     rig.harness().recordBlocks = false;

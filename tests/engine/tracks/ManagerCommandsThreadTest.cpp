@@ -25,7 +25,7 @@ constexpr uint32_t kBlock = 256;
 TEST(ManagerCommandsThreads, EveryTrackCommandWhileTheDeviceRuns)
 {
     PluginEnv env(KV3_TEST_GAIN);
-    TempFolder folder("manager-commands");
+    TempFolder folder;
     const std::string same = folder.file("same_rate.wav");
     const std::string other = folder.file("other_rate.wav");
     ASSERT_TRUE(writeFile(same, SF_FORMAT_WAV | SF_FORMAT_FLOAT, 2, kRate, kRate, stepValue, stepValueRight));

@@ -31,11 +31,7 @@ float half(int64_t)
 class ManagerTrackTest : public ::testing::Test
 {
 protected:
-    ManagerTrackTest()
-        : env_(KV3_TEST_GAIN), folder_(::testing::UnitTest::GetInstance()->current_test_info()->name()),
-          rig_(kRate, kBlock)
-    {
-    }
+    ManagerTrackTest() : env_(KV3_TEST_GAIN), rig_(kRate, kBlock) {}
 
     PluginEnv env_;
     TempFolder folder_;
@@ -70,29 +66,6 @@ TEST_F(ManagerTrackTest, PunchPointsFollowTheLoopThroughTheManager)
     expectInput(audio, 768, first + 768, 2816 - 768);
 }
 
-TEST_F(ManagerTrackTest, LatencyIsCompensatedAtTheStartOfTheTimeline)
-{
-    rig_.manager().setRecordLatency(100, 0);
-    const std::string path = folder_.file("latency.aif");
-    const int64_t first = rig_.record(path, 0, 20 * kBlock);
-    ASSERT_TRUE(rig_.stopTake()) << rig_.track().takeErrorText();
-    EXPECT_EQ(rig_.track().takeStart(), 0);
-    const FileAudio audio = readFile(path);
-    // The first 100 frames of input are dropped: frame 0 of the file is what came in at position 100.
-    ASSERT_EQ(audio.frames(), 20 * kBlock - 100);
-    expectInput(audio, 0, first + 100, 20 * kBlock - 100);
-}
-
-TEST_F(ManagerTrackTest, LatencyIsNotAppliedToATakeLaterOnTheTimeline)
-{
-    rig_.manager().setRecordLatency(100, 0);
-    const std::string path = folder_.file("later.aif");
-    const int64_t first = rig_.record(path, 4096, 20 * kBlock);
-    ASSERT_TRUE(rig_.stopTake()) << rig_.track().takeErrorText();
-    const FileAudio audio = readFile(path);
-    ASSERT_EQ(audio.frames(), 4096 + 20 * kBlock);
-    expectInput(audio, 4096, first, 20 * kBlock);
-}
 TEST_F(ManagerTrackTest, LoadTrackLocatesToTheStartAndTrackLengthIsInSessionFrames)
 {
     Manager& manager = rig_.manager();

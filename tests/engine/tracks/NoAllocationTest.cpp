@@ -1,118 +1,14 @@
 #include "tests/engine/tracks/TrackRig.h"
+#include "tests/support/CountedAllocations.h"
 
 #include <gtest/gtest.h>
 #include <sndfile.h>
 
-#include <atomic>
 #include <chrono>
 #include <cmath>
-#include <cstdlib>
-#include <new>
 #include <thread>
 
-// Counts the allocations made by the C++ allocator while the engine runs a block on this thread: the
-// audio thread's promise that nothing allocates, kept through the whole track chain.
-
-namespace
-{
-
-thread_local bool tCounting = false;
-std::atomic<int64_t> gAllocations{0};
-
-void* allocate(std::size_t size, std::size_t alignment)
-{
-    if (tCounting)
-    {
-        gAllocations.fetch_add(1, std::memory_order_relaxed);
-    }
-    if (size == 0)
-    {
-        size = 1;
-    }
-    if (alignment <= alignof(std::max_align_t))
-    {
-        return std::malloc(size);
-    }
-    const std::size_t rounded = (size + alignment - 1) / alignment * alignment;
-    return std::aligned_alloc(alignment, rounded);
-}
-
-} // namespace
-
-void* operator new(std::size_t size)
-{
-    void* p = allocate(size, alignof(std::max_align_t));
-    if (p == nullptr)
-    {
-        throw std::bad_alloc();
-    }
-    return p;
-}
-void* operator new[](std::size_t size)
-{
-    return operator new(size);
-}
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept
-{
-    return allocate(size, alignof(std::max_align_t));
-}
-void* operator new[](std::size_t size, const std::nothrow_t&) noexcept
-{
-    return allocate(size, alignof(std::max_align_t));
-}
-void* operator new(std::size_t size, std::align_val_t alignment)
-{
-    void* p = allocate(size, static_cast<std::size_t>(alignment));
-    if (p == nullptr)
-    {
-        throw std::bad_alloc();
-    }
-    return p;
-}
-void* operator new[](std::size_t size, std::align_val_t alignment)
-{
-    return operator new(size, alignment);
-}
-void* operator new(std::size_t size, std::align_val_t alignment, const std::nothrow_t&) noexcept
-{
-    return allocate(size, static_cast<std::size_t>(alignment));
-}
-void* operator new[](std::size_t size, std::align_val_t alignment, const std::nothrow_t&) noexcept
-{
-    return allocate(size, static_cast<std::size_t>(alignment));
-}
-void operator delete(void* p) noexcept
-{
-    std::free(p);
-}
-void operator delete[](void* p) noexcept
-{
-    std::free(p);
-}
-void operator delete(void* p, std::size_t) noexcept
-{
-    std::free(p);
-}
-void operator delete[](void* p, std::size_t) noexcept
-{
-    std::free(p);
-}
-void operator delete(void* p, std::align_val_t) noexcept
-{
-    std::free(p);
-}
-void operator delete[](void* p, std::align_val_t) noexcept
-{
-    std::free(p);
-}
-void operator delete(void* p, std::size_t, std::align_val_t) noexcept
-{
-    std::free(p);
-}
-void operator delete[](void* p, std::size_t, std::align_val_t) noexcept
-{
-    std::free(p);
-}
+// No allocation on the audio thread while the engine runs a block, through the whole track chain.
 
 using namespace tracktest;
 
@@ -133,8 +29,8 @@ class NoAllocationTest : public ::testing::TestWithParam<int32_t>
 TEST_P(NoAllocationTest, StreamedPlaybackWithSpeedAndPitchAllocatesNothingPerBlock)
 {
     const int32_t fileRate = GetParam();
-    gAllocations.store(0);
-    TempFolder folder("noalloc-" + std::to_string(fileRate));
+    int64_t allocations = 0;
+    TempFolder folder;
     TrackRig rig(48000, 128);
     rig.harness().recordOutput = false;
     rig.harness().recordBlocks = false;
@@ -154,9 +50,11 @@ TEST_P(NoAllocationTest, StreamedPlaybackWithSpeedAndPitchAllocatesNothingPerBlo
         {
             manager.locate(300000);
         }
-        tCounting = true;
-        rig.harness().runBlock(128);
-        tCounting = false;
+        {
+            const testsupport::CountedAllocations counting;
+            rig.harness().runBlock(128);
+            allocations += counting.count();
+        }
         counted += 1;
         if (b % 16 == 0)
         {
@@ -164,7 +62,7 @@ TEST_P(NoAllocationTest, StreamedPlaybackWithSpeedAndPitchAllocatesNothingPerBlo
         }
     }
     EXPECT_EQ(counted, 3750);
-    EXPECT_EQ(gAllocations.load(), 0) << "allocations on the audio thread while playing";
+    EXPECT_EQ(allocations, 0) << "allocations on the audio thread while playing";
     EXPECT_FALSE(track.recorder().isOpen());
 }
 
@@ -172,8 +70,8 @@ INSTANTIATE_TEST_SUITE_P(FileRates, NoAllocationTest, ::testing::Values(48000, 4
 
 TEST(NoAllocationTakeTest, RecordingATakeAllocatesNothingPerBlock)
 {
-    gAllocations.store(0);
-    TempFolder folder("noalloc-take");
+    int64_t allocations = 0;
+    TempFolder folder;
     TrackRig rig(48000, 256);
     rig.harness().recordOutput = false;
     rig.harness().recordBlocks = false;
@@ -184,16 +82,18 @@ TEST(NoAllocationTakeTest, RecordingATakeAllocatesNothingPerBlock)
     // Past two buffer changes of the recorder, with the overview fed from every block.
     for (int b = 0; b < 1000; ++b)
     {
-        tCounting = true;
-        rig.harness().runBlock(256);
-        tCounting = false;
+        {
+            const testsupport::CountedAllocations counting;
+            rig.harness().runBlock(256);
+            allocations += counting.count();
+        }
         while (track.recorder().pendingBuffers() > 1)
         {
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         }
     }
     EXPECT_GE(track.recorder().buffersHandedOver(), 2);
-    EXPECT_EQ(gAllocations.load(), 0) << "allocations on the audio thread while recording";
+    EXPECT_EQ(allocations, 0) << "allocations on the audio thread while recording";
     EXPECT_TRUE(rig.stopTake()) << track.takeErrorText();
 }
 

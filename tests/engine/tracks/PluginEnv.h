@@ -18,7 +18,7 @@ namespace tracktest
 class PluginEnv
 {
 public:
-    explicit PluginEnv(const std::string& library) : settings_("plugin-settings")
+    explicit PluginEnv(const std::string& library)
     {
         ::setenv("KV3_CONFIG_DIR", settings_.path().c_str(), 1);
         ::setenv("KV3_VPA2_PATH", library.c_str(), 1);

@@ -91,7 +91,7 @@ size_t soundEnd(const std::vector<float>& x)
 class PlayTest : public ::testing::Test
 {
 protected:
-    PlayTest() : folder_(::testing::UnitTest::GetInstance()->current_test_info()->name()), rig_(48000, 256) {}
+    PlayTest() : rig_(48000, 256) {}
 
     /** Loads two seconds of 441 Hz at rate, read by the calling thread, and starts the transport. */
     void play(int32_t rate)
@@ -124,32 +124,6 @@ TEST_F(PlayTest, FileAt44kOnA48kSessionKeepsPitchAndLength)
     EXPECT_NEAR(frequencyOf(rig_.harness().right, 4800, 91200, 48000.0), kToneHz, 0.5);
 }
 
-TEST_F(PlayTest, SpeedThreeQuartersLastsFourThirdsAtTheSamePitch)
-{
-    rig_.track().setSpeed(0.75f);
-    EXPECT_EQ(rig_.track().speedText(), "75%");
-    play(48000);
-    EXPECT_EQ(rig_.track().length(), 128000);
-    rig_.run(140000);
-    const auto& out = rig_.harness().left;
-    EXPECT_NEAR(frequencyOf(out, 9600, 115200, 48000.0), kToneHz, kToneHz * 0.01);
-    EXPECT_NEAR(static_cast<double>(soundEnd(out)), 128000.0, 2500.0);
-}
-
-TEST_F(PlayTest, PitchAnOctaveUpKeepsTheLength)
-{
-    rig_.track().setPitch(12.0f);
-    EXPECT_EQ(rig_.track().pitchText(), "+12");
-    play(48000);
-    EXPECT_EQ(rig_.track().length(), 96000);
-    rig_.run(110000);
-    const auto& out = rig_.harness().left;
-    // The grain engine lands an octave about 1% sharp (891 Hz for 882); 1.5% still tells an octave from
-    // any other interval.
-    EXPECT_NEAR(frequencyOf(out, 9600, 86400, 48000.0, 2.0 * kToneHz), 2.0 * kToneHz, 2.0 * kToneHz * 0.015);
-    EXPECT_NEAR(static_cast<double>(soundEnd(out)), 96000.0, 2500.0);
-}
-
 TEST_F(PlayTest, PitchAndSpeedChangeIndependently)
 {
     rig_.track().setSpeed(0.8f);
@@ -176,29 +150,6 @@ TEST_F(PlayTest, PitchAndSpeedChangeIndependently)
     rig_.track().setPitch(0.0f);
     EXPECT_EQ(rig_.track().length(), 76800);
     EXPECT_EQ(rig_.track().pitchText(), "0");
-}
-
-TEST_F(PlayTest, TextsOfPitchAndSpeed)
-{
-    rig_.track().setPitch(-3.0f);
-    EXPECT_EQ(rig_.track().pitchText(), "-3");
-    rig_.track().setPitch(2.0f);
-    EXPECT_EQ(rig_.track().pitchText(), "+2");
-    rig_.track().setPitch(0.0f);
-    EXPECT_EQ(rig_.track().pitchText(), "0");
-    rig_.track().setSpeed(1.0f);
-    EXPECT_EQ(rig_.track().speedText(), "100%");
-    rig_.track().setSpeed(0.5f);
-    EXPECT_EQ(rig_.track().speedText(), "50%");
-}
-
-TEST_F(PlayTest, SpeedRatioScalesTheLength)
-{
-    play(48000);
-    rig_.track().setSpeedRatio(2.0f);
-    EXPECT_EQ(rig_.track().length(), 48000);
-    rig_.track().setSpeedRatio(0.5f);
-    EXPECT_EQ(rig_.track().length(), 192000);
 }
 
 TEST_F(PlayTest, StreamedFileArrivesFromTheDiskThread)

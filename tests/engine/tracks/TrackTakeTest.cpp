@@ -1,30 +1,17 @@
 #include "tests/engine/tracks/TrackRig.h"
+#include "tests/support/Unprivileged.h"
 
 #include <gtest/gtest.h>
 #include <sndfile.h>
 
 #include <filesystem>
 
-#include <grp.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 using namespace tracktest;
 
 namespace
 {
-
-#if defined(__SANITIZE_THREAD__)
-constexpr bool kThreadSanitizer = true;
-#elif defined(__has_feature)
-#if __has_feature(thread_sanitizer)
-constexpr bool kThreadSanitizer = true;
-#else
-constexpr bool kThreadSanitizer = false;
-#endif
-#else
-constexpr bool kThreadSanitizer = false;
-#endif
 
 constexpr uint32_t kRate = 48000;
 constexpr uint32_t kBlock = 256;
@@ -67,9 +54,7 @@ void expectSilence(const FileAudio& audio, int64_t at, int64_t count)
 class TakeTest : public ::testing::Test
 {
 protected:
-    TakeTest() : folder_(::testing::UnitTest::GetInstance()->current_test_info()->name()), rig_(kRate, kBlock)
-    {
-    }
+    TakeTest() : rig_(kRate, kBlock) {}
 
     /** Writes an old file of frames frames of otherValue and loads it into the track. */
     std::string loadOld(int64_t frames, int32_t rate = kRate)
@@ -306,46 +291,24 @@ TEST_F(TakeTest, ReadOnlyFolderRefusesTheTakeAndLosesNothing)
         ro, std::filesystem::perms::owner_read | std::filesystem::perms::owner_exec |
                 std::filesystem::perms::group_read | std::filesystem::perms::group_exec |
                 std::filesystem::perms::others_read | std::filesystem::perms::others_exec);
-    std::filesystem::permissions(folder_.path(), std::filesystem::perms::all);
-    // Permissions don't bind root: the refusal is then checked in a child that has become "nobody".
-    const bool asRoot = ::geteuid() == 0;
-    if (asRoot && kThreadSanitizer)
+    if (!testsupport::canForkThreaded() && ::geteuid() == 0)
     {
         GTEST_SKIP() << "the thread sanitizer can't follow a fork of a threaded process";
     }
-    const pid_t child = asRoot ? ::fork() : 0;
-    ASSERT_GE(child, 0);
-    if (child == 0)
-    {
-        // 65534 is "nobody" on Debian.
-        if (asRoot && (::setgroups(0, nullptr) != 0 || ::setgid(65534) != 0 || ::setuid(65534) != 0))
+    EXPECT_TRUE(testsupport::asUnprivileged(
+        [&]
         {
-            ::_exit(10);
-        }
-        Track track;
-        track.prepare(kRate, kBlock);
-        const bool loaded = track.load(epiPath(old));
-        track.setArmed(true);
-        track.beginTake(epiPath(ro + "/take.aif"), 0, 0);
-        const bool started = track.setRecording(true);
-        const bool refused = !started && !track.isRecording() &&
-                             track.takeError() == Track::TakeError::recorderOpen &&
-                             !track.takeErrorText().empty();
-        const bool ok = loaded && refused && track.isLoaded() && !exists(ro + "/take_tmp.aif");
-        if (asRoot)
-        {
-            ::_exit(ok ? 0 : 11);
-        }
-        EXPECT_TRUE(ok);
-    }
-    else
-    {
-        int status = 0;
-        ASSERT_EQ(::waitpid(child, &status, 0), child);
-        ASSERT_TRUE(WIFEXITED(status));
-        EXPECT_EQ(WEXITSTATUS(status), 0)
-            << "10: could not become nobody; 11: the take was not refused cleanly";
-    }
+            Track track;
+            track.prepare(kRate, kBlock);
+            const bool loaded = track.load(epiPath(old));
+            track.setArmed(true);
+            track.beginTake(epiPath(ro + "/take.aif"), 0, 0);
+            const bool started = track.setRecording(true);
+            const bool refused = !started && !track.isRecording() &&
+                                 track.takeError() == Track::TakeError::recorderOpen &&
+                                 !track.takeErrorText().empty();
+            return loaded && refused && track.isLoaded() && !exists(ro + "/take_tmp.aif");
+        }));
     expectOld(readFile(old), 0, 0, 30000);
 }
 
@@ -388,7 +351,7 @@ class TakeMatrixTest : public ::testing::TestWithParam<Format>
 TEST_P(TakeMatrixTest, RandomBlocksKeepTheOldAudioAroundTheTake)
 {
     const Format format = GetParam();
-    TempFolder folder("matrix-" + std::to_string(format.rate) + "-" + std::to_string(format.block));
+    TempFolder folder;
     TrackRig rig(format.rate, format.block);
     const int64_t oldFrames = 3 * static_cast<int64_t>(format.rate);
     const std::string old = folder.file("old.wav");

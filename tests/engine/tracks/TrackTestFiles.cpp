@@ -8,25 +8,6 @@
 namespace tracktest
 {
 
-TempFolder::TempFolder(const std::string& name)
-{
-    const char* binary = std::getenv("KV3_BINARY_DIR");
-    std::filesystem::path base = binary != nullptr ? binary : std::filesystem::temp_directory_path().string();
-    base /= "tracktest";
-    base /= name;
-    std::error_code error;
-    std::filesystem::remove_all(base, error);
-    std::filesystem::create_directories(base, error);
-    path_ = base.string();
-}
-
-TempFolder::~TempFolder()
-{
-    std::error_code error;
-    std::filesystem::permissions(path_, std::filesystem::perms::owner_all, error);
-    std::filesystem::remove_all(path_, error);
-}
-
 FileAudio readFile(const std::string& path)
 {
     const testsound::Sound sound = testsound::read(path);
@@ -79,12 +60,6 @@ float otherValue(int64_t i)
 float otherValueRight(int64_t i)
 {
     return -otherValue(i);
-}
-
-bool exists(const std::string& path)
-{
-    std::error_code error;
-    return std::filesystem::exists(path, error);
 }
 
 } // namespace tracktest

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tests/support/TempFolder.h"
+
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -7,21 +9,8 @@
 namespace tracktest
 {
 
-/** A folder of its own under the build tree, emptied when made and removed when the object goes. */
-class TempFolder
-{
-public:
-    explicit TempFolder(const std::string& name);
-    ~TempFolder();
-    TempFolder(const TempFolder&) = delete;
-    TempFolder& operator=(const TempFolder&) = delete;
-    /** The folder joined with a file name. */
-    std::string file(const std::string& name) const { return path_ + "/" + name; }
-    const std::string& path() const { return path_; }
-
-private:
-    std::string path_;
-};
+using testsupport::exists;
+using testsupport::TempFolder;
 
 /** The stereo content of a file as libsndfile reads it, with its format. */
 struct FileAudio
@@ -52,8 +41,5 @@ float stepValueRight(int64_t i);
 /** A second staircase with an offset, for audio that must be told apart from stepValue. */
 float otherValue(int64_t i);
 float otherValueRight(int64_t i);
-
-/** Whether a file exists. */
-bool exists(const std::string& path);
 
 } // namespace tracktest

@@ -28,7 +28,7 @@ int64_t stepIndex(float value)
 
 TEST(TrackThreadTest, TakeWhileTheDeviceRunsIsWholeAndContinuous)
 {
-    TempFolder folder("thread-take");
+    TempFolder folder;
     TrackRig rig(kRate, kBlock);
     rig.harness().recordOutput = false;
     rig.harness().recordBlocks = false;
