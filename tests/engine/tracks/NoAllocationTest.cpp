@@ -100,8 +100,8 @@ TEST(NoAllocationTakeTest, RecordingATakeAllocatesNothingPerBlock)
 TEST(NoAllocationFormatTest, PlaybackAfterAFormatChangeAllocatesNothingPerBlock)
 {
     // Before, the format change shrank the file's buffer that loading had grown: the first blocks allocated.
-    gAllocations.store(0);
-    TempFolder folder("noalloc-format");
+    int64_t allocations = 0;
+    TempFolder folder;
     TrackRig rig(48000, 128);
     rig.harness().recordOutput = false;
     rig.harness().recordBlocks = false;
@@ -121,12 +121,14 @@ TEST(NoAllocationFormatTest, PlaybackAfterAFormatChangeAllocatesNothingPerBlock)
     {
         if (b == 1000)
             manager.locate(150000);
-        tCounting = true;
-        rig.harness().runBlock(128);
-        tCounting = false;
+        {
+            const testsupport::CountedAllocations counting;
+            rig.harness().runBlock(128);
+            allocations += counting.count();
+        }
         if (b % 16 == 0)
             std::this_thread::sleep_for(std::chrono::microseconds(200));
     }
     EXPECT_GT(manager.enginePosition(), 200000);
-    EXPECT_EQ(gAllocations.load(), 0) << "allocations on the audio thread after the format changed";
+    EXPECT_EQ(allocations, 0) << "allocations on the audio thread after the format changed";
 }
