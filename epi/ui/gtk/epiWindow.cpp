@@ -15,7 +15,6 @@
 namespace
 {
 
-constexpr uint32_t kCodeModal = epiCode("Modl");
 constexpr uint32_t kCodeMenuBar = epiCode("mBar");
 
 gboolean drawThunk(GtkWidget*, cairo_t* cr, gpointer self)
