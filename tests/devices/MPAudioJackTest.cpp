@@ -435,7 +435,7 @@ TEST(MPAudioJack, AServerFrozenAfterTheOpenGivesControlBackAndComesBackWhenResta
     audio.close();
     EXPECT_LT(Clock::now() - t0, 2s);
     server.stop(1s);
-    ASSERT_TRUE(waitFor([] { return kv3jack::pendingCalls() == 0; }, 10s));
+    ASSERT_TRUE(waitFor([] { return kv3jack::pendingCalls() == 0; }, 20s));
     ASSERT_TRUE(server.start());
     EXPECT_TRUE(runs(audio));
     audio.close();
