@@ -344,8 +344,8 @@ std::vector<float> spectrogram(const std::vector<float>& x, int64_t from, int64_
     const int64_t columns = std::max<int64_t>(0, (count - kFft) / kHop);
     std::vector<float> mags(static_cast<size_t>(columns * kBins));
     float* buf = fftwf_alloc_real(kFft);
-    fftwf_complex* spec = fftwf_alloc_complex(kBins);
-    fftwf_plan plan = fftwf_plan_dft_r2c_1d(kFft, buf, spec, FFTW_ESTIMATE);
+    fftwf_complex* bins = fftwf_alloc_complex(kBins);
+    fftwf_plan plan = fftwf_plan_dft_r2c_1d(kFft, buf, bins, FFTW_ESTIMATE);
     for (int64_t c = 0; c < columns; ++c)
     {
         for (int i = 0; i < kFft; ++i)
@@ -357,11 +357,11 @@ std::vector<float> spectrogram(const std::vector<float>& x, int64_t from, int64_
         fftwf_execute(plan);
         for (int k = 0; k < kBins; ++k)
         {
-            mags[static_cast<size_t>(c * kBins + k)] = std::hypot(spec[k][0], spec[k][1]);
+            mags[static_cast<size_t>(c * kBins + k)] = std::hypot(bins[k][0], bins[k][1]);
         }
     }
     fftwf_destroy_plan(plan);
-    fftwf_free(spec);
+    fftwf_free(bins);
     fftwf_free(buf);
     return mags;
 }
@@ -427,8 +427,8 @@ double offPartialsDb(const std::vector<float>& x, const std::vector<Partial>& ps
         return NAN;
     }
     float* buf = fftwf_alloc_real(n);
-    fftwf_complex* spec = fftwf_alloc_complex(n / 2 + 1);
-    fftwf_plan plan = fftwf_plan_dft_r2c_1d(n, buf, spec, FFTW_ESTIMATE);
+    fftwf_complex* bins = fftwf_alloc_complex(n / 2 + 1);
+    fftwf_plan plan = fftwf_plan_dft_r2c_1d(n, buf, bins, FFTW_ESTIMATE);
     for (int i = 0; i < n; ++i)
     {
         const double w = kPi2 * i / n;
@@ -442,7 +442,7 @@ double offPartialsDb(const std::vector<float>& x, const std::vector<Partial>& ps
     for (int k = 1; k <= n / 2; ++k)
     {
         const double e =
-            static_cast<double>(spec[k][0]) * spec[k][0] + static_cast<double>(spec[k][1]) * spec[k][1];
+            static_cast<double>(bins[k][0]) * bins[k][0] + static_cast<double>(bins[k][1]) * bins[k][1];
         const double hz = static_cast<double>(k) * kRate / n;
         total += e;
         if (std::any_of(ps.begin(), ps.end(), [&](const Partial& p) { return std::fabs(hz - p.hz) <= 3.0; }))
@@ -451,7 +451,7 @@ double offPartialsDb(const std::vector<float>& x, const std::vector<Partial>& ps
         }
     }
     fftwf_destroy_plan(plan);
-    fftwf_free(spec);
+    fftwf_free(bins);
     fftwf_free(buf);
     return 10.0 * std::log10(std::max(total - on, 1e-30) / std::max(total, 1e-30));
 }

@@ -136,10 +136,10 @@ void stamp(artkit::Rgba& image, const Glyph& glyph, int penX, int baseline, int 
  * 257 marks, so a reader finds glyph i's width as mark(i + 1) - mark(i) - 1. A glyph is as wide as its
  * advance; codes without a glyph are one blank column, the least a mark pair can enclose.
  */
-bool makeStrip(artkit::FontLibrary& fonts, const std::string& fontDir, const FontSpec& spec,
+bool makeStrip(artkit::FontLibrary& fonts, const std::string& fontDir, const FontSpec& font,
                const std::string& outDir, std::string& error)
 {
-    FT_Face face = fonts.open(fontDir, spec.face, spec.pixels, error);
+    FT_Face face = fonts.open(fontDir, font.face, font.pixels, error);
     if (!face)
         return false;
     const int ascent = static_cast<int>(face->size->metrics.ascender >> 6);
@@ -161,7 +161,7 @@ bool makeStrip(artkit::FontLibrary& fonts, const std::string& fontDir, const Fon
         marks[static_cast<std::size_t>(i) + 1] =
             marks[static_cast<std::size_t>(i)] + widths[static_cast<std::size_t>(i)] + 1;
     int width = marks[256] + 1;
-    if (std::string(spec.code) == "aa10")
+    if (std::string(font.code) == "aa10")
     {
         if (width > kAa10Width)
         {
@@ -185,7 +185,7 @@ bool makeStrip(artkit::FontLibrary& fonts, const std::string& fontDir, const Fon
         std::uint8_t* p = image.at(m, height + 2);
         p[0] = p[1] = p[2] = p[3] = 255;
     }
-    return artkit::writePng(outDir + "/fontstrip_" + spec.code + ".png", image, error);
+    return artkit::writePng(outDir + "/fontstrip_" + font.code + ".png", image, error);
 }
 
 std::string fixed2(double v)
@@ -202,10 +202,10 @@ std::string fixed2(double v)
  * the top of its line (y); its "copyarea" the ink's bounds, right and bottom exclusive. Advances are
  * stored less the half pixel that the reader adds to each glyph.
  */
-bool makeMatrix(artkit::FontLibrary& fonts, const std::string& fontDir, const FontSpec& spec,
+bool makeMatrix(artkit::FontLibrary& fonts, const std::string& fontDir, const FontSpec& font,
                 const std::string& outDir, std::string& error)
 {
-    FT_Face face = fonts.open(fontDir, spec.face, spec.pixels, error);
+    FT_Face face = fonts.open(fontDir, font.face, font.pixels, error);
     if (!face)
         return false;
     const int ascent = static_cast<int>(face->size->metrics.ascender >> 6);
@@ -244,7 +244,7 @@ bool makeMatrix(artkit::FontLibrary& fonts, const std::string& fontDir, const Fo
     xml += "<epi>\n\t<version>4</version>\n\t<signature>fontmatrix</signature>\n\t<content>\n";
     xml += "\t\t<version>1</version>\n";
     xml +=
-        std::string("\t\t<systemfont>") + spec.face + " " + std::to_string(spec.pixels) + "px</systemfont>\n";
+        std::string("\t\t<systemfont>") + font.face + " " + std::to_string(font.pixels) + "px</systemfont>\n";
     xml += "\t\t<gliphsdisplacements>\n";
     xml += "\t\t\t<gliphcodestart>" + std::to_string(first) + "</gliphcodestart>\n";
     xml += "\t\t\t<gliphcodeend>" + std::to_string(last) + "</gliphcodeend>\n";
@@ -289,7 +289,7 @@ bool makeMatrix(artkit::FontLibrary& fonts, const std::string& fontDir, const Fo
     }
     xml += "\t\t\t</elems>\n\t\t</gliphsdisplacements>\n\t</content>\n</epi>\n";
 
-    const std::string base = outDir + "/fontmatrix_" + spec.code;
+    const std::string base = outDir + "/fontmatrix_" + font.code;
     if (!artkit::writePng(base + ".png", image, error))
         return false;
     std::FILE* file = std::fopen((base + ".xml").c_str(), "wb");
