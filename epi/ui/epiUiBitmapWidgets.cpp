@@ -152,14 +152,15 @@ int32_t epiUiBitmapImage::stateIndex()
     return (behaviour_->isPressed() ? 1 : 0) + (behaviour_->isOn() ? 2 : 0);
 }
 
-void epiUiBitmapImage::drawWhole(epiBitmap* bitmap, const epiRect& rect)
+void epiUiBitmapImage::drawPart(epiBitmap* bitmap, const epiRect& source, const epiRect& dest,
+                                const epiRect& rect)
 {
     if (bitmap == nullptr)
         return;
     if (bitmap->usesAlpha())
-        blitAlpha(bitmap, bitmap->rect(), bounds_, rect);
+        blitAlpha(bitmap, source, dest, rect);
     else
-        blitStretched(bitmap, bitmap->rect(), bounds_, rect);
+        blitStretched(bitmap, source, dest, rect);
 }
 
 void epiUiBitmapImage::draw(const epiRect& rect)
@@ -231,11 +232,7 @@ void epiUiBitmapFilmImage::draw(const epiRect& rect)
     const int32_t top = filmFrame_ * height;
     if (height <= 0 || top < 0 || top + height > film->height())
         return;
-    const epiRect source(0, top, film->width(), top + height);
-    if (film->usesAlpha())
-        blitAlpha(film, source, bounds_, rect);
-    else
-        blitStretched(film, source, bounds_, rect);
+    drawPart(film, epiRect(0, top, film->width(), top + height), bounds_, rect);
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -493,11 +490,7 @@ void epiUiBitmapScroll::draw(const epiRect& rect)
     epiBitmap* thumb = images_[pressed_ ? kPressedOff : kOff];
     if (thumb == nullptr)
         return;
-    const epiRect place = thumbRect();
-    if (thumb->usesAlpha())
-        blitAlpha(thumb, thumb->rect(), place, rect);
-    else
-        blitStretched(thumb, thumb->rect(), place, rect);
+    drawPart(thumb, thumb->rect(), thumbRect(), rect);
 }
 
 int32_t epiUiBitmapScroll::dragDelta(const epiPoint& point)
@@ -774,8 +767,5 @@ void epiUiBitmapLevMeter::draw(const epiRect& rect)
     const epiRect lit = litRect();
     if (bar == nullptr || lit.isEmpty())
         return;
-    if (bar->usesAlpha())
-        blitAlpha(bar, lit, lit, rect);
-    else
-        blitStretched(bar, lit, lit, rect);
+    drawPart(bar, lit, lit, rect);
 }

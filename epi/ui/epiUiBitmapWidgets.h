@@ -70,7 +70,12 @@ public:
 
 protected:
     /** Draws all of `bitmap` over the bounds, blended when it has alpha. */
-    void drawWhole(epiBitmap* bitmap, const epiRect& rect);
+    void drawWhole(epiBitmap* bitmap, const epiRect& rect)
+    {
+        drawPart(bitmap, bitmap != nullptr ? bitmap->rect() : epiRect(), bounds_, rect);
+    }
+    /** Draws `source` of `bitmap` at `dest`, blended when it has alpha; nothing for a null bitmap. */
+    void drawPart(epiBitmap* bitmap, const epiRect& source, const epiRect& dest, const epiRect& rect);
     /** pressed + 2 * on, from the behaviour. */
     int32_t stateIndex();
 

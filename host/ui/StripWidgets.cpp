@@ -110,10 +110,7 @@ void UiBusyLevelBar::draw(const epiRect& rect)
     const epiRect part(0, 0, cut, std::min(bar->height(), frame_.height()));
     if (part.isEmpty())
         return;
-    if (bar->usesAlpha())
-        blitAlpha(bar, part, part, rect);
-    else
-        blitStretched(bar, part, part, rect);
+    drawPart(bar, part, part, rect);
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -244,11 +241,7 @@ void UiScrollBar::draw(const epiRect& rect)
     epiBitmap* thumb = images_[kOff];
     if (thumb == nullptr)
         return;
-    const epiRect place(0, thumb_, thumb->width(), thumb_ + thumb->height());
-    if (thumb->usesAlpha())
-        blitAlpha(thumb, thumb->rect(), place, rect);
-    else
-        blitStretched(thumb, thumb->rect(), place, rect);
+    drawPart(thumb, thumb->rect(), epiRect(0, thumb_, thumb->width(), thumb_ + thumb->height()), rect);
 }
 
 void UiScrollBar::mouseDown(const epiPoint& point)
