@@ -44,8 +44,9 @@ constexpr uint32_t kCastsToken = epiCode("bmCt");
 
 std::vector<CastsEntry>& castsTable()
 {
-    static std::vector<CastsEntry> table;
-    return table;
+    // Kept for the whole run: the tables stay reachable until the process ends.
+    static auto* table = new std::vector<CastsEntry>();
+    return *table;
 }
 
 bool subscribed(epiResources* resources, epiBitmapCasts* casts)
@@ -197,7 +198,11 @@ void epiUiBitmapView::setFrame(const epiRect& rect)
     const bool resized = rect.width() != frame_.width() || rect.height() != frame_.height();
     epiUbo::setFrame(rect);
     if (resized && surface_ != nullptr)
+    {
+        // The new bitmap starts blank: everything in it is painted again.
         makeSurface();
+        invalidateAll();
+    }
 }
 
 void epiUiBitmapView::stop()
@@ -410,6 +415,15 @@ bool epiUiDecorateHelper::write(uint32_t code, epiText& dest) const
         dest = epiUiColourText(frameOff_);
     else if (code == epiCode("fron") && hasFrameOn_)
         dest = epiUiColourText(frameOn_);
+    else if (code == epiCode("frnd") || code == epiCode("frsd") || code == epiCode("fres") ||
+             code == epiCode("frov"))
+    {
+        const bool flag = code == epiCode("frnd")   ? round_
+                          : code == epiCode("frsd") ? shadow_
+                          : code == epiCode("fres") ? etched_
+                                                    : over_;
+        dest.assignLong(flag ? 1 : 0);
+    }
     else
         return false;
     return true;
