@@ -64,6 +64,12 @@ UiInputSelector::UiInputSelector()
     text_ = kInputTexts[0];
 }
 
+void UiInputSelector::notifyCreated()
+{
+    showInput(input_);
+    epiUiBitmapText::notifyCreated();
+}
+
 void UiInputSelector::showInput(int32_t input)
 {
     input_ = input;

@@ -37,6 +37,8 @@ class UiInputSelector : public epiUiBitmapText
 {
 public:
     UiInputSelector();
+    /** The caption is the input's, whatever text the layout gave. */
+    void notifyCreated() override;
     void mouseDown(const epiPoint& point) override;
     void setValue(float value) override;
     float getValue() override { return float(input_); }

@@ -123,9 +123,11 @@ TEST_F(StripWidgets, SeparateStatusOnlyNotifiesAndOnlyWhenEnabled)
 
 TEST_F(StripWidgets, InputSelectorCyclesThroughItsThreeInputs)
 {
-    epiUbo* root = window(20, 10, item("iBst", "iSl0", at(0, 0, 20, 10) + attrs({{"Clik", "1"}})));
+    epiUbo* root =
+        window(20, 10, item("iBst", "iSl0", "<text>in</text>" + at(0, 0, 20, 10) + attrs({{"Clik", "1"}})));
     auto* input = dynamic_cast<UiInputSelector*>(root->childNamed(epiCode("iSl0")));
     ASSERT_NE(input, nullptr);
+    EXPECT_EQ(input->text(), "i1") << "the input's name, not the layout's text";
     for (const char* expected : {"i2", "iS", "i1"})
     {
         click(root, epiPoint(5, 5));
