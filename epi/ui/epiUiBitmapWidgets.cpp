@@ -628,6 +628,9 @@ void epiUiBitmapTextRolling::setAttribute(uint32_t code, const epiText* value)
     }
     count_ = int32_t(lines_.size());
     index_ = std::clamp(index_, 0, std::max(0, count_ - 1));
+    // A new list shows its entry at the index kept: the first one for a fresh widget.
+    if (count_ > 0)
+        setText(lines_.textAt(index_));
 }
 
 bool epiUiBitmapTextRolling::getAttribute(uint32_t code, epiText& dest)

@@ -74,6 +74,7 @@ TEST_F(StripWidgets, TempoRollingTextCarriesTheWholeList)
     epiUbo* roll = root->childNamed(epiCode("meTe"));
     const epiText content = tempo.joined();
     roll->setAttribute(epiCode("cont"), &content);
+    EXPECT_EQ(roll->text(), "60.0") << "a bound list starts on its first entry";
     roll->setValue(1800);
     EXPECT_EQ(roll->text(), "240.0");
     roll->setValue(0);
