@@ -46,6 +46,7 @@ constexpr double kMinPitchScale = 0.25;
 constexpr double kMaxPitchScale = 4.0;
 
 constexpr uint32_t kStretchChanged = 1u;
+constexpr uint32_t kPitchChanged = 2u;
 
 // Real time, so that ratios may change while it runs; the finer engine; pitch changes that stay
 // smooth while they move; both channels analysed together, so the stereo image holds.
@@ -109,23 +110,11 @@ void AudioFxHQStretch::setPitch(float factor)
         return;
     }
     const float v = std::clamp(factor, kMinValue, kMaxValue);
-    if (pitch_.load(std::memory_order_relaxed) == v)
+    if (pitch_.load(std::memory_order_relaxed) != v)
     {
-        return;
+        pitch_.store(v, std::memory_order_relaxed);
+        pending_.fetch_or(kPitchChanged, std::memory_order_release);
     }
-    pitch_.store(v, std::memory_order_relaxed);
-    if (!prepared_)
-    {
-        return;
-    }
-    // The stretcher's resampler allocates whenever it meets a pitch scale it hasn't prepared for, and
-    // its delay then depends on the scales it met before: each pitch gets a stretcher of its own, made
-    // here and handed over whole.
-    delete retired_.exchange(nullptr, std::memory_order_acquire);
-    int64_t correction = 0;
-    RubberBandStretcher* made = make(sampleRate_, pitchScale(v), correction);
-    incomingCorrection_.store(correction, std::memory_order_relaxed);
-    delete incoming_.exchange(made, std::memory_order_acq_rel);
 }
 
 RubberBandStretcher* AudioFxHQStretch::make(uint32_t sampleRate, double pitchScale, int64_t& correction)
@@ -222,8 +211,6 @@ void AudioFxHQStretch::release()
 {
     prepared_ = false;
     stretcher_.reset();
-    delete incoming_.exchange(nullptr, std::memory_order_acquire);
-    delete retired_.exchange(nullptr, std::memory_order_acquire);
     output_.release();
     input_.release();
     discard_.release();
@@ -243,16 +230,11 @@ void AudioFxHQStretch::applyChanges()
         // The next block restarts, so that source and output positions agree under the new stretch.
         expected_ = -1;
     }
-    // A stretcher for a new pitch is taken once the one it replaces has been collected.
-    if (retired_.load(std::memory_order_relaxed) == nullptr)
+    if ((changes & kPitchChanged) != 0)
     {
-        if (RubberBandStretcher* next = incoming_.exchange(nullptr, std::memory_order_acquire))
-        {
-            retired_.store(stretcher_.release(), std::memory_order_release);
-            stretcher_.reset(next);
-            correction_ = incomingCorrection_.load(std::memory_order_relaxed);
-            expected_ = -1;
-        }
+        // The running stream glides to the new pitch: the stretcher has met every scale of the range
+        // when it was made, so the change neither allocates nor moves its delay.
+        stretcher_->setPitchScale(pitchScale(pitch_.load(std::memory_order_relaxed)));
     }
 }
 
@@ -306,7 +288,11 @@ void AudioFxHQStretch::seek(int64_t position, float stretch)
     primed_ = static_cast<int64_t>(stretcher_->getPreferredStartPad());
     readPosition_ = sourcePosition(position, stretch) - primed_;
     feed(primed_);
-    auto delay = std::max<int64_t>(0, static_cast<int64_t>(stretcher_->getStartDelay()) + correction_);
+    // The resampler's delay beyond the start delay scales as the start delay does, with the inverse of
+    // the pitch scale.
+    const auto extra =
+        std::llround(static_cast<double>(correction_) / pitchScale(pitch_.load(std::memory_order_relaxed)));
+    auto delay = std::max<int64_t>(0, static_cast<int64_t>(stretcher_->getStartDelay()) + extra);
     float* planes[2] = {discard_.channel[0], discard_.channel[1]};
     while (delay > 0)
     {

@@ -24,12 +24,11 @@ class RubberBandStretcher;
  * latency. The upstream node is read forward from a little before the play position (a history reader
  * in front of a streaming file serves that).
  *
- * Stretch and pitch may be set from the interface thread. A stretch crosses in an atomic and restarts
- * the stretcher at the head of the next block. A pitch gets a stretcher of its own, made by the
- * interface thread and handed over through an atomic pointer; the audio thread takes it at the head of
- * a block, restarts there, and hands the old one back to be deleted by the next setPitch (or release).
- * Nothing allocates on the audio thread: each stretcher is told the largest feed it will get and
- * has met its extreme time ratios before it is handed over.
+ * Stretch and pitch may be set from the interface thread; each crosses in an atomic and is taken at the
+ * head of the next block. A new stretch restarts the stretcher there; a new pitch is handed to the
+ * running stretcher, which glides to it without a break. Nothing allocates on the audio thread: the
+ * stretcher is told the largest feed it will get and has met every pitch scale and the extreme time
+ * ratios when prepare makes it.
  */
 class AudioFxHQStretch final : public AudioSource
 {
@@ -47,10 +46,7 @@ public:
     /** @param stretch output time over source time, limited to 0.001 .. 10; a change restarts */
     // [ui thread]
     void setStretch(float stretch);
-    /**
-     * @param factor 2 to the power of minus the semitones over 12, limited to 0.001 .. 10; a change
-     *        makes a stretcher for it (some 50 ms) and restarts at the next block
-     */
+    /** @param factor 2 to the power of minus the semitones over 12, limited to 0.001 .. 10 */
     // [ui thread]
     void setPitch(float factor);
 
@@ -117,14 +113,8 @@ private:
     std::atomic<float> stretch_{1.0f};
     std::atomic<float> pitch_{1.0f};
     std::atomic<uint32_t> pending_{0};
-    // The handover of stretchers for a new pitch. incoming_ is stored by the interface thread with
-    // release after making one, and taken by the audio thread with acquire; retired_ is stored by the
-    // audio thread with release once it has stopped using one, and taken for deletion with acquire.
-    std::atomic<RubberBand::RubberBandStretcher*> incoming_{nullptr};
-    std::atomic<RubberBand::RubberBandStretcher*> retired_{nullptr};
-    // The incoming stretcher's correction; relaxed, published by incoming_'s release.
-    std::atomic<int64_t> incomingCorrection_{0};
-    /** Audio thread: output frames dropped after a restart beyond the stretcher's start delay. */
+    /** Output frames dropped after a restart beyond the stretcher's start delay, at pitch scale 1;
+        set by prepare. */
     int64_t correction_ = 0;
     // Audio thread only: the output position the next block continues (-1 restarts), the next source
     // frame to feed, and the frames primed at the last restart.
