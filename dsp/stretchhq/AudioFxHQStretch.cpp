@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <numbers>
 #include <vector>
 
@@ -197,6 +198,10 @@ void AudioFxHQStretch::prepare(uint32_t sampleRate, uint32_t blockSize)
     sampleRate_ = sampleRate;
     blockSize_ = blockSize;
     stretcher_.reset(make(sampleRate, 1.0, correction_));
+    int64_t same = 0;
+    spareStretcher_.reset(make(sampleRate, 1.0, same));
+    spare_ = Restart{};
+    spareReady_ = false;
     prepared_ = true;
     output_.alloc(blockSize, 2);
     input_.alloc(kFeedFrames, 2);
@@ -211,6 +216,7 @@ void AudioFxHQStretch::release()
 {
     prepared_ = false;
     stretcher_.reset();
+    spareStretcher_.reset();
     output_.release();
     input_.release();
     discard_.release();
@@ -235,6 +241,13 @@ void AudioFxHQStretch::applyChanges()
         // The running stream glides to the new pitch: the stretcher has met every scale of the range
         // when it was made, so the change neither allocates nor moves its delay.
         stretcher_->setPitchScale(pitchScale(pitch_.load(std::memory_order_relaxed)));
+        spareStretcher_->setPitchScale(pitchScale(pitch_.load(std::memory_order_relaxed)));
+        // The spare's delay follows the pitch: it is primed again.
+        if (spare_.position >= 0)
+        {
+            restart(*spareStretcher_, spare_, spare_.position, spare_.stretch);
+        }
+        spareReady_ = false;
     }
 }
 
@@ -252,17 +265,23 @@ void AudioFxHQStretch::pull(float* left, float* right, int64_t position, int64_t
     }
 }
 
-void AudioFxHQStretch::feed(int64_t frames)
+void AudioFxHQStretch::feed(RubberBandStretcher& stretcher, int64_t& readPosition, int64_t frames)
 {
     while (frames > 0)
     {
         const int64_t n = std::min(frames, kFeedFrames);
-        pull(input_.channel[0], input_.channel[1], readPosition_, n);
+        pull(input_.channel[0], input_.channel[1], readPosition, n);
         const float* planes[2] = {input_.channel[0], input_.channel[1]};
-        stretcher_->process(planes, static_cast<size_t>(n), false);
-        readPosition_ += n;
+        stretcher.process(planes, static_cast<size_t>(n), false);
+        readPosition += n;
         frames -= n;
     }
+}
+
+int64_t AudioFxHQStretch::nextFeed(RubberBandStretcher& stretcher)
+{
+    return std::clamp<int64_t>(static_cast<int64_t>(stretcher.getSamplesRequired()), kMinFeedFrames,
+                               kFeedFrames);
 }
 
 bool AudioFxHQStretch::fill(int64_t count)
@@ -273,37 +292,72 @@ bool AudioFxHQStretch::fill(int64_t count)
         {
             return true;
         }
-        feed(std::clamp<int64_t>(static_cast<int64_t>(stretcher_->getSamplesRequired()), kMinFeedFrames,
-                                 kFeedFrames));
+        feed(*stretcher_, readPosition_, nextFeed(*stretcher_));
     }
     return stretcher_->available() >= count;
 }
 
-void AudioFxHQStretch::seek(int64_t position, float stretch)
+void AudioFxHQStretch::restart(RubberBandStretcher& stretcher, Restart& r, int64_t position, float stretch)
 {
-    stretcher_->reset();
-    stretcher_->setTimeRatio(std::clamp(static_cast<double>(stretch), kMinTimeRatio, kMaxTimeRatio));
+    stretcher.reset();
+    stretcher.setTimeRatio(std::clamp(static_cast<double>(stretch), kMinTimeRatio, kMaxTimeRatio));
     // Primed with the source just before the position rather than silence, so the first frames heard
-    // are the music's, not a fade-in; the stretcher's delay is then dropped from its output.
-    primed_ = static_cast<int64_t>(stretcher_->getPreferredStartPad());
-    readPosition_ = sourcePosition(position, stretch) - primed_;
-    feed(primed_);
-    // The resampler's delay beyond the start delay scales as the start delay does, with the inverse of
-    // the pitch scale.
+    // are the music's, not a fade-in; the stretcher's delay is then dropped from its output. The
+    // resampler's delay beyond the start delay scales as the start delay does, with the inverse of the
+    // pitch scale.
+    r.position = position;
+    r.stretch = stretch;
+    r.pad = static_cast<int64_t>(stretcher.getPreferredStartPad());
+    r.read = sourcePosition(position, stretch) - r.pad;
     const auto extra =
         std::llround(static_cast<double>(correction_) / pitchScale(pitch_.load(std::memory_order_relaxed)));
-    auto delay = std::max<int64_t>(0, static_cast<int64_t>(stretcher_->getStartDelay()) + extra);
+    r.discard = std::max<int64_t>(0, static_cast<int64_t>(stretcher.getStartDelay()) + extra);
+}
+
+bool AudioFxHQStretch::advance(RubberBandStretcher& stretcher, Restart& r, int64_t budget)
+{
     float* planes[2] = {discard_.channel[0], discard_.channel[1]};
-    while (delay > 0)
+    // Each round feeds or drops; a restart at the fastest speed takes some sixty of each.
+    for (int32_t i = 0; i < 4 * kMaxFeeds && (r.pad > 0 || r.discard > 0); ++i)
     {
-        const int64_t n = std::min(delay, kFeedFrames);
-        if (!fill(n))
+        const auto available = static_cast<int64_t>(stretcher.available());
+        if (r.pad == 0 && available > 0)
+        {
+            const int64_t n = std::min({available, r.discard, kFeedFrames});
+            stretcher.retrieve(planes, static_cast<size_t>(n));
+            r.discard -= n;
+            continue;
+        }
+        if (budget <= 0)
         {
             break;
         }
-        stretcher_->retrieve(planes, static_cast<size_t>(n));
-        delay -= n;
+        const int64_t n = std::min(budget, r.pad > 0 ? r.pad : nextFeed(stretcher));
+        feed(stretcher, r.read, n);
+        r.pad -= std::min(r.pad, n);
+        budget -= n;
     }
+    return r.pad == 0 && r.discard == 0;
+}
+
+void AudioFxHQStretch::seek(int64_t position, float stretch)
+{
+    if (spareReady_ && spare_.position == position && spare_.stretch == stretch)
+    {
+        // Back to where the last restart went (a loop): the spare has been primed there meanwhile.
+        std::swap(stretcher_, spareStretcher_);
+        readPosition_ = spare_.read;
+    }
+    else
+    {
+        Restart now;
+        restart(*stretcher_, now, position, stretch);
+        advance(*stretcher_, now, std::numeric_limits<int64_t>::max());
+        readPosition_ = now.read;
+    }
+    // The spare is primed for the next jump here a little at each block.
+    restart(*spareStretcher_, spare_, position, stretch);
+    spareReady_ = false;
     expected_ = position;
 }
 
@@ -332,6 +386,11 @@ void AudioFxHQStretch::process(float* left, float* right, int64_t position, int6
     float* planes[2] = {left, right};
     stretcher_->retrieve(planes, static_cast<size_t>(count));
     expected_ = position + count;
+    if (!spareReady_ && spare_.position >= 0)
+    {
+        // Twice the block's frames at most: some 4,000 frames of priming spread over the next blocks.
+        spareReady_ = advance(*spareStretcher_, spare_, std::clamp<int64_t>(2 * count, 128, kFeedFrames));
+    }
 }
 
 bool AudioFxHQStretch::read(AudioData& into)
