@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <numbers>
 #include <vector>
 
@@ -46,6 +47,7 @@ constexpr double kMinPitchScale = 0.25;
 constexpr double kMaxPitchScale = 4.0;
 
 constexpr uint32_t kStretchChanged = 1u;
+constexpr uint32_t kPitchChanged = 2u;
 
 // Real time, so that ratios may change while it runs; the finer engine; pitch changes that stay
 // smooth while they move; both channels analysed together, so the stereo image holds.
@@ -109,23 +111,11 @@ void AudioFxHQStretch::setPitch(float factor)
         return;
     }
     const float v = std::clamp(factor, kMinValue, kMaxValue);
-    if (pitch_.load(std::memory_order_relaxed) == v)
+    if (pitch_.load(std::memory_order_relaxed) != v)
     {
-        return;
+        pitch_.store(v, std::memory_order_relaxed);
+        pending_.fetch_or(kPitchChanged, std::memory_order_release);
     }
-    pitch_.store(v, std::memory_order_relaxed);
-    if (!prepared_)
-    {
-        return;
-    }
-    // The stretcher's resampler allocates whenever it meets a pitch scale it hasn't prepared for, and
-    // its delay then depends on the scales it met before: each pitch gets a stretcher of its own, made
-    // here and handed over whole.
-    delete retired_.exchange(nullptr, std::memory_order_acquire);
-    int64_t correction = 0;
-    RubberBandStretcher* made = make(sampleRate_, pitchScale(v), correction);
-    incomingCorrection_.store(correction, std::memory_order_relaxed);
-    delete incoming_.exchange(made, std::memory_order_acq_rel);
 }
 
 RubberBandStretcher* AudioFxHQStretch::make(uint32_t sampleRate, double pitchScale, int64_t& correction)
@@ -208,6 +198,10 @@ void AudioFxHQStretch::prepare(uint32_t sampleRate, uint32_t blockSize)
     sampleRate_ = sampleRate;
     blockSize_ = blockSize;
     stretcher_.reset(make(sampleRate, 1.0, correction_));
+    int64_t same = 0;
+    spareStretcher_.reset(make(sampleRate, 1.0, same));
+    spare_ = Restart{};
+    spareReady_ = false;
     prepared_ = true;
     output_.alloc(blockSize, 2);
     input_.alloc(kFeedFrames, 2);
@@ -222,8 +216,7 @@ void AudioFxHQStretch::release()
 {
     prepared_ = false;
     stretcher_.reset();
-    delete incoming_.exchange(nullptr, std::memory_order_acquire);
-    delete retired_.exchange(nullptr, std::memory_order_acquire);
+    spareStretcher_.reset();
     output_.release();
     input_.release();
     discard_.release();
@@ -243,16 +236,18 @@ void AudioFxHQStretch::applyChanges()
         // The next block restarts, so that source and output positions agree under the new stretch.
         expected_ = -1;
     }
-    // A stretcher for a new pitch is taken once the one it replaces has been collected.
-    if (retired_.load(std::memory_order_relaxed) == nullptr)
+    if ((changes & kPitchChanged) != 0)
     {
-        if (RubberBandStretcher* next = incoming_.exchange(nullptr, std::memory_order_acquire))
+        // The running stream glides to the new pitch: the stretcher has met every scale of the range
+        // when it was made, so the change neither allocates nor moves its delay.
+        stretcher_->setPitchScale(pitchScale(pitch_.load(std::memory_order_relaxed)));
+        spareStretcher_->setPitchScale(pitchScale(pitch_.load(std::memory_order_relaxed)));
+        // The spare's delay follows the pitch: it is primed again.
+        if (spare_.position >= 0)
         {
-            retired_.store(stretcher_.release(), std::memory_order_release);
-            stretcher_.reset(next);
-            correction_ = incomingCorrection_.load(std::memory_order_relaxed);
-            expected_ = -1;
+            restart(*spareStretcher_, spare_, spare_.position, spare_.stretch);
         }
+        spareReady_ = false;
     }
 }
 
@@ -270,17 +265,23 @@ void AudioFxHQStretch::pull(float* left, float* right, int64_t position, int64_t
     }
 }
 
-void AudioFxHQStretch::feed(int64_t frames)
+void AudioFxHQStretch::feed(RubberBandStretcher& stretcher, int64_t& readPosition, int64_t frames)
 {
     while (frames > 0)
     {
         const int64_t n = std::min(frames, kFeedFrames);
-        pull(input_.channel[0], input_.channel[1], readPosition_, n);
+        pull(input_.channel[0], input_.channel[1], readPosition, n);
         const float* planes[2] = {input_.channel[0], input_.channel[1]};
-        stretcher_->process(planes, static_cast<size_t>(n), false);
-        readPosition_ += n;
+        stretcher.process(planes, static_cast<size_t>(n), false);
+        readPosition += n;
         frames -= n;
     }
+}
+
+int64_t AudioFxHQStretch::nextFeed(RubberBandStretcher& stretcher)
+{
+    return std::clamp<int64_t>(static_cast<int64_t>(stretcher.getSamplesRequired()), kMinFeedFrames,
+                               kFeedFrames);
 }
 
 bool AudioFxHQStretch::fill(int64_t count)
@@ -291,33 +292,72 @@ bool AudioFxHQStretch::fill(int64_t count)
         {
             return true;
         }
-        feed(std::clamp<int64_t>(static_cast<int64_t>(stretcher_->getSamplesRequired()), kMinFeedFrames,
-                                 kFeedFrames));
+        feed(*stretcher_, readPosition_, nextFeed(*stretcher_));
     }
     return stretcher_->available() >= count;
 }
 
-void AudioFxHQStretch::seek(int64_t position, float stretch)
+void AudioFxHQStretch::restart(RubberBandStretcher& stretcher, Restart& r, int64_t position, float stretch)
 {
-    stretcher_->reset();
-    stretcher_->setTimeRatio(std::clamp(static_cast<double>(stretch), kMinTimeRatio, kMaxTimeRatio));
+    stretcher.reset();
+    stretcher.setTimeRatio(std::clamp(static_cast<double>(stretch), kMinTimeRatio, kMaxTimeRatio));
     // Primed with the source just before the position rather than silence, so the first frames heard
-    // are the music's, not a fade-in; the stretcher's delay is then dropped from its output.
-    primed_ = static_cast<int64_t>(stretcher_->getPreferredStartPad());
-    readPosition_ = sourcePosition(position, stretch) - primed_;
-    feed(primed_);
-    auto delay = std::max<int64_t>(0, static_cast<int64_t>(stretcher_->getStartDelay()) + correction_);
+    // are the music's, not a fade-in; the stretcher's delay is then dropped from its output. The
+    // resampler's delay beyond the start delay scales as the start delay does, with the inverse of the
+    // pitch scale.
+    r.position = position;
+    r.stretch = stretch;
+    r.pad = static_cast<int64_t>(stretcher.getPreferredStartPad());
+    r.read = sourcePosition(position, stretch) - r.pad;
+    const auto extra =
+        std::llround(static_cast<double>(correction_) / pitchScale(pitch_.load(std::memory_order_relaxed)));
+    r.discard = std::max<int64_t>(0, static_cast<int64_t>(stretcher.getStartDelay()) + extra);
+}
+
+bool AudioFxHQStretch::advance(RubberBandStretcher& stretcher, Restart& r, int64_t budget)
+{
     float* planes[2] = {discard_.channel[0], discard_.channel[1]};
-    while (delay > 0)
+    // Each round feeds or drops; a restart at the fastest speed takes some sixty of each.
+    for (int32_t i = 0; i < 4 * kMaxFeeds && (r.pad > 0 || r.discard > 0); ++i)
     {
-        const int64_t n = std::min(delay, kFeedFrames);
-        if (!fill(n))
+        const auto available = static_cast<int64_t>(stretcher.available());
+        if (r.pad == 0 && available > 0)
+        {
+            const int64_t n = std::min({available, r.discard, kFeedFrames});
+            stretcher.retrieve(planes, static_cast<size_t>(n));
+            r.discard -= n;
+            continue;
+        }
+        if (budget <= 0)
         {
             break;
         }
-        stretcher_->retrieve(planes, static_cast<size_t>(n));
-        delay -= n;
+        const int64_t n = std::min(budget, r.pad > 0 ? r.pad : nextFeed(stretcher));
+        feed(stretcher, r.read, n);
+        r.pad -= std::min(r.pad, n);
+        budget -= n;
     }
+    return r.pad == 0 && r.discard == 0;
+}
+
+void AudioFxHQStretch::seek(int64_t position, float stretch)
+{
+    if (spareReady_ && spare_.position == position && spare_.stretch == stretch)
+    {
+        // Back to where the last restart went (a loop): the spare has been primed there meanwhile.
+        std::swap(stretcher_, spareStretcher_);
+        readPosition_ = spare_.read;
+    }
+    else
+    {
+        Restart now;
+        restart(*stretcher_, now, position, stretch);
+        advance(*stretcher_, now, std::numeric_limits<int64_t>::max());
+        readPosition_ = now.read;
+    }
+    // The spare is primed for the next jump here a little at each block.
+    restart(*spareStretcher_, spare_, position, stretch);
+    spareReady_ = false;
     expected_ = position;
 }
 
@@ -346,6 +386,11 @@ void AudioFxHQStretch::process(float* left, float* right, int64_t position, int6
     float* planes[2] = {left, right};
     stretcher_->retrieve(planes, static_cast<size_t>(count));
     expected_ = position + count;
+    if (!spareReady_ && spare_.position >= 0)
+    {
+        // Twice the block's frames at most: some 4,000 frames of priming spread over the next blocks.
+        spareReady_ = advance(*spareStretcher_, spare_, std::clamp<int64_t>(2 * count, 128, kFeedFrames));
+    }
 }
 
 bool AudioFxHQStretch::read(AudioData& into)

@@ -1,5 +1,6 @@
 #include "tests/devices/JackPeer.h"
 #include "tests/devices/JackTestServer.h"
+#include "tests/support/SoundFile.h"
 
 #include "devices/AudioHardware.h"
 #include "devices/alsa/MPAudioAlsa.h"
@@ -7,6 +8,7 @@
 #include "host/settings/HostSettings.h"
 
 #include <gtest/gtest.h>
+#include <sndfile.h>
 
 #include <algorithm>
 
@@ -52,6 +54,19 @@ public:
     double now = 1000.0;
     std::string traces;
     std::vector<std::string> startsWithDevice;
+    /** The loudest output sample since the test last cleared it; relaxed, it is a meter. */
+    std::atomic<float> peak{0.0f};
+
+    void process(const float* const* inputs, std::uint32_t inputCount, float* const* outputs,
+                 std::uint32_t outputCount, std::uint32_t frames) override
+    {
+        AudioHardware::process(inputs, inputCount, outputs, outputCount, frames);
+        for (std::uint32_t i = 0; outputCount > 0 && i < frames; ++i)
+        {
+            peak.store(std::max(peak.load(std::memory_order_relaxed), std::abs(outputs[0][i])),
+                       std::memory_order_relaxed);
+        }
+    }
 
     bool startHardware() override
     {
@@ -684,6 +699,24 @@ TEST(AudioHardwareAlsa, AnUnpluggedCardIsRetriedAndLostOnceAndAGrantedPeriodRuns
     const std::uint32_t before = manager.blockCount();
     std::this_thread::sleep_for(200ms);
     EXPECT_GT(manager.blockCount(), before + 5);
+    const std::string tone = (folder.dir() / "tone.wav").string();
+    ASSERT_TRUE(
+        testsound::write(tone, SF_FORMAT_WAV | SF_FORMAT_FLOAT, 48000, 2, std::vector<float>(96000, 0.5f)));
+    for (int32_t t = 0; t < Manager::kTracks; ++t)
+    {
+        ASSERT_TRUE(manager.loadTrack(t, epiPath(tone.c_str())));
+    }
+    manager.start();
+    for (int32_t t = 0; t < Manager::kTracks; ++t)
+    {
+        manager.setSolo(t, true);
+        std::this_thread::sleep_for(100ms);
+        hardware.peak = 0.0f;
+        std::this_thread::sleep_for(50ms);
+        EXPECT_GT(hardware.peak.load(), 0.1f) << "track " << t + 1 << " is heard at the period granted";
+        manager.setSolo(t, false);
+    }
+    manager.stop();
 
     gUnplugged = true;
     ASSERT_TRUE(pollUntil(

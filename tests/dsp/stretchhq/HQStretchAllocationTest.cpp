@@ -143,7 +143,7 @@ TEST(StretchHQAllocation, NothingAllocatesWhileBlocksRun)
         const float pitches[] = {1.0f, 0.5f, 2.0f, 4.0f, 0.25f, 1.0f, 0.75f};
         for (int round = 0; round < 14; ++round)
         {
-            // The interface thread's part: a new pitch makes a stretcher there, and is not counted.
+            // The interface thread's part, not counted; the stretcher takes the new pitch in the blocks.
             counting = false;
             node.setStretch(stretches[round % 7]);
             node.setPitch(pitches[(round + 3) % 7]);

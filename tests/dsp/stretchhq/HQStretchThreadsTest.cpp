@@ -27,7 +27,7 @@ TEST(StretchChoiceThreads, TheEngineChangesAtTheNextJumpOnly)
             for (int i = 0; !done.load(std::memory_order_acquire); ++i)
             {
                 node.setQuality(i % 2 == 0 ? StretchQuality::high : StretchQuality::standard);
-                node.setPitch(i % 40 < 20 ? 0.9f : 1.0f); // a new pitch makes a new stretcher
+                node.setPitch(i % 40 < 20 ? 0.9f : 1.0f); // reaches the running stretcher
                 std::this_thread::sleep_for(std::chrono::microseconds(300));
             }
         });
