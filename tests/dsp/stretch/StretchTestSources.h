@@ -14,22 +14,15 @@ namespace stretchtest
 {
 
 /**
- * A random-access source computed from a function of the frame index, with every fetch recorded.
+ * A random-access source computed from a function of the frame index.
  * Frames before 0 and past the length come out as silence, as a file's would.
  */
 class FunctionSource : public dsp::Stretch::IRAPCMSource
 {
 public:
-    struct Fetch
-    {
-        int64_t first;
-        int64_t last;
-    };
-
     FunctionSource(int32_t rate, int32_t channels, int64_t length, std::function<float(int64_t, int32_t)> f)
         : rate_(rate), channels_(channels), length_(length), f_(std::move(f))
     {
-        fetches.reserve(1 << 16);
     }
 
     int64_t length() override { return length_; }
@@ -37,10 +30,6 @@ public:
     int32_t channels() override { return channels_; }
     int32_t fetch(float* destination, int64_t first, int64_t last) override
     {
-        if (fetches.size() < fetches.capacity())
-        {
-            fetches.push_back({first, last});
-        }
         for (int64_t i = first; i <= last; ++i)
         {
             for (int32_t c = 0; c < channels_; ++c)
@@ -51,8 +40,6 @@ public:
         }
         return 7;
     }
-
-    std::vector<Fetch> fetches;
 
 private:
     int32_t rate_;
