@@ -49,23 +49,6 @@ void staircaseBlock(AudioBuffer& block, int64_t position, int64_t frames, int32_
 
 } // namespace
 
-TEST(AudioFileFormatsTest, ExtensionReplacesWhatThePathHad)
-{
-    epiPath path("/tmp/take/Audio_T1_1.wav");
-    AudioFileFormats::extension(1, path);
-    EXPECT_EQ(static_cast<const std::string&>(path), "/tmp/take/Audio_T1_1.aiff");
-    AudioFileFormats::extension(2, path);
-    EXPECT_EQ(static_cast<const std::string&>(path), "/tmp/take/Audio_T1_1.caf");
-    AudioFileFormats::extension(3, path);
-    EXPECT_EQ(static_cast<const std::string&>(path), "/tmp/take/Audio_T1_1.sd2");
-    AudioFileFormats::extension(9, path);
-    EXPECT_EQ(static_cast<const std::string&>(path), "/tmp/take/Audio_T1_1.raw");
-    AudioFileFormats::extension(0, path);
-    EXPECT_EQ(static_cast<const std::string&>(path), "/tmp/take/Audio_T1_1.wav");
-    EXPECT_EQ(AudioFileFormats::containerOfExtension("AIF"), 1);
-    EXPECT_EQ(AudioFileFormats::containerOfExtension("mp3"), -1);
-}
-
 TEST_F(WriterTest, EveryContainerDepthAndRateOfTheTablesWritesAFileThatReadsBack)
 {
     int files = 0;
@@ -117,25 +100,6 @@ TEST_F(WriterTest, EveryContainerDepthAndRateOfTheTablesWritesAFileThatReadsBack
                     ++files;
                 }
     EXPECT_EQ(files, 3 * 5 * 6 * 2);
-}
-
-TEST_F(WriterTest, UnknownDepthAndSd2GiveTheFilesTheirCodesSay)
-{
-    const std::string wav = dir_.file("unknown.wav");
-    AudioFileWriter writer;
-    ASSERT_TRUE(writer.open(wav, AudioFileFormat{2, 48000, 1, 17}));
-    writer.close();
-    EXPECT_EQ(infoOf(wav).format, SF_FORMAT_WAV | SF_FORMAT_PCM_16);
-    // libsndfile writes SD2 only where the system has resource forks; either way the writer says
-    // what happened and leaves no open handle behind.
-    const std::string sd2 = dir_.file("x.sd2");
-    const bool opened = writer.open(sd2, AudioFileFormat{2, 44100, 3, 2});
-    EXPECT_EQ(writer.isOpen(), opened);
-    if (!opened)
-    {
-        EXPECT_FALSE(writer.error().empty());
-    }
-    writer.close();
 }
 
 TEST_F(WriterTest, AFailedOpenLeavesTheWriterClosed)

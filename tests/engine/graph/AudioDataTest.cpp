@@ -180,40 +180,6 @@ TEST(AudioData, MixFromAddsToWhatIsThere)
     EXPECT_EQ(dst.left, (std::vector<float>{1.5f, 3.0f, 5.0f}));
 }
 
-TEST(AudioBuffer, AllocKeepsCapacityOfLastRequestNotLargest)
-{
-    AudioBuffer b;
-    b.alloc(100, 2);
-    b.frames = 100;
-    fillStaircase(b);
-    b.spare = true;
-    float* const left = b.channel[0];
-
-    // Fewer frames, same channels: samples neither cleared nor moved, capacity lowered.
-    b.alloc(40, 2);
-    EXPECT_EQ(b.capacity(), 40);
-    EXPECT_EQ(b.channel[0], left);
-    EXPECT_EQ(b.channel[0][99], 99.0f);
-    EXPECT_EQ(b.channel[1][10], -10.0f);
-    EXPECT_FALSE(b.spare);
-
-    // Larger than the lowered capacity, though the arrays would hold it: reallocated and zeroed.
-    b.alloc(60, 2);
-    EXPECT_EQ(b.capacity(), 60);
-    b.frames = 60;
-    EXPECT_EQ(b.peak(), 0.0f);
-
-    // Another channel count reallocates even when smaller.
-    b.frames = 60;
-    fillStaircase(b);
-    b.alloc(10, 1);
-    EXPECT_EQ(b.channels, 1);
-    EXPECT_EQ(b.capacity(), 10);
-    EXPECT_EQ(b.channel[1], nullptr);
-    b.frames = 10;
-    EXPECT_EQ(b.peak(), 0.0f);
-}
-
 TEST(AudioBuffer, FillFromInt16ConvertsInterleavedStereo)
 {
     const int16_t samples[] = {32767, -32768, 0, 16384, -1, 1};

@@ -355,6 +355,15 @@ TEST(AudioCache, AnswersRepeatsFromItsBuffers)
     Target back(64, 128, 0.0f);
     ASSERT_TRUE(cache.read(back.data));
     EXPECT_EQ(source.requests.size(), 5u);
+
+    // A failed read once answered true and left the caller's old audio in place of silence.
+    source.failing = true;
+    Target failed(64, 4000, 0.0f);
+    EXPECT_FALSE(cache.read(failed.data));
+    source.failing = false;
+    Target retried(64, 4000, 0.0f);
+    ASSERT_TRUE(cache.read(retried.data));
+    EXPECT_EQ(retried.left[0], 4000.0f) << "the failed read is not remembered";
 }
 
 TEST(NodeChain, MonoFileWayThroughStereoAndSelectorKeepsTheTimelineAtAnyBlocks)
