@@ -1,6 +1,7 @@
 #include "dsp/SincInterpolator.h"
 
 #include "TestSources.h"
+#include "tests/support/Signal.h"
 
 #include <gtest/gtest.h>
 
@@ -24,21 +25,6 @@ std::vector<float> readAll(dsp::RandomAccessPCM& r, int frames)
     std::vector<float> out(static_cast<std::size_t>(frames));
     r.read(out.data(), frames);
     return out;
-}
-
-// Amplitude of the component at hz in y[from, to) (y sampled at rate), by projection under a Hann
-// window, so that a strong tone a few hundred hertz away doesn't leak into a weak one.
-double amplitudeAt(const std::vector<float>& y, double hz, double rate, int from, int to)
-{
-    double s = 0.0, c = 0.0, weight = 0.0;
-    for (int i = from; i < to; ++i)
-    {
-        const double w = 0.5 - 0.5 * std::cos(2.0 * M_PI * (i - from) / (to - from));
-        s += w * y[static_cast<std::size_t>(i)] * std::sin(2.0 * M_PI * hz * i / rate);
-        c += w * y[static_cast<std::size_t>(i)] * std::cos(2.0 * M_PI * hz * i / rate);
-        weight += w;
-    }
-    return 2.0 * std::hypot(s, c) / weight;
 }
 
 // Where y first falls through `level` after `from`, interpolated between frames.
@@ -302,7 +288,7 @@ TEST(HiQualityResampler, MeasuredResponseMatchesTheDesign)
         }
         const std::vector<float> y = readAll(r, r.length());
         const int n = static_cast<int>(y.size());
-        const double measured = amplitudeAt(y, c.heardAt, c.out, 2000, n - 2000);
+        const double measured = testsignal::amplitudeAt(y.data() + 2000, n - 4000, c.heardAt, c.out, 2000);
         EXPECT_NEAR(dB(measured), dB(expected), 1.0)
             << c.in << " -> " << c.out << " tone " << c.tone << " heard at " << c.heardAt << " expected "
             << dB(expected / 0.5) << " dB";

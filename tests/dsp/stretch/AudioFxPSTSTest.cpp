@@ -1,5 +1,6 @@
 #include "StretchTestNodes.h"
 #include "StretchTestSources.h"
+#include "tests/support/Signal.h"
 
 #include "dsp/stretch/AudioFxPSTS.h"
 #include "dsp/stretch/nvEfx.h"
@@ -207,11 +208,11 @@ TEST(AudioFxPSTS, PitchChangesTheFrequencyAndKeepsTheTime)
         Player play(p.node);
         const std::vector<float> out = play.left(static_cast<int64_t>(2 * rate), c.block);
         const float* settled = out.data() + c.rate / 10;
-        const double f = stretchtest::medianPeriodFrequency(settled, 80000, rate);
+        const double f = testsignal::medianPeriodFrequency(settled, 80000, rate);
         EXPECT_NEAR(f, c.expect, c.expect * 0.005) << c.semitones << " " << c.stretch;
         // Over the whole run the phase steps between grains pull the mean towards the 25 Hz grain
         // grid by up to about one percent; more would be a fault.
-        const double mean = stretchtest::meanFrequency(settled, 80000, rate);
+        const double mean = testsignal::meanFrequency(settled, 80000, rate);
         EXPECT_NEAR(mean, c.expect, c.expect * 0.02) << c.semitones << " " << c.stretch;
     }
 }

@@ -1,6 +1,7 @@
 // kv3 stretch run as a user runs it, on files written and read back with libsndfile.
 #include "StretchTestNodes.h"
 #include "StretchTestSources.h"
+#include "tests/support/Signal.h"
 
 #include "tests/support/Program.h"
 #include "tests/support/SoundFile.h"
@@ -106,8 +107,8 @@ protected:
     static double pitchOf(const std::vector<float>& x, int32_t rate)
     {
         const auto skip = static_cast<int64_t>(x.size() / 5);
-        return stretchtest::medianPeriodFrequency(x.data() + skip, static_cast<int64_t>(x.size()) - 2 * skip,
-                                                  rate);
+        return testsignal::medianPeriodFrequency(x.data() + skip, static_cast<int64_t>(x.size()) - 2 * skip,
+                                                 rate);
     }
 
     testsupport::TempFolder dir_;

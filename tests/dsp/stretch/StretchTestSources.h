@@ -69,49 +69,4 @@ inline std::vector<float> hannGrain(int32_t m, float level = 1.0f)
     return g;
 }
 
-/** Upward zero crossings, linearly interpolated, in fractional frames. */
-inline std::vector<double> upwardCrossings(const float* x, int64_t n)
-{
-    std::vector<double> c;
-    for (int64_t i = 1; i < n; ++i)
-    {
-        if (x[i - 1] < 0.0f && x[i] >= 0.0f)
-        {
-            c.push_back(static_cast<double>(i - 1) + x[i - 1] / (x[i - 1] - x[i]));
-        }
-    }
-    return c;
-}
-
-/**
- * The pitch of a tone as heard: the median over its periods of rate / period length. Grains that are
- * not phase-aligned put a phase step at each crossfade; the median looks past those few periods.
- */
-inline double medianPeriodFrequency(const float* x, int64_t n, double rate)
-{
-    const std::vector<double> c = upwardCrossings(x, n);
-    std::vector<double> f;
-    for (size_t i = 1; i < c.size(); ++i)
-    {
-        f.push_back(rate / (c[i] - c[i - 1]));
-    }
-    if (f.empty())
-    {
-        return 0.0;
-    }
-    std::nth_element(f.begin(), f.begin() + static_cast<std::ptrdiff_t>(f.size() / 2), f.end());
-    return f[f.size() / 2];
-}
-
-/** The mean frequency: crossings counted over the whole stretch, phase steps included. */
-inline double meanFrequency(const float* x, int64_t n, double rate)
-{
-    const std::vector<double> c = upwardCrossings(x, n);
-    if (c.size() < 2)
-    {
-        return 0.0;
-    }
-    return static_cast<double>(c.size() - 1) * rate / (c.back() - c.front());
-}
-
 } // namespace stretchtest
