@@ -12,22 +12,13 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/Program.h"
 #include "tools/artkit/ArtKit.h"
 
 namespace fs = std::filesystem;
 
 namespace
 {
-
-std::string run(const std::string& command)
-{
-    std::string out;
-    std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command.c_str(), "r"), pclose);
-    char buffer[4096];
-    while (pipe && std::fgets(buffer, sizeof buffer, pipe.get()))
-        out += buffer;
-    return out;
-}
 
 std::string slurp(const fs::path& p)
 {
@@ -66,7 +57,7 @@ protected:
             ASSERT_EQ(fonts, 0);
             ASSERT_EQ(images, 0);
         }
-        std::istringstream list(run(std::string(FONTGEN) + " --list"));
+        std::istringstream list(testsupport::runProgram(FONTGEN, "--list").out);
         FontEntry e;
         while (list >> e.kind >> e.code >> e.face >> e.pixels)
             fonts_.push_back(e);
@@ -281,7 +272,7 @@ struct Placed
 
 TEST_F(Art, EveryControlHasItsImagesAtItsSizeAndTheFilmLightsOnlyTheTrackRow)
 {
-    std::istringstream geometry(run(std::string(ARTGEN) + " --geometry"));
+    std::istringstream geometry(testsupport::runProgram(ARTGEN, "--geometry").out);
     std::map<std::string, Placed> controls;
     Placed p;
     while (geometry >> p.name >> p.x >> p.y >> p.w >> p.h >> p.images)
