@@ -209,13 +209,6 @@ TEST(AudioSwitch, SelectsAndForwards)
     EXPECT_EQ(t.left[31], -0.5f);
     EXPECT_EQ(a.reads, 0) << "the input not selected is not pulled";
 
-    sw.selectFirst(false);
-    EXPECT_FALSE(sw.isFirstSelected());
-    sw.selectSecond(false);
-    EXPECT_TRUE(sw.isFirstSelected());
-    sw.selectFirst(true);
-    EXPECT_TRUE(sw.isFirstSelected());
-
     sw.setSecond(&mono);
     sw.selectSecond(true);
     EXPECT_EQ(sw.channels(), 1) << "channels of the selected input";
