@@ -4,6 +4,7 @@
 #include "audiofiles/AudioFileLoaded.h"
 #include "audiofiles/AudioFile_sf.h"
 #include "tests/support/SoundFile.h"
+#include "tests/support/StereoBlock.h"
 
 #include <gtest/gtest.h>
 #include <sndfile.h>
@@ -49,19 +50,7 @@ std::vector<float> sineAt(double hz, double rate, int64_t from, int64_t frames, 
     return v;
 }
 
-struct Block
-{
-    std::vector<float> left, right;
-    AudioData data;
-    explicit Block(int64_t frames)
-        : left(static_cast<std::size_t>(frames)), right(static_cast<std::size_t>(frames))
-    {
-        data.channel[0] = left.data();
-        data.channel[1] = right.data();
-        data.channels = 2;
-        data.frames = frames;
-    }
-};
+using Block = testsupport::StereoBlock;
 
 } // namespace
 

@@ -1,5 +1,6 @@
 #include "engine/graph/AudioMixer.h"
 #include "tests/engine/harness/TestTrack.h"
+#include "tests/support/StereoBlock.h"
 
 #include <gtest/gtest.h>
 
@@ -11,20 +12,7 @@ using enginetest::TestTrack;
 namespace
 {
 
-struct Output
-{
-    explicit Output(int64_t n, int64_t position = 0)
-        : left(static_cast<size_t>(n)), right(static_cast<size_t>(n))
-    {
-        data.channel[0] = left.data();
-        data.channel[1] = right.data();
-        data.channels = 2;
-        data.frames = n;
-        data.position = position;
-    }
-    std::vector<float> left, right;
-    AudioData data;
-};
+using Output = testsupport::StereoBlock;
 
 // Five playing tracks, each with its own level, so that every strip's share of the sum is known.
 struct MixerRig
