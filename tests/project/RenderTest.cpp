@@ -6,6 +6,7 @@
 #include "engine/ManagerDelegate.h"
 #include "project/Document.h"
 #include "project/DocumentSession.h"
+#include "tests/support/PluginEnv.h"
 #include "tests/support/Program.h"
 #include "tests/support/RecordingDelegate.h"
 #include "tests/support/Signal.h"
@@ -54,15 +55,6 @@ using QuietDelegate = testsupport::RecordingDelegate;
 class RenderRig : public ::testing::Test
 {
 protected:
-    void SetUp() override
-    {
-        fs::create_directories(folder_ / "settings");
-        // Both this process and the program load the test library that halves its input, and no stored
-        // setting may point elsewhere.
-        ::setenv("KV3_CONFIG_DIR", (folder_ / "settings").c_str(), 1);
-        ::setenv("KV3_VPA2_PATH", KV3_TEST_GAIN, 1);
-    }
-    void TearDown() override { ::unsetenv("KV3_VPA2_PATH"); }
     std::string file(const std::string& name) const { return (folder_ / name).string(); }
 
     int kv3(const std::string& arguments)
@@ -73,6 +65,9 @@ protected:
 
     void renderBothWays(int32_t keysRate, double& worst);
 
+    // Both this process and the program load the test library that halves its input, and no stored
+    // setting may point elsewhere.
+    testsupport::PluginEnv plugin_{KV3_TEST_GAIN};
     testsupport::TempFolder temp_;
     fs::path folder_{temp_.path()};
     testsupport::ProgramResult last_;

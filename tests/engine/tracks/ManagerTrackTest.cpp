@@ -1,5 +1,5 @@
-#include "tests/engine/tracks/PluginEnv.h"
 #include "tests/engine/tracks/TrackRig.h"
+#include "tests/support/PluginEnv.h"
 
 #include <gtest/gtest.h>
 #include <sndfile.h>
@@ -33,7 +33,7 @@ class ManagerTrackTest : public ::testing::Test
 protected:
     ManagerTrackTest() : env_(KV3_TEST_GAIN), rig_(kRate, kBlock) {}
 
-    PluginEnv env_;
+    testsupport::PluginEnv env_;
     TempFolder folder_;
     TrackRig rig_;
 };

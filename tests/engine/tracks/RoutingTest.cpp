@@ -1,5 +1,5 @@
-#include "tests/engine/tracks/PluginEnv.h"
 #include "tests/engine/tracks/TrackRig.h"
+#include "tests/support/PluginEnv.h"
 
 #include <gtest/gtest.h>
 #include <sndfile.h>
@@ -69,7 +69,7 @@ protected:
         return level;
     }
 
-    PluginEnv env_;
+    testsupport::PluginEnv env_;
     TempFolder folder_;
     std::unique_ptr<TrackRig> rig_;
 };
