@@ -1,5 +1,6 @@
 // The writer's format codes and tables, and what it writes, read back with libsndfile.
 #include "TestFiles.h"
+#include "tests/support/SoundFile.h"
 
 #include "audiofiles/AudioFileGuess.h"
 #include "audiofiles/AudioFileWriter.h"
@@ -134,10 +135,9 @@ TEST_F(WriterTest, AppendAndWriteSilenceWriteExactlyTheFramesAskedFor)
     EXPECT_FALSE(writer.append(file, length - 10, length + 10)); // runs past the end: fails
     writer.close();
 
-    int32_t channels = 0;
-    int32_t rate = 0;
-    const auto samples = testfiles::readAll(out, channels, rate);
-    ASSERT_EQ(channels, 2);
+    const testsound::Sound sound = testsound::read(out);
+    const std::vector<float>& samples = sound.samples;
+    ASSERT_EQ(sound.channels, 2);
     const int64_t frames = static_cast<int64_t>(samples.size()) / 2;
     EXPECT_EQ(frames, length + 123457 + 500);
     int64_t wrong = 0;
