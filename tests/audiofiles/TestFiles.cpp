@@ -1,4 +1,5 @@
 #include "TestFiles.h"
+#include "tests/support/Program.h"
 
 #include <cmath>
 #include <cstdlib>
@@ -6,7 +7,6 @@
 #include <fstream>
 #include <sndfile.h>
 #include <sstream>
-#include <sys/wait.h>
 
 namespace testfiles
 {
@@ -87,35 +87,12 @@ float music(int64_t frame, int32_t channel, int32_t rate)
                               (0.5 * std::sin(2.0 * M_PI * f1 * t) + 0.25 * std::sin(2.0 * M_PI * f2 * t)));
 }
 
-int run(const std::string& command)
-{
-    const int status = std::system(command.c_str());
-    if (status == -1)
-        return -1;
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
 bool encode(const std::string& wav, const std::string& out, const std::string& codec,
             const std::string& extra)
 {
-    std::ostringstream command;
-    command << "ffmpeg -nostdin -hide_banner -loglevel error -y -i '" << wav << "' -c:a " << codec
-            << " -b:a 192k " << extra << " '" << out << "'";
-    return run(command.str()) == 0;
-}
-
-std::vector<float> readAll(const std::string& path, int32_t& channels, int32_t& rate)
-{
-    SF_INFO info{};
-    SNDFILE* file = sf_open(path.c_str(), SFM_READ, &info);
-    if (!file)
-        return {};
-    channels = info.channels;
-    rate = info.samplerate;
-    std::vector<float> samples(static_cast<size_t>(info.frames * info.channels));
-    sf_readf_float(file, samples.data(), info.frames);
-    sf_close(file);
-    return samples;
+    return testsupport::runProgram("ffmpeg", "-nostdin -hide_banner -loglevel error -y -i '" + wav +
+                                                 "' -c:a " + codec + " -b:a 192k " + extra + " '" + out + "'")
+               .exit == 0;
 }
 
 bool writeBytes(const std::string& path, const std::string& bytes)

@@ -34,15 +34,9 @@ bool writeSignal(const std::string& path, int format, int32_t channels, int32_t 
 /** A signal with structure at every scale: two sines per channel, below full scale. */
 float music(int64_t frame, int32_t channel, int32_t rate);
 
-/** Runs a command line; returns its exit status (-1 when it could not run). */
-int run(const std::string& command);
-
 /** Encodes a WAV file with the ffmpeg command line; codec "libmp3lame" or "aac". */
 bool encode(const std::string& wav, const std::string& out, const std::string& codec,
             const std::string& extra = "");
-
-/** Reads a whole file with libsndfile as floats, interleaved. */
-std::vector<float> readAll(const std::string& path, int32_t& channels, int32_t& rate);
 
 /** Joins the printed form of its arguments: a file name or a trace line. */
 template <typename... Parts> std::string join(const Parts&... parts)

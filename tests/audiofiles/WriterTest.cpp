@@ -1,5 +1,6 @@
 // The writer's format codes and tables, and what it writes, read back with libsndfile.
 #include "TestFiles.h"
+#include "tests/support/SoundFile.h"
 
 #include "audiofiles/AudioFileGuess.h"
 #include "audiofiles/AudioFileWriter.h"
@@ -48,23 +49,6 @@ void staircaseBlock(AudioBuffer& block, int64_t position, int64_t frames, int32_
 }
 
 } // namespace
-
-TEST(AudioFileFormatsTest, ExtensionReplacesWhatThePathHad)
-{
-    epiPath path("/tmp/take/Audio_T1_1.wav");
-    AudioFileFormats::extension(1, path);
-    EXPECT_EQ(static_cast<const std::string&>(path), "/tmp/take/Audio_T1_1.aiff");
-    AudioFileFormats::extension(2, path);
-    EXPECT_EQ(static_cast<const std::string&>(path), "/tmp/take/Audio_T1_1.caf");
-    AudioFileFormats::extension(3, path);
-    EXPECT_EQ(static_cast<const std::string&>(path), "/tmp/take/Audio_T1_1.sd2");
-    AudioFileFormats::extension(9, path);
-    EXPECT_EQ(static_cast<const std::string&>(path), "/tmp/take/Audio_T1_1.raw");
-    AudioFileFormats::extension(0, path);
-    EXPECT_EQ(static_cast<const std::string&>(path), "/tmp/take/Audio_T1_1.wav");
-    EXPECT_EQ(AudioFileFormats::containerOfExtension("AIF"), 1);
-    EXPECT_EQ(AudioFileFormats::containerOfExtension("mp3"), -1);
-}
 
 TEST_F(WriterTest, EveryContainerDepthAndRateOfTheTablesWritesAFileThatReadsBack)
 {
@@ -119,25 +103,6 @@ TEST_F(WriterTest, EveryContainerDepthAndRateOfTheTablesWritesAFileThatReadsBack
     EXPECT_EQ(files, 3 * 5 * 6 * 2);
 }
 
-TEST_F(WriterTest, UnknownDepthAndSd2GiveTheFilesTheirCodesSay)
-{
-    const std::string wav = dir_.file("unknown.wav");
-    AudioFileWriter writer;
-    ASSERT_TRUE(writer.open(wav, AudioFileFormat{2, 48000, 1, 17}));
-    writer.close();
-    EXPECT_EQ(infoOf(wav).format, SF_FORMAT_WAV | SF_FORMAT_PCM_16);
-    // libsndfile writes SD2 only where the system has resource forks; either way the writer says
-    // what happened and leaves no open handle behind.
-    const std::string sd2 = dir_.file("x.sd2");
-    const bool opened = writer.open(sd2, AudioFileFormat{2, 44100, 3, 2});
-    EXPECT_EQ(writer.isOpen(), opened);
-    if (!opened)
-    {
-        EXPECT_FALSE(writer.error().empty());
-    }
-    writer.close();
-}
-
 TEST_F(WriterTest, AFailedOpenLeavesTheWriterClosed)
 {
     AudioFileWriter writer;
@@ -170,10 +135,9 @@ TEST_F(WriterTest, AppendAndWriteSilenceWriteExactlyTheFramesAskedFor)
     EXPECT_FALSE(writer.append(file, length - 10, length + 10)); // runs past the end: fails
     writer.close();
 
-    int32_t channels = 0;
-    int32_t rate = 0;
-    const auto samples = testfiles::readAll(out, channels, rate);
-    ASSERT_EQ(channels, 2);
+    const testsound::Sound sound = testsound::read(out);
+    const std::vector<float>& samples = sound.samples;
+    ASSERT_EQ(sound.channels, 2);
     const int64_t frames = static_cast<int64_t>(samples.size()) / 2;
     EXPECT_EQ(frames, length + 123457 + 500);
     int64_t wrong = 0;

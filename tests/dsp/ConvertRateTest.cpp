@@ -9,26 +9,20 @@
 
 #include <cmath>
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
 namespace
 {
 
-namespace fs = std::filesystem;
-
 class ConvertRateTest : public ::testing::Test
 {
 protected:
-    // A stereo float WAV: 1 kHz at 0.5 on the left, 3 kHz at 0.25 on the right, up to the last
-    // frame, then `silence` frames of zeros.
-    std::string writeInput(int rate, int frames, int silence = 0, const std::string& name = "in.wav")
+    // A stereo float WAV: 1 kHz at 0.5 on the left, 3 kHz at 0.25 on the right.
+    std::string writeInput(int rate, int frames)
     {
-        const std::string path = dir_.file(name);
-        std::vector<float> x(static_cast<std::size_t>(frames + silence) * 2, 0.0f);
+        const std::string path = dir_.file("in.wav");
+        std::vector<float> x(static_cast<std::size_t>(frames) * 2, 0.0f);
         for (int i = 0; i < frames; ++i)
         {
             x[2 * static_cast<std::size_t>(i)] =
@@ -52,56 +46,33 @@ protected:
     std::string err_;
 };
 
-// The output has the rate and the scaled length, and the tones of the input at the new rate, up
-// to its last frames. The tones run to the input's last frame; the two filters spread their
-// abrupt start and stop over a few dozen frames, which are all the comparison with the direct
-// tone leaves out. The file followed by silence gives the reference for those: the same output up
-// to the interpolator's reach (128 output frames and a group of four) from the end, and within
-// it no more apart than the low-pass stage's ring-out past the end, which only the padded file
-// passes on.
+// The output has the rate and the scaled length, and the tones of the input at the new rate. How the
+// last frames end is the resampler node's test; the filters' start and stop are left out here.
 TEST_F(ConvertRateTest, OtherRateGoesThroughTheQualityResampler)
 {
     for (auto [in, out] : {std::pair{44100, 48000}, std::pair{48000, 44100}, std::pair{96000, 44100}})
     {
         const int frames = in; // one second
         const std::string input = writeInput(in, frames);
-        const std::string padded = writeInput(in, frames, in, "padded.wav");
         const std::string output = dir_.file("out.wav");
-        const std::string reference = dir_.file("reference.wav");
         ASSERT_EQ(run("convert '" + input + "' '" + output + "' --depth float --rate " + std::to_string(out)),
                   0);
-        ASSERT_EQ(
-            run("convert '" + padded + "' '" + reference + "' --depth float --rate " + std::to_string(out)),
-            0);
         const testsound::Sound converted = testsound::read(output);
-        const testsound::Sound padding = testsound::read(reference);
         const std::vector<float>& y = converted.samples;
-        const std::vector<float>& z = padding.samples;
         EXPECT_EQ(converted.rate, out);
         EXPECT_EQ(converted.channels, 2);
         const int64_t frameCount = converted.frames();
         ASSERT_EQ(frameCount, static_cast<int64_t>(static_cast<double>(frames) * out / in));
-        ASSERT_GT(padding.frames(), frameCount);
-
         constexpr int64_t kEdge = 64;
-        constexpr int64_t kReach = 132;
         double worst = 0.0;
-        for (int64_t i = 0; i < frameCount; ++i)
+        for (int64_t i = kEdge; i < frameCount - kEdge; ++i)
         {
             const auto l = 2 * static_cast<std::size_t>(i);
-            const float tolerance = i + kReach < frameCount ? 1e-6f : 0.015f;
-            ASSERT_NEAR(y[l], z[l], tolerance)
-                << in << " -> " << out << " frame " << i << " of " << frameCount;
-            ASSERT_NEAR(y[l + 1], z[l + 1], tolerance) << in << " -> " << out << " frame " << i;
-            if (i < kEdge || i >= frameCount - kEdge)
-                continue;
             const double left = 0.5 * std::sin(2 * M_PI * 1000.0 * static_cast<double>(i) / out);
             const double right = 0.25 * std::sin(2 * M_PI * 3000.0 * static_cast<double>(i) / out);
             worst = std::max({worst, std::abs(y[l] - left), std::abs(y[l + 1] - right)});
         }
         EXPECT_LT(worst, 2e-4) << in << " -> " << out;
-        fs::remove(output);
-        fs::remove(reference);
     }
 }
 

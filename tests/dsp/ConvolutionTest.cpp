@@ -84,39 +84,6 @@ TEST(RealTransform, ForwardThenBackwardRestoresAndPacksTheHalfSpectrum)
     EXPECT_FALSE(dsp::makeRealTransform(0));
 }
 
-TEST(SegmentedConv, LayoutFollowsTheLengthTable)
-{
-    std::vector<float> h(256, 0.01f);
-    FilterSpectrum spectrum(64, h.data(), 256);
-    ASSERT_TRUE(spectrum.valid());
-    dsp::SegmentedConv conv;
-    ASSERT_TRUE(conv.attach(spectrum));
-    EXPECT_EQ(conv.fftSize(), 128);
-    EXPECT_EQ(conv.partitions(), 4);
-    EXPECT_EQ(conv.step(), 1);
-    EXPECT_EQ(conv.accumulators(), 4);
-
-    EXPECT_EQ(FilterSpectrum::chooseFftSize(16, 1024), 64);
-    EXPECT_EQ(FilterSpectrum::chooseFftSize(16, 1025), 128);
-    EXPECT_EQ(FilterSpectrum::chooseFftSize(32, 2048), 128);
-    EXPECT_EQ(FilterSpectrum::chooseFftSize(32, 2049), 256);
-    EXPECT_EQ(FilterSpectrum::chooseFftSize(64, 513), 256);
-    EXPECT_EQ(FilterSpectrum::chooseFftSize(128, 10), 256);
-    EXPECT_EQ(FilterSpectrum::chooseFftSize(256, 10), 512);
-    EXPECT_EQ(FilterSpectrum::chooseFftSize(100, 1000), 1000);
-    // F = N shorter than two blocks grows to whole blocks: the filter plus one block.
-    EXPECT_EQ(FilterSpectrum::chooseFftSize(512, 300), 1024);
-
-    // More partitions than accumulator steps: S 16 with F 64 has step 3.
-    std::vector<float> g(1000, 0.001f);
-    FilterSpectrum s16(16, g.data(), 1000);
-    dsp::SegmentedConv c16;
-    ASSERT_TRUE(c16.attach(s16));
-    EXPECT_EQ(c16.step(), 3);
-    EXPECT_EQ(c16.partitions(), (1000 - 1) / 48 + 1);
-    EXPECT_EQ(c16.accumulators(), 3 * (c16.partitions() - 1) + 1);
-}
-
 TEST(SegmentedConv, UnitTapDelaysBySegmentLessOneExactly)
 {
     const std::vector<float> x = randomSignal(3000, 1, 1.0f);

@@ -4,6 +4,7 @@
 #include "audiofiles/AudioFileLoaded.h"
 #include "audiofiles/AudioFile_sf.h"
 #include "tests/support/SoundFile.h"
+#include "tests/support/StereoBlock.h"
 
 #include <gtest/gtest.h>
 #include <sndfile.h>
@@ -49,19 +50,7 @@ std::vector<float> sineAt(double hz, double rate, int64_t from, int64_t frames, 
     return v;
 }
 
-struct Block
-{
-    std::vector<float> left, right;
-    AudioData data;
-    explicit Block(int64_t frames)
-        : left(static_cast<std::size_t>(frames)), right(static_cast<std::size_t>(frames))
-    {
-        data.channel[0] = left.data();
-        data.channel[1] = right.data();
-        data.channels = 2;
-        data.frames = frames;
-    }
-};
+using Block = testsupport::StereoBlock;
 
 } // namespace
 
@@ -163,42 +152,6 @@ TEST(AudioResampler_DSP, RatioTheInterpolatorRefusesIsNotReady)
     EXPECT_NE(std::string(r.refusal()).find("input stage"), std::string::npos) << r.refusal();
     Block block(64);
     EXPECT_FALSE(r.read(block.data));
-}
-
-// A real file on disk through libsndfile's reader: 44,100 frames at 44,100 Hz become 48,000.
-TEST(AudioResampler_DSP, RealFileAtAnotherRate)
-{
-    const char* dir = std::getenv("KV3_BINARY_DIR");
-    const std::string path = std::string(dir != nullptr ? dir : ".") + "/dsp_resampler_node_test.wav";
-    {
-        std::vector<float> frames(44100 * 2);
-        for (int i = 0; i < 44100; ++i)
-        {
-            frames[static_cast<std::size_t>(2 * i)] =
-                static_cast<float>(0.5 * std::sin(2.0 * M_PI * 1000.0 * i / 44100));
-            frames[static_cast<std::size_t>(2 * i + 1)] = -frames[static_cast<std::size_t>(2 * i)];
-        }
-        ASSERT_TRUE(testsound::write(path, SF_FORMAT_WAV | SF_FORMAT_FLOAT, 44100, 2, frames));
-    }
-    AudioFile_sf file;
-    ASSERT_TRUE(file.open(epiPath(path.c_str())));
-    AudioResampler_DSP r;
-    r.setProvider(&file);
-    r.prepare(48000, 512);
-    r.sourceChanged();
-    ASSERT_TRUE(r.ready());
-    EXPECT_EQ(r.frames(), 48000);
-    Block block(512);
-    block.data.position = 4096;
-    ASSERT_TRUE(r.read(block.data));
-    const std::vector<float> expected = sineAt(1000.0, 48000.0, 4096, 512, 0.5);
-    for (std::size_t i = 0; i < 512; ++i)
-    {
-        ASSERT_NEAR(block.left[i], expected[i], 2e-4f) << i;
-        ASSERT_NEAR(block.right[i], -expected[i], 2e-4f) << i;
-    }
-    file.close();
-    std::remove(path.c_str());
 }
 
 // Over the matrix of rates and block sizes, and a random sequence of block sizes, reading block by

@@ -27,11 +27,6 @@ void expectRow0(const HostSettings& s)
 {
     EXPECT_EQ(s.technology_, "Asio");
     EXPECT_EQ(s.inputDevice_, "NV TreadBox-1 ASIO Driver");
-    EXPECT_EQ(s.outputDevice_, "NV TreadBox-1 ASIO Driver");
-    EXPECT_EQ(s.inputLeftChannel_, "NV TreadBox-1 Input 1");
-    EXPECT_EQ(s.inputRightChannel_, "NV TreadBox-1 Input 2");
-    EXPECT_EQ(s.outputLeftChannel_, "NV TreadBox-1 Output 1");
-    EXPECT_EQ(s.outputRightChannel_, "NV TreadBox-1 Output 2");
     EXPECT_EQ(s.sampleRate_, 44100u);
     EXPECT_FLOAT_EQ(s.masterInputGain_, 6.0f);
     EXPECT_EQ(s.bufferSize_, 128u);
@@ -140,31 +135,6 @@ TEST(HostSettings, Version2OrAValueOfTheWrongTypeOrAMissingValueFailsTheWholeLoa
     unusual().save();
     store.writeNumber("Host.SettingsVersion", 0);
     EXPECT_TRUE(HostSettings().load());
-}
-
-TEST(HostSettings, HardwareRows)
-{
-    HostSettings s;
-    s.applyHardwareRow(1);
-    EXPECT_EQ(s.inputDevice_, "NV HushPedal ASIO Driver");
-    EXPECT_EQ(s.outputDevice_, "NV HushPedal ASIO Driver");
-    // The swapped names of rows 1 and 2 are kept as they are.
-    EXPECT_EQ(s.inputLeftChannel_, "NV HushPedal Output 1");
-    EXPECT_EQ(s.outputRightChannel_, "NV HushPedal Input 2");
-    s.applyHardwareRow(2);
-    EXPECT_EQ(s.inputDevice_, "NV HushCable ASIO Driver");
-    EXPECT_EQ(s.inputRightChannel_, "NV HushCable Output 2");
-    EXPECT_EQ(s.outputLeftChannel_, "NV HushCable Input 1");
-    s.sampleRate_ = 48000;
-    s.masterInputGain_ = 0.0f;
-    s.bufferSize_ = 512;
-    s.applyHardwareRow(3);
-    EXPECT_EQ(s.inputDevice_, "NV HushCable ASIO Driver"); // other rows change only three values
-    EXPECT_EQ(s.sampleRate_, 44100u);
-    EXPECT_FLOAT_EQ(s.masterInputGain_, 6.0f);
-    EXPECT_EQ(s.bufferSize_, 128u);
-    s.applyHardwareRow(-1);
-    EXPECT_EQ(s.inputDevice_, "NV HushCable ASIO Driver");
 }
 
 TEST(HostSettings, SaveIfDirtyWritesOnlyWhenDirty)

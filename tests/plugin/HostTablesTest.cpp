@@ -14,37 +14,6 @@ using namespace NV::VPA2;
 namespace
 {
 
-/** A host with nothing loaded, to call the tables without a library. */
-AudioFxKV3Plugin& unloadedHost()
-{
-    static kv3test::RecordingSink sink;
-    static AudioFxKV3Plugin host(&sink, "/nonexistent/library.so");
-    return host;
-}
-
-/** A host whose audio side is missing. */
-class HostWithoutAudio : public Host
-{
-public:
-    bool getTimeInfo(float*, double*, double*) override { return false; }
-    std::int32_t spare4(std::uint32_t) override { return 4; }
-    std::int32_t spare5(std::uint32_t) override { return 5; }
-    std::int32_t spare6(std::uint32_t a, float x, float y) override
-    {
-        lastA = a;
-        lastX = x;
-        lastY = y;
-        return 6;
-    }
-    std::int32_t spare8(std::uint32_t, std::uint32_t, std::uint32_t) override { return 8; }
-    std::int32_t spare9() override { return 9; }
-    HostAudio* getHostAudio() override { return nullptr; }
-
-    std::uint32_t lastA = 0;
-    float lastX = 0.0f;
-    float lastY = 0.0f;
-};
-
 /** The dummy, recording what its string entries were given. */
 class RecordingAudio : public AudioFxKV3HostAudioDummy
 {
@@ -76,23 +45,6 @@ public:
 };
 
 } // namespace
-
-TEST(HostTable, TimeInfoGivesTheStoredTransport)
-{
-    AudioFxKV3Plugin& host = unloadedHost();
-    HostTable* table = host.table();
-    float tempo = 0.0f;
-    double a = -1.0;
-    double b = -1.0;
-    host.setTransport(120.0f, 0.0, 0.0);
-    EXPECT_TRUE(table->getTimeInfo(table, &tempo, &a, &b));
-    EXPECT_FLOAT_EQ(tempo, 120.0f);
-    host.setTransport(97.5f, 12345.0, 0.25);
-    EXPECT_TRUE(table->getTimeInfo(table, &tempo, &a, &b));
-    EXPECT_FLOAT_EQ(tempo, 97.5f);
-    EXPECT_DOUBLE_EQ(a, 12345.0);
-    EXPECT_DOUBLE_EQ(b, 0.25);
-}
 
 TEST(HostAudioTable, NullPointersAreAcceptedAndStringsConverted)
 {

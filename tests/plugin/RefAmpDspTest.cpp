@@ -12,6 +12,7 @@
 #include "tests/plugin/Spectrum.h"
 
 #include "tests/support/CountedAllocations.h"
+#include "tests/support/Signal.h"
 
 #include <gtest/gtest.h>
 
@@ -38,16 +39,6 @@ std::vector<float> sine(std::size_t frames, double hz, double rate = kRate, floa
         out[i] = level * static_cast<float>(std::sin(2.0 * kPi * hz * static_cast<double>(i) / rate));
     }
     return out;
-}
-
-double peakFrom(const std::vector<float>& v, std::size_t start)
-{
-    double peak = 0.0;
-    for (std::size_t i = start; i < v.size(); ++i)
-    {
-        peak = std::max(peak, double(std::fabs(v[i])));
-    }
-    return peak;
 }
 
 /** Runs a sine through the preamp at full drive and returns the output's spectrum figures. */
@@ -334,11 +325,11 @@ TEST(RefAmpGate, ClosesOnNoiseAndOpensForPlaying)
     }
     float* io[2] = {l.data(), r.data()};
     amp.process(io, io, 24000);
-    EXPECT_LT(peakFrom(l, 12000), 1e-6);
+    EXPECT_LT(testsignal::peak(l.data() + 12000, static_cast<int64_t>(l.size()) - 12000), 1e-6);
     l = r = sine(l.size(), 220.0, 48000.0, 0.2f);
     float* playing[2] = {l.data(), r.data()};
     amp.process(playing, playing, 24000);
-    EXPECT_GT(peakFrom(l, 12000), 0.05);
+    EXPECT_GT(testsignal::peak(l.data() + 12000, static_cast<int64_t>(l.size()) - 12000), 0.05);
 }
 
 TEST(RefAmp, ProcessingNeitherAllocatesNorDependsOnTheBlockSize)

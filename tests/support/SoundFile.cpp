@@ -58,4 +58,30 @@ bool write(const std::string& path, int32_t format, int32_t rate, int32_t channe
     return ok;
 }
 
+Stereo readStereo(const std::string& path)
+{
+    const Sound sound = read(path);
+    Stereo stereo;
+    stereo.ok = sound.ok;
+    stereo.rate = sound.rate;
+    stereo.channels = sound.channels;
+    stereo.format = sound.format;
+    stereo.left = sound.channel(0);
+    stereo.right = sound.channel(sound.channels > 1 ? 1 : 0);
+    return stereo;
+}
+
+bool writeStereo(const std::string& path, int32_t format, int32_t rate, const std::vector<float>& left,
+                 const std::vector<float>& right)
+{
+    std::vector<float> interleaved;
+    interleaved.reserve(2 * left.size());
+    for (size_t i = 0; i < left.size(); ++i)
+    {
+        interleaved.push_back(left[i]);
+        interleaved.push_back(right[i]);
+    }
+    return write(path, format, rate, 2, interleaved);
+}
+
 } // namespace testsound

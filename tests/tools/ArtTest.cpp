@@ -12,22 +12,13 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/Program.h"
 #include "tools/artkit/ArtKit.h"
 
 namespace fs = std::filesystem;
 
 namespace
 {
-
-std::string run(const std::string& command)
-{
-    std::string out;
-    std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command.c_str(), "r"), pclose);
-    char buffer[4096];
-    while (pipe && std::fgets(buffer, sizeof buffer, pipe.get()))
-        out += buffer;
-    return out;
-}
 
 std::string slurp(const fs::path& p)
 {
@@ -66,7 +57,7 @@ protected:
             ASSERT_EQ(fonts, 0);
             ASSERT_EQ(images, 0);
         }
-        std::istringstream list(run(std::string(FONTGEN) + " --list"));
+        std::istringstream list(testsupport::runProgram(FONTGEN, "--list").out);
         FontEntry e;
         while (list >> e.kind >> e.code >> e.face >> e.pixels)
             fonts_.push_back(e);
@@ -143,19 +134,12 @@ bool inkIn(const artkit::Rgba& image, int l, int t, int r, int b)
 
 TEST_F(Art, StripsHave257MarksAndTheWidthsOfFreeTypeAdvances)
 {
-    int strips = 0;
     for (const FontEntry& e : fonts_)
     {
         if (e.kind != "strip")
             continue;
-        ++strips;
         SCOPED_TRACE(e.code);
         const artkit::Rgba strip = load(out() / "fonts" / ("fontstrip_" + e.code + ".png"));
-        if (e.code == "aa10")
-        {
-            EXPECT_EQ(strip.width, 1707);
-            EXPECT_EQ(strip.height, 17);
-        }
         const std::vector<int> bounds = scanMarks(strip);
         ASSERT_EQ(bounds.size(), 257u);
         FT_Face f = face(e);
@@ -174,7 +158,6 @@ TEST_F(Art, StripsHave257MarksAndTheWidthsOfFreeTypeAdvances)
             }
         }
     }
-    EXPECT_EQ(strips, 7);
 }
 
 /** One glyph of a matrix font's table. */
@@ -220,12 +203,10 @@ std::vector<MatrixGlyph> readMatrix(const fs::path& xml)
 
 TEST_F(Art, MatrixGlyphsCopyNothingOfTheirNeighboursAndKeepFreeTypeAdvances)
 {
-    int matrices = 0;
     for (const FontEntry& e : fonts_)
     {
         if (e.kind != "matrix")
             continue;
-        ++matrices;
         SCOPED_TRACE(e.code);
         const artkit::Rgba image = load(out() / "fonts" / ("fontmatrix_" + e.code + ".png"));
         const std::vector<MatrixGlyph> glyphs =
@@ -281,48 +262,6 @@ TEST_F(Art, MatrixGlyphsCopyNothingOfTheirNeighboursAndKeepFreeTypeAdvances)
             }
         }
     }
-    EXPECT_EQ(matrices, 5);
-}
-
-struct Size
-{
-    const char* file;
-    int width, height;
-};
-
-TEST_F(Art, NamedImagesHaveTheirSizes)
-{
-    const Size sizes[] = {
-        {"tkbk.png", 850, 660},
-        {"b/backs/fxdisabled.png", 850, 582},
-        {"b/backs/fxfreezed.png", 850, 582},
-        {"markercursor.png", 9, 47},
-        {"markerleft.png", 9, 47},
-        {"markerright.png", 9, 47},
-        {"kv3appicon.png", 48, 48},
-        {"kv3appicon128.png", 128, 128},
-        {"kv3appicon256.png", 256, 256},
-    };
-    for (const Size& s : sizes)
-    {
-        const artkit::Rgba image = load(out() / "images" / s.file);
-        EXPECT_EQ(image.width, s.width) << s.file;
-        EXPECT_EQ(image.height, s.height) << s.file;
-    }
-    // The ruler's highlight is a tile as tall as the ruler; the list's selection film holds two rows.
-    EXPECT_EQ(load(out() / "images" / "hiliteruler.png").height, 13);
-    const artkit::Rgba row = load(out() / "images" / "docsel2.png");
-    const artkit::Rgba docsel = load(out() / "images" / "docsel.png");
-    EXPECT_EQ(docsel.height, 2 * row.height);
-    EXPECT_FALSE(inkIn(docsel, 0, 0, docsel.width, row.height)) << "an unselected row is marked";
-    EXPECT_TRUE(inkIn(docsel, 0, row.height, docsel.width, docsel.height)) << "a selected row isn't marked";
-    for (const char* pair : {"levelknob", "footmeter"})
-    {
-        const std::string a = std::string(pair) + (pair[0] == 'l' ? ".png" : "bar.png");
-        const std::string b = std::string(pair) + (pair[0] == 'l' ? "off.png" : "back.png");
-        EXPECT_EQ(load(out() / "images" / a).width, load(out() / "images" / b).width) << pair;
-        EXPECT_EQ(load(out() / "images" / a).height, load(out() / "images" / b).height) << pair;
-    }
 }
 
 struct Placed
@@ -333,7 +272,7 @@ struct Placed
 
 TEST_F(Art, EveryControlHasItsImagesAtItsSizeAndTheFilmLightsOnlyTheTrackRow)
 {
-    std::istringstream geometry(run(std::string(ARTGEN) + " --geometry"));
+    std::istringstream geometry(testsupport::runProgram(ARTGEN, "--geometry").out);
     std::map<std::string, Placed> controls;
     Placed p;
     while (geometry >> p.name >> p.x >> p.y >> p.w >> p.h >> p.images)

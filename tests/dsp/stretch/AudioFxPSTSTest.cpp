@@ -1,5 +1,6 @@
 #include "StretchTestNodes.h"
 #include "StretchTestSources.h"
+#include "tests/support/Signal.h"
 
 #include "dsp/stretch/AudioFxPSTS.h"
 #include "dsp/stretch/nvEfx.h"
@@ -66,29 +67,6 @@ struct Prepared
 };
 
 } // namespace
-
-TEST(nvEfxTable, BypassPullsItsSourceUntouched)
-{
-    SignalNode node(kLong, staircase);
-    AudioFxPSTSSource feed;
-    feed.setSource(&node);
-    nvEfx fx;
-    ASSERT_TRUE(fx.create(kEfxBypass, &feed));
-    EXPECT_EQ(fx.initialise(), 1);
-    std::vector<float> l(100);
-    std::vector<float> r(100);
-    float* planes[2] = {l.data(), r.data()};
-    EXPECT_EQ(fx.process(0, planes, 5000, 100), 1);
-    for (int i = 0; i < 100; ++i)
-    {
-        ASSERT_EQ(l[static_cast<size_t>(i)], 5000.0f + static_cast<float>(i));
-        ASSERT_EQ(r[static_cast<size_t>(i)], -5000.0f - static_cast<float>(i));
-    }
-    // An unknown id leaves the wrapper without an effect; every call answers 0.
-    EXPECT_FALSE(fx.create(7, &feed));
-    EXPECT_EQ(fx.effectId(), -1);
-    EXPECT_EQ(fx.process(0, planes, 0, 100), 0);
-}
 
 TEST(AudioFxPSTS, UnityIsTheInputSampleForSample)
 {
@@ -230,92 +208,11 @@ TEST(AudioFxPSTS, PitchChangesTheFrequencyAndKeepsTheTime)
         Player play(p.node);
         const std::vector<float> out = play.left(static_cast<int64_t>(2 * rate), c.block);
         const float* settled = out.data() + c.rate / 10;
-        const double f = stretchtest::medianPeriodFrequency(settled, 80000, rate);
+        const double f = testsignal::medianPeriodFrequency(settled, 80000, rate);
         EXPECT_NEAR(f, c.expect, c.expect * 0.005) << c.semitones << " " << c.stretch;
         // Over the whole run the phase steps between grains pull the mean towards the 25 Hz grain
         // grid by up to about one percent; more would be a fault.
-        const double mean = stretchtest::meanFrequency(settled, 80000, rate);
+        const double mean = testsignal::meanFrequency(settled, 80000, rate);
         EXPECT_NEAR(mean, c.expect, c.expect * 0.02) << c.semitones << " " << c.stretch;
     }
-}
-
-namespace
-{
-
-struct PullLog
-{
-    int64_t position = -1;
-    int32_t count = -1;
-    bool secondPlane = false;
-};
-
-int32_t loggingPull(void* user, float** channels, int64_t position, int32_t count)
-{
-    auto* log = static_cast<PullLog*>(user);
-    log->position = position;
-    log->count = count;
-    log->secondPlane = channels[1] != nullptr;
-    for (int32_t i = 0; i < count; ++i)
-    {
-        channels[0][i] = static_cast<float>(position + i);
-        if (channels[1] != nullptr)
-        {
-            channels[1][i] = -static_cast<float>(position + i);
-        }
-    }
-    return count;
-}
-
-} // namespace
-
-TEST(EfxPstsRAPCMSourcePoly, FetchLeavesTheFinalFrameAsItWas)
-{
-    nvEfxImplPstsPoly effect;
-    PullLog log;
-    effect.setCallback(&log, loggingPull);
-    ASSERT_EQ(effect.setParameter(nvEfxImplPstsPoly::kInChannels, 2.0f), 1);
-    ASSERT_EQ(effect.setParameter(nvEfxImplPstsPoly::kSampleRate, 48000.0f), 1);
-    ASSERT_EQ(effect.initialise(), 1);
-    EfxPstsRAPCMSourcePoly source(effect);
-    EXPECT_EQ(source.length(), 48000LL * 3600);
-    EXPECT_EQ(source.rate(), 48000);
-    EXPECT_EQ(source.channels(), 2);
-    EXPECT_EQ(source.spare(), 0);
-
-    // Frames 100 .. 109 asked, nine pulled: the tenth keeps what the destination held.
-    std::vector<float> dest(20, 555.0f);
-    EXPECT_EQ(source.fetch(dest.data(), 100, 109), 0);
-    EXPECT_EQ(log.position, 100);
-    EXPECT_EQ(log.count, 9);
-    EXPECT_TRUE(log.secondPlane);
-    for (int i = 0; i < 9; ++i)
-    {
-        ASSERT_EQ(dest[static_cast<size_t>(2 * i)], 100.0f + static_cast<float>(i));
-        ASSERT_EQ(dest[static_cast<size_t>(2 * i + 1)], -100.0f - static_cast<float>(i));
-    }
-    EXPECT_EQ(dest[18], 555.0f);
-    EXPECT_EQ(dest[19], 555.0f);
-
-    // Through the mono adapter, which takes the one plane straight from the stage.
-    dsp::Stretch::CRAPCMMonoAdapter right;
-    right.setSource(&source, 2);
-    std::vector<float> mono(20, 555.0f);
-    right.fetch(mono.data(), 200, 204);
-    for (int i = 0; i < 4; ++i)
-    {
-        ASSERT_EQ(mono[static_cast<size_t>(i)], -200.0f - static_cast<float>(i));
-    }
-    EXPECT_EQ(mono[4], 555.0f);
-
-    // A mono input is pulled straight into the destination as the only plane.
-    nvEfxImplPstsPoly monoEffect;
-    monoEffect.setCallback(&log, loggingPull);
-    ASSERT_EQ(monoEffect.initialise(), 1);
-    EfxPstsRAPCMSourcePoly monoSource(monoEffect);
-    std::vector<float> plane(8, 555.0f);
-    monoSource.fetch(plane.data(), 7, 10);
-    EXPECT_FALSE(log.secondPlane);
-    EXPECT_EQ(plane[0], 7.0f);
-    EXPECT_EQ(plane[2], 9.0f);
-    EXPECT_EQ(plane[3], 555.0f);
 }

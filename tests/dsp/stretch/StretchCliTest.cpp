@@ -1,18 +1,14 @@
-// kv3 stretch run as a user runs it, on files written and read back with the program's own file
-// writer and reader chain.
+// kv3 stretch run as a user runs it, on files written and read back with libsndfile.
 #include "StretchTestNodes.h"
 #include "StretchTestSources.h"
-
-#include "audiofiles/AudioFileFormats.h"
-#include "audiofiles/AudioFileGuess.h"
-#include "audiofiles/AudioFileWriter.h"
-#include "engine/graph/AudioData.h"
+#include "tests/support/Signal.h"
 
 #include "tests/support/Program.h"
+#include "tests/support/SoundFile.h"
+#include "tests/support/TempFolder.h"
 
 #include <gtest/gtest.h>
-
-#include <sys/wait.h>
+#include <sndfile.h>
 
 #include <algorithm>
 #include <cmath>
@@ -38,64 +34,36 @@ struct Audio
 class StretchCli : public ::testing::Test
 {
 protected:
-    void SetUp() override
-    {
-        dir_ = fs::temp_directory_path() / ("kv3-stretch-test-" + std::to_string(::getpid()) + "-" +
-                                            ::testing::UnitTest::GetInstance()->current_test_info()->name());
-        fs::create_directories(dir_);
-        // The engine comes from the settings when --quality doesn't name it: a store of the test's own.
-        ::setenv("KV3_CONFIG_DIR", dir_.c_str(), 1);
-    }
-    void TearDown() override
-    {
-        ::unsetenv("KV3_CONFIG_DIR");
-        std::error_code ignored;
-        fs::remove_all(dir_, ignored);
-    }
+    // The engine comes from the settings when --quality doesn't name it: a store of the test's own.
+    void SetUp() override { ::setenv("KV3_CONFIG_DIR", dir_.path().c_str(), 1); }
+    void TearDown() override { ::unsetenv("KV3_CONFIG_DIR"); }
 
-    std::string path(const std::string& name) const { return (dir_ / name).string(); }
+    std::string path(const std::string& name) const { return dir_.file(name); }
 
     // Writes a float WAVE of one or two channels.
     void write(const std::string& name, const Audio& a)
     {
         const int32_t channels = a.right.empty() ? 1 : 2;
-        AudioFileWriter w;
+        std::vector<float> interleaved;
+        for (size_t i = 0; i < a.left.size(); ++i)
+        {
+            interleaved.push_back(a.left[i]);
+            if (channels == 2)
+            {
+                interleaved.push_back(a.right[i]);
+            }
+        }
         ASSERT_TRUE(
-            w.open(epiPath(path(name).c_str()),
-                   AudioFileFormat{channels, a.rate, AudioFileFormats::kWave, AudioFileFormats::k32BitFloat}))
-            << w.error();
-        AudioData d;
-        d.channel[0] = const_cast<float*>(a.left.data());
-        d.channel[1] = channels == 2 ? const_cast<float*>(a.right.data()) : nullptr;
-        d.channels = channels;
-        d.frames = static_cast<int64_t>(a.left.size());
-        ASSERT_TRUE(w.writeFloat(d));
-        w.close();
+            testsound::write(path(name), SF_FORMAT_WAV | SF_FORMAT_FLOAT, a.rate, channels, interleaved));
     }
 
-    // Reads a file the program wrote: always two channels.
+    // Reads a file the program wrote.
     Audio read(const std::string& name, int32_t channels = 2)
     {
-        Audio a;
-        AudioFileGuess f;
-        EXPECT_TRUE(f.open(epiPath(path(name).c_str()))) << name;
-        if (!f.isOpen())
-        {
-            return a;
-        }
-        a.rate = f.sampleRate();
-        const auto frames = static_cast<int64_t>(f.frames());
-        EXPECT_EQ(f.channels(), channels) << name;
-        a.left.resize(static_cast<size_t>(frames));
-        a.right.resize(static_cast<size_t>(frames));
-        AudioData d;
-        d.channel[0] = a.left.data();
-        d.channel[1] = a.right.data();
-        d.channels = 2;
-        d.frames = frames;
-        d.position = 0;
-        EXPECT_TRUE(f.read(d));
-        return a;
+        const testsound::Sound sound = testsound::read(path(name));
+        EXPECT_TRUE(sound.ok) << name;
+        EXPECT_EQ(sound.channels, channels) << name;
+        return Audio{sound.rate, sound.channel(0), sound.channel(channels - 1)};
     }
 
     // Runs kv3 with the arguments; returns its exit status.
@@ -139,11 +107,11 @@ protected:
     static double pitchOf(const std::vector<float>& x, int32_t rate)
     {
         const auto skip = static_cast<int64_t>(x.size() / 5);
-        return stretchtest::medianPeriodFrequency(x.data() + skip, static_cast<int64_t>(x.size()) - 2 * skip,
-                                                  rate);
+        return testsignal::medianPeriodFrequency(x.data() + skip, static_cast<int64_t>(x.size()) - 2 * skip,
+                                                 rate);
     }
 
-    fs::path dir_;
+    testsupport::TempFolder dir_;
     std::string stderr_;
 };
 
@@ -172,22 +140,6 @@ TEST_F(StretchCli, PitchUpAnOctaveGives880AndDownAFifthGives293Point7)
         EXPECT_NEAR(pitchOf(out.left, out.rate), c.expect, c.expect * 0.005) << c.options;
         EXPECT_NEAR(pitchOf(out.right, out.rate), c.expect, c.expect * 0.005) << c.options;
     }
-}
-
-TEST_F(StretchCli, HalfSpeedDoublesTheLengthAndKeepsThePitch)
-{
-    write("in.wav", sine(440.0, 44100, 3.0));
-    ASSERT_EQ(stretch("in.wav", "out.aif", "--speed 0.5"), 0) << stderr_;
-    const Audio out = read("out.aif");
-    EXPECT_EQ(out.left.size(), 264600u);
-    EXPECT_NEAR(pitchOf(out.left, out.rate), 440.0, 440.0 * 0.005);
-    // The tone lasts to the end: the source is played through, not cut at half way.
-    float tail = 0.0f;
-    for (size_t i = out.left.size() - 20000; i < out.left.size() - 5000; ++i)
-    {
-        tail = std::max(tail, std::fabs(out.left[i]));
-    }
-    EXPECT_GT(tail, 0.3f);
 }
 
 TEST_F(StretchCli, SpeedOnePitchZeroIsTheInputSampleForSample)
@@ -229,7 +181,7 @@ TEST_F(StretchCli, RefusedRatePairSaysWhy)
     EXPECT_NE(stderr_.find("input stage"), std::string::npos) << stderr_;
     EXPECT_EQ(stderr_.find("no audio"), std::string::npos) << stderr_;
     EXPECT_EQ(std::count(stderr_.begin(), stderr_.end(), '\n'), 1) << stderr_;
-    for (const auto& entry : fs::directory_iterator(dir_))
+    for (const auto& entry : fs::directory_iterator(dir_.path()))
     {
         const std::string name = entry.path().filename().string();
         EXPECT_TRUE(name == "in.wav" || name == "stderr.txt") << name;
@@ -273,7 +225,7 @@ TEST_F(StretchCli, BadInputIsAClearErrorAndLeavesNoFile)
     // A folder that doesn't exist can't take the output.
     EXPECT_EQ(stretch("in.wav", "no/such/dir/out.wav"), 1);
     // Nothing was left behind, and the input is intact.
-    for (const auto& entry : fs::directory_iterator(dir_))
+    for (const auto& entry : fs::directory_iterator(dir_.path()))
     {
         const std::string name = entry.path().filename().string();
         EXPECT_TRUE(name == "in.wav" || name == "junk.wav" || name == "stderr.txt") << name;
@@ -313,7 +265,7 @@ TEST_F(StretchCli, TheStoredSettingChoosesTheEngineUnlessQualitySays)
     ASSERT_NE(read("standard.wav").left, read("high.wav").left);
     ASSERT_EQ(stretch("in.wav", "default.wav", options), 0) << stderr_;
     EXPECT_EQ(read("default.wav").left, read("standard.wav").left);
-    std::ofstream(dir_ / "settings.conf") << "Host.StretchQuality = sz:High quality\n";
+    std::ofstream(dir_.file("settings.conf")) << "Host.StretchQuality = sz:High quality\n";
     ASSERT_EQ(stretch("in.wav", "stored.wav", options), 0) << stderr_;
     EXPECT_EQ(read("stored.wav").left, read("high.wav").left);
     ASSERT_EQ(stretch("in.wav", "overridden.wav", options + " --quality standard"), 0) << stderr_;

@@ -14,22 +14,15 @@ namespace stretchtest
 {
 
 /**
- * A random-access source computed from a function of the frame index, with every fetch recorded.
+ * A random-access source computed from a function of the frame index.
  * Frames before 0 and past the length come out as silence, as a file's would.
  */
 class FunctionSource : public dsp::Stretch::IRAPCMSource
 {
 public:
-    struct Fetch
-    {
-        int64_t first;
-        int64_t last;
-    };
-
     FunctionSource(int32_t rate, int32_t channels, int64_t length, std::function<float(int64_t, int32_t)> f)
         : rate_(rate), channels_(channels), length_(length), f_(std::move(f))
     {
-        fetches.reserve(1 << 16);
     }
 
     int64_t length() override { return length_; }
@@ -37,10 +30,6 @@ public:
     int32_t channels() override { return channels_; }
     int32_t fetch(float* destination, int64_t first, int64_t last) override
     {
-        if (fetches.size() < fetches.capacity())
-        {
-            fetches.push_back({first, last});
-        }
         for (int64_t i = first; i <= last; ++i)
         {
             for (int32_t c = 0; c < channels_; ++c)
@@ -51,8 +40,6 @@ public:
         }
         return 7;
     }
-
-    std::vector<Fetch> fetches;
 
 private:
     int32_t rate_;
@@ -80,51 +67,6 @@ inline std::vector<float> hannGrain(int32_t m, float level = 1.0f)
         g[static_cast<size_t>(j)] = level * table[std::min(static_cast<int32_t>(acc + 0.5), length)];
     }
     return g;
-}
-
-/** Upward zero crossings, linearly interpolated, in fractional frames. */
-inline std::vector<double> upwardCrossings(const float* x, int64_t n)
-{
-    std::vector<double> c;
-    for (int64_t i = 1; i < n; ++i)
-    {
-        if (x[i - 1] < 0.0f && x[i] >= 0.0f)
-        {
-            c.push_back(static_cast<double>(i - 1) + x[i - 1] / (x[i - 1] - x[i]));
-        }
-    }
-    return c;
-}
-
-/**
- * The pitch of a tone as heard: the median over its periods of rate / period length. Grains that are
- * not phase-aligned put a phase step at each crossfade; the median looks past those few periods.
- */
-inline double medianPeriodFrequency(const float* x, int64_t n, double rate)
-{
-    const std::vector<double> c = upwardCrossings(x, n);
-    std::vector<double> f;
-    for (size_t i = 1; i < c.size(); ++i)
-    {
-        f.push_back(rate / (c[i] - c[i - 1]));
-    }
-    if (f.empty())
-    {
-        return 0.0;
-    }
-    std::nth_element(f.begin(), f.begin() + static_cast<std::ptrdiff_t>(f.size() / 2), f.end());
-    return f[f.size() / 2];
-}
-
-/** The mean frequency: crossings counted over the whole stretch, phase steps included. */
-inline double meanFrequency(const float* x, int64_t n, double rate)
-{
-    const std::vector<double> c = upwardCrossings(x, n);
-    if (c.size() < 2)
-    {
-        return 0.0;
-    }
-    return static_cast<double>(c.size() - 1) * rate / (c.back() - c.front());
 }
 
 } // namespace stretchtest

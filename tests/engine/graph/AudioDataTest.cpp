@@ -1,5 +1,6 @@
 #include "engine/graph/AudioData.h"
 #include "engine/graph/AudioSource.h"
+#include "tests/support/StereoBlock.h"
 
 #include <gtest/gtest.h>
 
@@ -11,21 +12,7 @@
 namespace
 {
 
-// A descriptor over two caller-owned vectors.
-struct Block
-{
-    explicit Block(int64_t n, float first = 0.0f, float second = 0.0f)
-        : left(static_cast<size_t>(n), first), right(static_cast<size_t>(n), second)
-    {
-        data.channel[0] = left.data();
-        data.channel[1] = right.data();
-        data.channels = 2;
-        data.frames = n;
-    }
-    std::vector<float> left;
-    std::vector<float> right;
-    AudioData data;
-};
+using Block = testsupport::StereoBlock;
 
 // Staircase: sample i holds i (channel 0) and -i (channel 1), so any offset shows as a wrong value.
 void fillStaircase(AudioData& d, float base = 0.0f)
@@ -90,7 +77,7 @@ TEST(AudioData, CopyFromCopiesSourceFramesAndKeepsOwnFrames)
 {
     Block src(5);
     fillStaircase(src.data, 100.0f);
-    Block dst(8, 9.0f, 9.0f);
+    Block dst(8, 0, 9.0f);
     dst.data.copyFrom(src.data);
     EXPECT_EQ(dst.data.frames, 8);
     for (int i = 0; i < 5; ++i)
@@ -142,7 +129,7 @@ TEST(AudioData, SilenceScaleAndPeak)
 
 TEST(AudioData, MixFromLinearPanLaw)
 {
-    Block src(4, 0.25f, 0.25f);
+    Block src(4, 0, 0.25f);
     struct Case
     {
         float gain, pan, left, right;
@@ -167,7 +154,7 @@ TEST(AudioData, MixFromAddsToWhatIsThere)
 {
     Block src(3);
     fillStaircase(src.data);
-    Block dst(3, 1.0f, 1.0f);
+    Block dst(3, 0, 1.0f);
     dst.data.mixFrom(src.data, 1.0f, -1.0f); // left doubled, right untouched
     EXPECT_EQ(dst.left, (std::vector<float>{1.0f, 3.0f, 5.0f}));
     EXPECT_EQ(dst.right, (std::vector<float>{1.0f, 1.0f, 1.0f}));
@@ -178,40 +165,6 @@ TEST(AudioData, MixFromAddsToWhatIsThere)
     src.left[0] = 0.5f;
     dst.data.mixFrom(src.data, 1.0f, 0.0f);
     EXPECT_EQ(dst.left, (std::vector<float>{1.5f, 3.0f, 5.0f}));
-}
-
-TEST(AudioBuffer, AllocKeepsCapacityOfLastRequestNotLargest)
-{
-    AudioBuffer b;
-    b.alloc(100, 2);
-    b.frames = 100;
-    fillStaircase(b);
-    b.spare = true;
-    float* const left = b.channel[0];
-
-    // Fewer frames, same channels: samples neither cleared nor moved, capacity lowered.
-    b.alloc(40, 2);
-    EXPECT_EQ(b.capacity(), 40);
-    EXPECT_EQ(b.channel[0], left);
-    EXPECT_EQ(b.channel[0][99], 99.0f);
-    EXPECT_EQ(b.channel[1][10], -10.0f);
-    EXPECT_FALSE(b.spare);
-
-    // Larger than the lowered capacity, though the arrays would hold it: reallocated and zeroed.
-    b.alloc(60, 2);
-    EXPECT_EQ(b.capacity(), 60);
-    b.frames = 60;
-    EXPECT_EQ(b.peak(), 0.0f);
-
-    // Another channel count reallocates even when smaller.
-    b.frames = 60;
-    fillStaircase(b);
-    b.alloc(10, 1);
-    EXPECT_EQ(b.channels, 1);
-    EXPECT_EQ(b.capacity(), 10);
-    EXPECT_EQ(b.channel[1], nullptr);
-    b.frames = 10;
-    EXPECT_EQ(b.peak(), 0.0f);
 }
 
 TEST(AudioBuffer, FillFromInt16ConvertsInterleavedStereo)

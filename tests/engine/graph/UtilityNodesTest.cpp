@@ -7,6 +7,7 @@
 #include "engine/graph/AudioTemporary.h"
 #include "tests/engine/harness/EngineHarness.h"
 #include "tests/engine/harness/TestNodes.h"
+#include "tests/support/StereoBlock.h"
 
 #include <gtest/gtest.h>
 
@@ -18,21 +19,7 @@ using enginetest::StaircaseSource;
 namespace
 {
 
-// A two-channel target over caller-owned vectors.
-struct Target
-{
-    Target(int64_t n, int64_t position, float fill = 99.0f)
-        : left(static_cast<size_t>(n), fill), right(static_cast<size_t>(n), fill)
-    {
-        data.channel[0] = left.data();
-        data.channel[1] = right.data();
-        data.channels = 2;
-        data.frames = n;
-        data.position = position;
-    }
-    std::vector<float> left, right;
-    AudioData data;
-};
+using Target = testsupport::StereoBlock;
 
 AudioData request(int64_t frames, int64_t position)
 {
@@ -46,7 +33,7 @@ AudioData request(int64_t frames, int64_t position)
 TEST(AudioTemporary, StoresAndServesOneBlock)
 {
     StaircaseSource stairs;
-    Target in(64, 1000);
+    Target in(64, 1000, 99.0f);
     stairs.read(in.data);
 
     AudioTemporary temp;
@@ -73,7 +60,7 @@ TEST(AudioTemporary, StoresAndServesOneBlock)
 TEST(AudioTemporary, ShorterReadAtTheSamePositionStaysInsideTheTarget)
 {
     StaircaseSource stairs;
-    Target in(64, 0);
+    Target in(64, 0, 99.0f);
     stairs.read(in.data);
     AudioTemporary temp;
     temp.prepare(44100, 64);
@@ -109,7 +96,7 @@ TEST(AudioAlwaysStereo, MonoInputBecomesTwoEqualChannels)
     ASSERT_EQ(mono.requests.size(), 1u);
     EXPECT_FALSE(mono.requests[0].byReference) << "a mono input is read, not provided";
 
-    Target t(32, 7);
+    Target t(32, 7, 99.0f);
     ASSERT_TRUE(stereo.read(t.data));
     EXPECT_EQ(t.left[31], 38.0f);
     EXPECT_EQ(t.right[31], 38.0f);
@@ -204,17 +191,10 @@ TEST(AudioSwitch, SelectsAndForwards)
 
     sw.selectSecond(true);
     EXPECT_FALSE(sw.isFirstSelected());
-    Target t(32, 0);
+    Target t(32, 0, 99.0f);
     ASSERT_TRUE(sw.read(t.data));
     EXPECT_EQ(t.left[31], -0.5f);
     EXPECT_EQ(a.reads, 0) << "the input not selected is not pulled";
-
-    sw.selectFirst(false);
-    EXPECT_FALSE(sw.isFirstSelected());
-    sw.selectSecond(false);
-    EXPECT_TRUE(sw.isFirstSelected());
-    sw.selectFirst(true);
-    EXPECT_TRUE(sw.isFirstSelected());
 
     sw.setSecond(&mono);
     sw.selectSecond(true);
@@ -355,6 +335,15 @@ TEST(AudioCache, AnswersRepeatsFromItsBuffers)
     Target back(64, 128, 0.0f);
     ASSERT_TRUE(cache.read(back.data));
     EXPECT_EQ(source.requests.size(), 5u);
+
+    // A failed read once answered true and left the caller's old audio in place of silence.
+    source.failing = true;
+    Target failed(64, 4000, 0.0f);
+    EXPECT_FALSE(cache.read(failed.data));
+    source.failing = false;
+    Target retried(64, 4000, 0.0f);
+    ASSERT_TRUE(cache.read(retried.data));
+    EXPECT_EQ(retried.left[0], 4000.0f) << "the failed read is not remembered";
 }
 
 TEST(NodeChain, MonoFileWayThroughStereoAndSelectorKeepsTheTimelineAtAnyBlocks)

@@ -112,12 +112,7 @@ TEST_F(ExportRig, LoopExportHasTheLoopsFrames)
     const std::string out = folder.file("loop.aiff");
     ManagerJobs::startExport(manager, epiPath(out), AudioFileFormats::kAiff, AudioFileFormats::k32BitFloat,
                              true);
-    // The progress of a loop starts above zero.
-    manager.poll();
-    ASSERT_EQ(delegate.progress.size(), 1u);
-    // A step renders whole blocks until a second is done: 87 blocks of 512 from the loop start.
-    EXPECT_NEAR(delegate.progress[0], double(kRate + 87 * 512) / (kRate + 70000), 1e-6);
-    EXPECT_EQ(pumpToEnd(manager), 1);
+    pumpToEnd(manager);
     EXPECT_EQ(delegate.finished, 1);
     const Stereo mix = readWave(out);
     ASSERT_EQ(mix.frames(), 70000);
@@ -185,35 +180,6 @@ TEST_F(ExportRig, UnwritableOutputRunsWithoutAFile)
     EXPECT_EQ(pumpToEnd(manager), 4);
     EXPECT_EQ(delegate.finished, 1);
     EXPECT_FALSE(std::filesystem::exists(out));
-}
-
-TEST_F(ExportRig, TheMetronomesStripIsPartOfTheMix)
-{
-    manager.unloadTrack(2);
-    manager.mixerInput(0).setMute(true);
-    AudioBuffer click;
-    click.alloc(10, 2);
-    click.frames = 10;
-    for (int64_t i = 0; i < 10; ++i)
-    {
-        click.channel[0][i] = click.channel[1][i] = 0.25f;
-    }
-    manager.loadClick(0, click);
-    manager.loadClick(1, click);
-    manager.metronome().setTempo(120.0f);
-    manager.metronome().setEnabled(true);
-    const std::string out = folder.file("click.wav");
-    manager.startExport(epiPath(out), AudioFileFormats::kWave, AudioFileFormats::k32BitFloat, false);
-    pumpToEnd(manager);
-    const Stereo mix = readWave(out);
-    ASSERT_EQ(mix.frames(), kLong);
-    // A click of ten frames on every beat (22050 frames at 120 bpm), silence between: the click runs
-    // on its own counter from 0, as the transport stands while the job renders.
-    for (int64_t i = 0; i < kLong; ++i)
-    {
-        const bool inClick = (i % 22050) < 10;
-        ASSERT_EQ(mix.left[size_t(i)] != 0.0f, inClick) << i;
-    }
 }
 
 TEST_F(ExportRig, FailedExportGivesTheTracksBackAndLeavesNoFile)

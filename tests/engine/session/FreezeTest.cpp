@@ -3,6 +3,7 @@
 
 #include "SessionRig.h"
 #include "engine/ExporterJobs.h"
+#include "tests/support/PluginEnv.h"
 
 #include <gtest/gtest.h>
 
@@ -16,22 +17,6 @@ namespace
 constexpr int32_t kRate = 48000;
 constexpr uint32_t kBlock = 256;
 constexpr int64_t kFrames = kRate * 5 / 2;
-
-// The plug-in host finds the library through the environment; an empty settings folder keeps any
-// stored path from winning. Must be in place before the Manager is made.
-class GainLibrary
-{
-public:
-    GainLibrary()
-    {
-        ::setenv("KV3_CONFIG_DIR", settings_.path().c_str(), 1);
-        ::setenv("KV3_VPA2_PATH", KV3_TEST_GAIN, 1);
-    }
-    ~GainLibrary() { ::unsetenv("KV3_VPA2_PATH"); }
-
-private:
-    Folder settings_;
-};
 
 class FreezeRig : public ::testing::Test
 {
@@ -49,7 +34,8 @@ protected:
 
     Track& track() { return manager.trackNode(1); }
 
-    GainLibrary library;
+    // Before the Manager: the host finds the library when it is made.
+    testsupport::PluginEnv library{KV3_TEST_GAIN};
     Folder folder;
     RecordingDelegate delegate;
     Manager manager;

@@ -22,12 +22,7 @@ namespace sessiontest
 using Folder = testsupport::TempFolder;
 using testsupport::RecordingDelegate;
 
-struct Stereo
-{
-    std::vector<float> left, right;
-    int32_t rate = 0;
-    int64_t frames() const { return static_cast<int64_t>(left.size()); }
-};
+using testsound::Stereo;
 
 /** Two different known signals, small enough that no sum reaches the clamp. */
 inline Stereo makeSignal(int64_t frames, int32_t rate, double frequency, double level)
@@ -43,26 +38,14 @@ inline Stereo makeSignal(int64_t frames, int32_t rate, double frequency, double 
     return s;
 }
 
-inline bool writeWave(const std::string& path, const Stereo& s, int format = SF_FORMAT_WAV | SF_FORMAT_FLOAT)
+inline bool writeWave(const std::string& path, const Stereo& s)
 {
-    std::vector<float> interleaved;
-    for (int64_t i = 0; i < s.frames(); ++i)
-    {
-        interleaved.push_back(s.left[static_cast<size_t>(i)]);
-        interleaved.push_back(s.right[static_cast<size_t>(i)]);
-    }
-    return testsound::write(path, format, s.rate, 2, interleaved);
+    return testsound::writeStereo(path, SF_FORMAT_WAV | SF_FORMAT_FLOAT, s.rate, s.left, s.right);
 }
 
-/** A file as two channels; a mono file gives the same samples on both. */
 inline Stereo readWave(const std::string& path)
 {
-    const testsound::Sound sound = testsound::read(path);
-    Stereo s;
-    s.rate = sound.rate;
-    s.left = sound.channel(0);
-    s.right = sound.channel(sound.channels > 1 ? 1 : 0);
-    return s;
+    return testsound::readStereo(path);
 }
 
 /** Polls until the job is gone; returns the number of polls that found one. */

@@ -95,33 +95,11 @@ TEST_F(RecorderTest, LatencyCutsOnlyTheStartOfTheTimeline)
     expectStaircase(audio, 28, 10000, 64);
 }
 
-TEST_F(RecorderTest, BlockThatDoesNotFitGoesWholeToTheNextBuffer)
-{
-    const std::string path = folder_.file("whole.aif");
-    ASSERT_TRUE(recorder_.open(path));
-    // 88 blocks of 1000 fill 88000 of the 88200 frames; the 89th does not fit the 200 left.
-    for (int64_t b = 0; b < 88; ++b)
-    {
-        Block block(b * 1000, 1000);
-        recorder_.write(block.data());
-    }
-    EXPECT_EQ(recorder_.buffersHandedOver(), 0);
-    Block block(88000, 1000);
-    recorder_.write(block.data());
-    EXPECT_EQ(recorder_.buffersHandedOver(), 1);
-    recorder_.close();
-    EXPECT_EQ(recorder_.buffersHandedOver(), 2) << "close hands over the partly filled buffer";
-    const FileAudio audio = readFile(path);
-    ASSERT_EQ(audio.frames(), 89000) << "the unused rest of a buffer is not written";
-    expectStaircase(audio, 0, 0, 89000);
-}
-
 TEST_F(RecorderTest, CloseWithAnEmptyBufferHandsNothingOver)
 {
     const std::string path = folder_.file("empty.aif");
     ASSERT_TRUE(recorder_.open(path));
     recorder_.close();
-    EXPECT_EQ(recorder_.buffersHandedOver(), 0);
     const FileAudio audio = readFile(path);
     ASSERT_TRUE(audio.ok);
     EXPECT_EQ(audio.frames(), 0);
@@ -196,6 +174,5 @@ TEST_F(RecorderTest, OpenFailureChangesNothingAndSaysWhy)
     EXPECT_FALSE(recorder_.isOpen());
     EXPECT_FALSE(recorder_.error().empty());
     EXPECT_FALSE(exists(path));
-    Block block(0, 64);
     recorder_.close(); // harmless when closed
 }

@@ -6,8 +6,8 @@
 #include "engine/ClickChoice.h"
 #include "epi/epiResourcePack.h"
 #include "resources/EmbeddedPack.h"
-#include "tests/engine/tracks/PluginEnv.h"
 #include "tests/engine/tracks/TrackRig.h"
+#include "tests/support/PluginEnv.h"
 
 #include <gtest/gtest.h>
 #include <sndfile.h>
@@ -24,7 +24,7 @@ constexpr uint32_t kBlock = 256;
 
 TEST(ManagerCommandsThreads, EveryTrackCommandWhileTheDeviceRuns)
 {
-    PluginEnv env(KV3_TEST_GAIN);
+    testsupport::PluginEnv env(KV3_TEST_GAIN);
     TempFolder folder;
     const std::string same = folder.file("same_rate.wav");
     const std::string other = folder.file("other_rate.wav");

@@ -1,4 +1,5 @@
 #include "tests/engine/tracks/TrackRig.h"
+#include "tests/support/Signal.h"
 
 #include <gtest/gtest.h>
 #include <sndfile.h>
@@ -27,52 +28,11 @@ float tone48k(int64_t i)
     return static_cast<float>(0.5 * std::sin(2.0 * kPi * kToneHz * static_cast<double>(i) / 48000.0));
 }
 
-/** Power of x at frequency f by Goertzel's recurrence. */
-double powerAt(const std::vector<double>& x, double f, double rate)
-{
-    const double coefficient = 2.0 * std::cos(2.0 * kPi * f / rate);
-    double s1 = 0.0;
-    double s2 = 0.0;
-    for (double v : x)
-    {
-        const double s0 = v + coefficient * s1 - s2;
-        s2 = s1;
-        s1 = s0;
-    }
-    return s1 * s1 + s2 * s2 - coefficient * s1 * s2;
-}
-
-/**
- * Frequency of the strongest component of x[from, to) between 0.55 and 1.4 times near, to 0.05 Hz: the
- * peak of the Hann-windowed spectrum, which the grain boundaries of the stretch don't move.
- */
-double frequencyOf(const std::vector<float>& x, size_t from, size_t to, double rate,
-                   double near = kToneHz * 1.5)
+/** The pitch heard in x[from, to). */
+double frequencyOf(const std::vector<float>& x, size_t from, size_t to, double rate)
 {
     to = std::min(to, x.size());
-    std::vector<double> windowed(to - from);
-    for (size_t i = from; i < to; ++i)
-    {
-        const double phase = 2.0 * kPi * static_cast<double>(i - from) / static_cast<double>(to - from);
-        windowed[i - from] = (0.5 - 0.5 * std::cos(phase)) * x[i];
-    }
-    auto peak = [&](double low, double high, double step)
-    {
-        double best = low;
-        double bestPower = -1.0;
-        for (double f = low; f <= high; f += step)
-        {
-            const double power = powerAt(windowed, f, rate);
-            if (power > bestPower)
-            {
-                bestPower = power;
-                best = f;
-            }
-        }
-        return best;
-    };
-    const double coarse = peak(near * 0.55, near * 1.4, 1.0);
-    return peak(coarse - 1.0, coarse + 1.0, 0.05);
+    return testsignal::medianPeriodFrequency(x.data() + from, static_cast<int64_t>(to - from), rate);
 }
 
 /** The last frame whose level is above -40 dB, plus one; 0 for silence. */

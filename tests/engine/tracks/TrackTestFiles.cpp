@@ -8,24 +8,6 @@
 namespace tracktest
 {
 
-FileAudio readFile(const std::string& path)
-{
-    const testsound::Sound sound = testsound::read(path);
-    FileAudio audio;
-    if (sound.channels == 0)
-    {
-        return audio;
-    }
-    audio.ok = sound.ok;
-    audio.rate = sound.rate;
-    audio.channels = sound.channels;
-    audio.format = sound.format;
-    // A mono file reads the same on both sides.
-    audio.left = sound.channel(0);
-    audio.right = sound.channel(sound.channels > 1 ? 1 : 0);
-    return audio;
-}
-
 bool writeFile(const std::string& path, int32_t format, int32_t channels, int32_t rate, int64_t frames,
                float (*left)(int64_t), float (*right)(int64_t))
 {

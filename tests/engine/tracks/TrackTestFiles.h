@@ -1,5 +1,6 @@
 #pragma once
 
+#include "tests/support/SoundFile.h"
 #include "tests/support/TempFolder.h"
 
 #include <cstdint>
@@ -12,20 +13,13 @@ namespace tracktest
 using testsupport::exists;
 using testsupport::TempFolder;
 
-/** The stereo content of a file as libsndfile reads it, with its format. */
-struct FileAudio
-{
-    bool ok = false;
-    int32_t rate = 0;
-    int32_t channels = 0;
-    int32_t format = 0;
-    std::vector<float> left;
-    std::vector<float> right;
-    int64_t frames() const { return static_cast<int64_t>(left.size()); }
-};
+using FileAudio = testsound::Stereo;
 
 /** Reads a whole file; a mono file gives the same samples on both sides. */
-FileAudio readFile(const std::string& path);
+inline FileAudio readFile(const std::string& path)
+{
+    return testsound::readStereo(path);
+}
 
 /**
  * Writes a file of the given libsndfile format from two functions of the frame index (right is

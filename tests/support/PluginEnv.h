@@ -1,14 +1,14 @@
 #pragma once
 
 #include "plugins/test/TestPluginLog.h"
-#include "tests/engine/tracks/TrackTestFiles.h"
+#include "tests/support/TempFolder.h"
 
 #include <dlfcn.h>
 
 #include <cstdlib>
 #include <string>
 
-namespace tracktest
+namespace testsupport
 {
 
 /**
@@ -46,4 +46,4 @@ private:
     std::string library_;
 };
 
-} // namespace tracktest
+} // namespace testsupport
