@@ -1,6 +1,7 @@
 // The UI object: lookups, the tree, hits climbing to the panel, mouse routing, anchors.
 
 #include "epi/ui/epiBitmap.h"
+#include "epi/ui/epiUiResources.h"
 #include "tests/epi/ui/UiTestSupport.h"
 
 #include <cstdio>
@@ -320,6 +321,47 @@ TEST_F(Ubo, ChildEventsReachTheNamedChildAtOnceOrWhenPosted)
     EXPECT_EQ(button->heard.back(), 9);
     EXPECT_EQ(root->childEventB(epiCode("none"), 5, 6, 7), 0); // the null child answers nothing
     root->childEventA(epiCode("none"), epiCode("ping"), 0);
+}
+
+/** A bitmap table whose "gen/" names are generated, so that no decoder is needed. */
+class GeneratingCasts : public epiBitmapCasts
+{
+public:
+    epiBitmap* customBitmap(const char* name, uint32_t) override
+    {
+        return std::string(name).starts_with("gen/") ? new epiBitmap() : nullptr;
+    }
+};
+
+TEST_F(Ubo, TheTreesResourcesOwnOneBitmapTableThatThePlatformMayReplace)
+{
+    epiUbo* root = loadText("<size>10,10</size>", item("ubob", "aaaa"));
+    epiResources* shared = root->childAt(0)->resources();
+    ASSERT_NE(shared->castsRef(), nullptr);
+    EXPECT_EQ(shared->castsRef()->resources(), shared);
+    EXPECT_EQ(shared->fontsRef()->resources(), shared);
+    EXPECT_EQ(shared->castsRef()->acquireImage("missing.png"), nullptr);
+
+    epiFactory::add(epiCode("Appl"), epiCode("Cast"),
+                    [](uint32_t) -> epiObject* { return new GeneratingCasts(); });
+    epiUiResources resources;
+    resources.setOwner(&app);
+    ASSERT_TRUE(resources.start());
+    epiBitmapCasts* casts = resources.castsRef();
+    ASSERT_NE(dynamic_cast<GeneratingCasts*>(casts), nullptr);
+    epiBitmap* first = casts->acquireImage("gen/a");
+    ASSERT_NE(first, nullptr);
+    EXPECT_EQ(casts->acquireImage("gen/a"), first);
+    EXPECT_EQ(casts->useCount("gen/a"), 2);
+    const epiText name("gen/a");
+    resources.purgeCast(&name); // the next acquire makes a new entry
+    EXPECT_EQ(casts->useCount("gen/a"), 0);
+    ASSERT_NE(casts->acquireImage("gen/a"), nullptr);
+    casts->acquireImage("gen/b");
+    resources.purgeAllCasts();
+    EXPECT_EQ(casts->count(), 0);
+    resources.stop();
+    epiFactory::add(epiCode("Appl"), epiCode("Cast"), nullptr);
 }
 
 TEST_F(Ubo, FormattedTextsStayWithinTheirBuffers)
