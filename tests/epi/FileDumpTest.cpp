@@ -164,16 +164,6 @@ TEST(FileDumpAtoms, SavesSizeThenDataAndReadsThemBack)
     ram.freeBuffer();
 }
 
-TEST(FileDumpAtoms, ReadsABigEndianFile)
-{
-    AtomsOver big(Builder(true).head().u32(kSize, 3).atom(kData, "abc").bytes());
-    EXPECT_TRUE(big.atoms.swapped());
-    epiFileDump dump;
-    ASSERT_TRUE(dump.loadAtoms(&big.atoms));
-    ASSERT_EQ(dump.size(), 3u);
-    EXPECT_EQ(std::memcmp(dump.data(), "abc", 3), 0);
-}
-
 TEST(FileDumpAtoms, DamagedAtomsLoadNothing)
 {
     // 'size' promises more than the 'data' atom holds.
