@@ -97,6 +97,26 @@ inline bool findResourceByWord(epiResources& resources, uint32_t kind, const std
     return code && resources.findByInternalName(kind, *code, name);
 }
 
+/** `text` on one line: line ends and tabs as \n, \r and \t, and with `quotes` '"' as \". */
+inline std::string escapedText(const std::string& text, bool quotes)
+{
+    std::string out;
+    for (char c : text)
+    {
+        if (c == '\n')
+            out += "\\n";
+        else if (c == '\r')
+            out += "\\r";
+        else if (c == '\t')
+            out += "\\t";
+        else if (c == '"' && quotes)
+            out += "\\\"";
+        else
+            out.push_back(c);
+    }
+    return out;
+}
+
 /** A code as text: its four bytes, with trailing zero bytes left out. */
 inline std::string codeText(uint32_t code)
 {

@@ -36,21 +36,7 @@ class LayoutApp : public epiWindowApplication
 
 std::string escaped(const std::string& text)
 {
-    std::string out;
-    for (char c : text)
-    {
-        if (c == '\n')
-            out += "\\n";
-        else if (c == '\r')
-            out += "\\r";
-        else if (c == '\t')
-            out += "\\t";
-        else if (c == '"')
-            out += "\\\"";
-        else
-            out.push_back(c);
-    }
-    return out;
+    return kv3cli::escapedText(text, true);
 }
 
 std::string rectText(const epiRect& r)

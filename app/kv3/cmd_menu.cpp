@@ -25,19 +25,7 @@ const char* const kUsage =
 
 std::string escaped(const std::string& text)
 {
-    std::string out;
-    for (char c : text)
-    {
-        if (c == '\n')
-            out += "\\n";
-        else if (c == '\r')
-            out += "\\r";
-        else if (c == '\t')
-            out += "\\t";
-        else
-            out.push_back(c);
-    }
-    return out;
+    return kv3cli::escapedText(text, false);
 }
 
 void printItems(const std::vector<epiMenuItem>& items, int depth)

@@ -499,67 +499,56 @@ void epiUbo::broadcastDown(const epiPoint& point)
             children_[i]->broadcastDownAt(point);
 }
 
-void epiUbo::mouseUpAt(const epiPoint& point)
+epiPoint epiUbo::localPoint(const epiPoint& point)
 {
     epiPoint local;
     pointFromParent(point, local);
-    mouseUp(local);
+    return local;
+}
+
+void epiUbo::mouseUpAt(const epiPoint& point)
+{
+    mouseUp(localPoint(point));
 }
 
 void epiUbo::mouseDownAt(const epiPoint& point)
 {
-    epiPoint local;
-    pointFromParent(point, local);
-    mouseDown(local);
+    mouseDown(localPoint(point));
 }
 
 void epiUbo::mouseMoveAt(const epiPoint& point)
 {
-    epiPoint local;
-    pointFromParent(point, local);
-    mouseMoved(local);
+    mouseMoved(localPoint(point));
 }
 
 void epiUbo::mouseDragAt(const epiPoint& point)
 {
-    epiPoint local;
-    pointFromParent(point, local);
-    mouseDragged(local);
+    mouseDragged(localPoint(point));
 }
 
 void epiUbo::broadcastDownAt(const epiPoint& point)
 {
-    epiPoint local;
-    pointFromParent(point, local);
-    broadcastDown(local);
+    broadcastDown(localPoint(point));
 }
 
 void epiUbo::broadcastUpAt(const epiPoint& point)
 {
-    epiPoint local;
-    pointFromParent(point, local);
-    broadcastUp(local);
+    broadcastUp(localPoint(point));
 }
 
 void epiUbo::broadcastMoveAt(const epiPoint& point)
 {
-    epiPoint local;
-    pointFromParent(point, local);
-    broadcastMove(local);
+    broadcastMove(localPoint(point));
 }
 
 void epiUbo::broadcastDragAt(const epiPoint& point)
 {
-    epiPoint local;
-    pointFromParent(point, local);
-    broadcastDrag(local);
+    broadcastDrag(localPoint(point));
 }
 
 void epiUbo::mouseWheelAt(const epiPoint& point, int32_t delta)
 {
-    epiPoint local;
-    pointFromParent(point, local);
-    mouseWheel(local, delta);
+    mouseWheel(localPoint(point), delta);
 }
 
 // ---------------------------------------------------------------------------------------------

@@ -265,7 +265,7 @@ public:
     virtual bool hasPressedImage() { return false; }
     virtual bool isVisible() { return visible_; }
     virtual void drawClipped(const epiRect& rect);
-    // 21. mouse in parent coordinates
+    // 21. mouse in parent coordinates, each passed on in local ones
     virtual void mouseUpAt(const epiPoint& point);
     virtual void mouseDownAt(const epiPoint& point);
     virtual void mouseMoveAt(const epiPoint& point);
@@ -320,6 +320,8 @@ public:
     /** The first child named `name`, or the null child. Never null. */
     epiUbo* childNamed(uint32_t name);
     epiUbo* childNamedIn(uint32_t a, uint32_t b, uint32_t c = 0);
+    /** `point` of the parent's coordinates in this object's own. */
+    epiPoint localPoint(const epiPoint& point);
     /** The child at `index`, or the null child when outside. Never null. */
     epiUbo* childAt(int32_t index);
     void setChildText(uint32_t name, const epiText* text);
