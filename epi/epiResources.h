@@ -10,7 +10,10 @@
 
 #include <cstdint>
 
+class epiBitmap;
+class epiBitmapCasts;
 class epiFileDump;
+class epiFonts;
 
 /**
  * Byte ranges linked into the executable, each under a numeric id: the executable's own resources.
@@ -165,6 +168,18 @@ public:
     virtual bool isFolderMedia();
     /** The resource's path on disk when the medium is a folder; false otherwise. */
     virtual bool fullPath(const epiText* name, uint32_t kind, epiPath& dest);
+    /**
+     * The table of loaded bitmaps, the fonts and a new empty bitmap. The interface's resources
+     * (epiUiResources) own them; these core resources have no images and answer null.
+     */
+    virtual epiBitmapCasts* castsRef() { return nullptr; }
+    virtual epiFonts* fontsRef() { return nullptr; }
+    virtual epiBitmap* newBitmap() { return nullptr; }
+    /** Drop the named loaded bitmap, or all of them; for images that no widget shows any more. */
+    virtual void purgeCast(const epiText*) {}
+    virtual void purgeAllCasts() {}
+    /** A quiet moment for the bitmap table. */
+    virtual void castsIdle() {}
     /**
      * The design size of a layout: the element "size" ("w,h") under epi/content.
      * @return false, leaving `size` alone, when the layout or its size is missing

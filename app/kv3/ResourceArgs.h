@@ -10,6 +10,7 @@
 #include <optional>
 #include <string>
 #include <system_error>
+#include <vector>
 
 namespace kv3cli
 {
@@ -46,6 +47,74 @@ inline std::optional<uint32_t> parseCode(const std::string& text)
     if (text.empty() || text.size() > 4)
         return std::nullopt;
     return epiText(text).toCode();
+}
+
+/**
+ * Parses the options of a resource subcommand: --pack and --folder, the further `valued` options
+ * and `flags`. The first word must be one of `actions`, and it must be followed by as many words
+ * as its entry in `wordCounts`.
+ * @return the exit code when the command ends here (help, or a usage error after its message);
+ *         nothing when it goes on
+ */
+inline std::optional<int>
+parseResourceCommand(const std::vector<std::string>& argv, const std::string& command, Args& args,
+                     std::vector<std::string> valued, const std::vector<std::string>& flags,
+                     const std::vector<std::string>& actions, const std::vector<size_t>& wordCounts)
+{
+    valued.insert(valued.end(), {"pack", "folder"});
+    if (!args.parse(argv, valued, flags))
+        return usageError(command, args.error());
+    if (args.help())
+        return printUsage(commands().at(command));
+    std::string list;
+    for (const std::string& action : actions)
+        list += (list.empty() ? "" : ", ") + action;
+    const std::vector<std::string>& words = args.positional();
+    if (words.empty())
+        return usageError(command, "missing what to do: " + list);
+    for (size_t i = 0; i < actions.size(); ++i)
+        if (words[0] == actions[i])
+        {
+            if (words.size() != wordCounts[i] + 1)
+                return usageError(command, actions[i] + " takes " + std::to_string(wordCounts[i]) +
+                                               (wordCounts[i] == 1 ? " argument" : " arguments"));
+            return std::nullopt;
+        }
+    return usageError(command, "unknown action '" + words[0] + "' (" + list + ")");
+}
+
+/**
+ * The resource of `kind` that `word` names: a file of that name first; otherwise the file whose
+ * own name inside is the code `word`. @return false when there is neither
+ */
+inline bool findResourceByWord(epiResources& resources, uint32_t kind, const std::string& word, epiText& name)
+{
+    name = epiText(word);
+    epiText probe;
+    if (resources.readText(&name, kind, probe))
+        return true;
+    const std::optional<uint32_t> code = parseCode(word);
+    return code && resources.findByInternalName(kind, *code, name);
+}
+
+/** `text` on one line: line ends and tabs as \n, \r and \t, and with `quotes` '"' as \". */
+inline std::string escapedText(const std::string& text, bool quotes)
+{
+    std::string out;
+    for (char c : text)
+    {
+        if (c == '\n')
+            out += "\\n";
+        else if (c == '\r')
+            out += "\\r";
+        else if (c == '\t')
+            out += "\\t";
+        else if (c == '"' && quotes)
+            out += "\\\"";
+        else
+            out.push_back(c);
+    }
+    return out;
 }
 
 /** A code as text: its four bytes, with trailing zero bytes left out. */

@@ -36,21 +36,7 @@ class LayoutApp : public epiWindowApplication
 
 std::string escaped(const std::string& text)
 {
-    std::string out;
-    for (char c : text)
-    {
-        if (c == '\n')
-            out += "\\n";
-        else if (c == '\r')
-            out += "\\r";
-        else if (c == '\t')
-            out += "\\t";
-        else if (c == '"')
-            out += "\\\"";
-        else
-            out.push_back(c);
-    }
-    return out;
+    return kv3cli::escapedText(text, true);
 }
 
 std::string rectText(const epiRect& r)
@@ -102,20 +88,11 @@ void writeTree(kv3cli::JsonWriter& w, epiUbo& object)
 int run(const std::vector<std::string>& argv)
 {
     kv3cli::Args args;
-    if (!args.parse(argv, {"pack", "folder", "size"}, {"json"}))
-        return kv3cli::usageError("layout", args.error());
-    if (args.help())
-        return kv3cli::printUsage(kv3cli::commands().at("layout"));
+    if (const std::optional<int> done =
+            kv3cli::parseResourceCommand(argv, "layout", args, {"size"}, {"json"}, {"show", "write"}, {1, 2}))
+        return *done;
     const std::vector<std::string>& words = args.positional();
-    if (words.empty())
-        return kv3cli::usageError("layout", "missing what to do: show or write");
     const bool show = words[0] == "show";
-    if (!show && words[0] != "write")
-        return kv3cli::usageError("layout", "unknown action '" + words[0] + "' (show, write)");
-    if (show && words.size() != 2)
-        return kv3cli::usageError("layout", "show takes one layout name");
-    if (!show && words.size() != 3)
-        return kv3cli::usageError("layout", "write takes a layout name and an output file");
     if (!show && (args.has("size") || args.flag("json")))
         return kv3cli::usageError("layout", "--size and --json belong to show");
 
@@ -149,16 +126,12 @@ int run(const std::vector<std::string>& argv)
         return status;
 
     // A file name first; a name that no file has may be the name of a layout's root.
-    epiText name(words[1]);
+    epiText name;
     epiText text;
-    if (!app.readLayoutText(name, text))
-    {
-        const std::optional<uint32_t> code = kv3cli::parseCode(words[1]);
-        if (!code || !app.resources()->findByInternalName(epiCode("laya"), *code, name) ||
-            !app.readLayoutText(name, text))
-            return kv3cli::fail("no layout '" + words[1] +
-                                "': neither a file below layouts/ nor a layout's name");
-    }
+    if (!kv3cli::findResourceByWord(*app.resources(), epiCode("laya"), words[1], name) ||
+        !app.readLayoutText(name, text))
+        return kv3cli::fail("no layout '" + words[1] +
+                            "': neither a file below layouts/ nor a layout's name");
     const epiXmlChunk content = epiXmlChunk(text).child("epi").child("content");
     if (content.isEmpty())
     {

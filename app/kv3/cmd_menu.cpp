@@ -25,19 +25,7 @@ const char* const kUsage =
 
 std::string escaped(const std::string& text)
 {
-    std::string out;
-    for (char c : text)
-    {
-        if (c == '\n')
-            out += "\\n";
-        else if (c == '\r')
-            out += "\\r";
-        else if (c == '\t')
-            out += "\\t";
-        else
-            out.push_back(c);
-    }
-    return out;
+    return kv3cli::escapedText(text, false);
 }
 
 void printItems(const std::vector<epiMenuItem>& items, int depth)
@@ -76,30 +64,17 @@ void writeItems(kv3cli::JsonWriter& w, const std::vector<epiMenuItem>& items)
 int run(const std::vector<std::string>& argv)
 {
     kv3cli::Args args;
-    if (!args.parse(argv, {"pack", "folder"}, {"json"}))
-        return kv3cli::usageError("menu", args.error());
-    if (args.help())
-        return kv3cli::printUsage(kv3cli::commands().at("menu"));
+    if (const std::optional<int> done =
+            kv3cli::parseResourceCommand(argv, "menu", args, {}, {"json"}, {"show"}, {1}))
+        return *done;
     const std::vector<std::string>& words = args.positional();
-    if (words.empty())
-        return kv3cli::usageError("menu", "missing what to do: show");
-    if (words[0] != "show")
-        return kv3cli::usageError("menu", "unknown action '" + words[0] + "' (show)");
-    if (words.size() != 2)
-        return kv3cli::usageError("menu", "show takes one menu name");
 
     epiResources resources;
     if (const int status = kv3cli::openResourceMedium(args, "menu", resources); status != kv3cli::kOk)
         return status;
-    // A file name first; a name that no file has may be the code inside one.
-    epiText name(words[1]);
-    epiText probe;
-    if (!resources.readText(&name, epiCode("menu"), probe))
-    {
-        const std::optional<uint32_t> code = kv3cli::parseCode(words[1]);
-        if (!code || !resources.findByInternalName(epiCode("menu"), *code, name))
-            return kv3cli::fail("no menu '" + words[1] + "': neither a file below menus/ nor a menu's code");
-    }
+    epiText name;
+    if (!kv3cli::findResourceByWord(resources, epiCode("menu"), words[1], name))
+        return kv3cli::fail("no menu '" + words[1] + "': neither a file below menus/ nor a menu's code");
     epiMenu menu;
     if (!menu.load(&resources, name))
         return kv3cli::fail("cannot read the menu '" + std::string(name) + "'");

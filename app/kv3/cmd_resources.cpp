@@ -24,17 +24,10 @@ const char* const kUsage =
 int run(const std::vector<std::string>& argv)
 {
     kv3cli::Args args;
-    if (!args.parse(argv, {"pack", "folder"}, {}))
-        return kv3cli::usageError("resources", args.error());
-    if (args.help())
-        return kv3cli::printUsage(kv3cli::commands().at("resources"));
+    if (const std::optional<int> done =
+            kv3cli::parseResourceCommand(argv, "resources", args, {}, {}, {"find"}, {2}))
+        return *done;
     const std::vector<std::string>& words = args.positional();
-    if (words.empty())
-        return kv3cli::usageError("resources", "missing what to do: find");
-    if (words[0] != "find")
-        return kv3cli::usageError("resources", "unknown action '" + words[0] + "' (find)");
-    if (words.size() != 3)
-        return kv3cli::usageError("resources", "find takes a kind and a code");
     const std::optional<uint32_t> kind = kv3cli::parseCode(words[1]);
     const std::optional<uint32_t> code = kv3cli::parseCode(words[2]);
     if (!kind)

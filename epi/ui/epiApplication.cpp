@@ -5,6 +5,7 @@
 #include "epi/ui/epiKeyboard.h"
 #include "epi/ui/epiMenu.h"
 #include "epi/ui/epiUbo.h"
+#include "epi/ui/epiUiResources.h"
 #include "epi/ui/epiWindowManager.h"
 
 #include <chrono>
@@ -281,7 +282,7 @@ epiObject* epiApplication::newObject(uint32_t family, uint32_t kind, uint32_t na
     if (family == epiCode("Appl"))
     {
         if (kind == epiCode("Rsrc"))
-            return new epiResources();
+            return new epiUiResources();
         if (kind == epiCode("Keyb"))
             return new epiKeyboard();
         if (kind == epiCode("Menu"))

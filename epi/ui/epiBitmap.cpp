@@ -544,14 +544,36 @@ int32_t epiBitmapCasts::useCount(const char* name) const
     return 0;
 }
 
-void epiBitmapCasts::stop()
+epiBitmap* epiBitmapCasts::newBitmap()
 {
-    flush();
+    epiBitmap* bitmap = resources_ != nullptr ? resources_->newBitmap() : nullptr;
+    return bitmap != nullptr ? bitmap : new epiBitmap();
+}
+
+void epiBitmapCasts::purge(const char* name)
+{
+    for (auto it = casts_.begin(); it != casts_.end(); ++it)
+        if ((*it)->name_ == name)
+        {
+            delete *it;
+            casts_.erase(it);
+            return;
+        }
+}
+
+void epiBitmapCasts::purgeAll()
+{
     while (!casts_.empty())
     {
         delete casts_.front();
         casts_.erase(casts_.begin());
     }
+}
+
+void epiBitmapCasts::stop()
+{
+    flush();
+    purgeAll();
     if (timerActive())
         removeTimerNow();
     epiApplicationObject::stop();

@@ -265,11 +265,16 @@ public:
     /** @return false, with `dest` cleared, when `bitmap` isn't in the table */
     virtual bool nameOf(const epiBitmap* bitmap, epiText& dest) const;
     virtual epiBitmapCast* newCast() { return new epiBitmapCast(); }
-    virtual epiBitmap* newBitmap() { return new epiBitmap(); }
+    /** The resources' new bitmap, a plain one without them. */
+    virtual epiBitmap* newBitmap();
     /** A hook for generated images; null. */
     virtual epiBitmap* customBitmap(const char*, uint32_t) { return nullptr; }
     /** Deletes every cast. */
     void stop() override;
+    /** Deletes the cast named `name` with its bitmap: only for an image that no widget shows any more. */
+    virtual void purge(const char* name);
+    /** Deletes every cast, as stop() does, keeping the table in service. */
+    virtual void purgeAll();
 
     /** The use count of the cast named `name`; 0 when there is none. */
     int32_t useCount(const char* name) const;

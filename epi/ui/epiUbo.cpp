@@ -2,6 +2,7 @@
 
 #include "epi/epiResources.h"
 #include "epi/ui/epiApplication.h"
+#include "epi/ui/epiBitmap.h"
 #include "epi/ui/epiUiBehaviour.h"
 #include "epi/ui/epiUiBitmapView.h"
 #include "epi/ui/epiWindowManager.h"
@@ -499,67 +500,56 @@ void epiUbo::broadcastDown(const epiPoint& point)
             children_[i]->broadcastDownAt(point);
 }
 
-void epiUbo::mouseUpAt(const epiPoint& point)
+epiPoint epiUbo::localPoint(const epiPoint& point)
 {
     epiPoint local;
     pointFromParent(point, local);
-    mouseUp(local);
+    return local;
+}
+
+void epiUbo::mouseUpAt(const epiPoint& point)
+{
+    mouseUp(localPoint(point));
 }
 
 void epiUbo::mouseDownAt(const epiPoint& point)
 {
-    epiPoint local;
-    pointFromParent(point, local);
-    mouseDown(local);
+    mouseDown(localPoint(point));
 }
 
 void epiUbo::mouseMoveAt(const epiPoint& point)
 {
-    epiPoint local;
-    pointFromParent(point, local);
-    mouseMoved(local);
+    mouseMoved(localPoint(point));
 }
 
 void epiUbo::mouseDragAt(const epiPoint& point)
 {
-    epiPoint local;
-    pointFromParent(point, local);
-    mouseDragged(local);
+    mouseDragged(localPoint(point));
 }
 
 void epiUbo::broadcastDownAt(const epiPoint& point)
 {
-    epiPoint local;
-    pointFromParent(point, local);
-    broadcastDown(local);
+    broadcastDown(localPoint(point));
 }
 
 void epiUbo::broadcastUpAt(const epiPoint& point)
 {
-    epiPoint local;
-    pointFromParent(point, local);
-    broadcastUp(local);
+    broadcastUp(localPoint(point));
 }
 
 void epiUbo::broadcastMoveAt(const epiPoint& point)
 {
-    epiPoint local;
-    pointFromParent(point, local);
-    broadcastMove(local);
+    broadcastMove(localPoint(point));
 }
 
 void epiUbo::broadcastDragAt(const epiPoint& point)
 {
-    epiPoint local;
-    pointFromParent(point, local);
-    broadcastDrag(local);
+    broadcastDrag(localPoint(point));
 }
 
 void epiUbo::mouseWheelAt(const epiPoint& point, int32_t delta)
 {
-    epiPoint local;
-    pointFromParent(point, local);
-    mouseWheel(local, delta);
+    mouseWheel(localPoint(point), delta);
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -1008,6 +998,28 @@ void epiUbo::setSizeKeepingPosition(const epiPoint& size)
     setSize(size.x_, size.y_);
 }
 
+void epiUbo::setSizeFromFrame(const epiPoint& size)
+{
+    const epiPoint centre = frame_.corner(8);
+    setFrame(epiRect(centre.x_ - size.x_ / 2, centre.y_ - size.y_ / 2, centre.x_ - size.x_ / 2 + size.x_,
+                     centre.y_ - size.y_ / 2 + size.y_));
+}
+
+void epiUbo::childEventA(uint32_t name, uint32_t code, intptr_t data)
+{
+    childNamed(name)->onEvent(code, this, data);
+}
+
+intptr_t epiUbo::childEventB(uint32_t name, intptr_t a, intptr_t b, intptr_t c)
+{
+    return childNamed(name)->query(a, b, c);
+}
+
+void epiUbo::childEventC(uint32_t name, intptr_t a, intptr_t b, intptr_t c)
+{
+    postCommand(childNamed(name), a, b, c);
+}
+
 void epiUbo::incBroadcast()
 {
     for (epiUbo* object = this; object != nullptr; object = object->parent_)
@@ -1258,119 +1270,120 @@ bool epiUbo::readLayoutText(const epiText& name, epiText& dest)
 }
 
 // ---------------------------------------------------------------------------------------------
-// Drawing primitives: each step converts to the parent's coordinates; a window's surface ends it.
+// Drawing primitives: the road climbs parent by parent, converting to each parent's coordinates,
+// until an object with a surface of its own (a window or a view) ends it.
+
+epiUiSurface* epiUbo::drawingSurface(epiRect& rect, epiRect& clip)
+{
+    for (epiUbo* object = this;; object = object->parent_)
+    {
+        if (epiUiSurface* surface = object->ownSurface())
+            return surface;
+        if (object->parent_ == nullptr)
+            return nullptr;
+        object->rectToParent(rect, rect);
+        object->rectToParent(clip, clip);
+    }
+}
 
 void epiUbo::fillRect(const epiRect& rect, const epiRect& clip, epiColour colour)
 {
-    if (epiUiSurface* surface = ownSurface())
-        return surface->fillRect(rect, clip, colour);
-    if (parent_ == nullptr)
-        return;
-    epiRect r, c;
-    rectToParent(rect, r);
-    rectToParent(clip, c);
-    parent_->fillRect(r, c, colour);
+    epiRect r = rect, c = clip;
+    if (epiUiSurface* surface = drawingSurface(r, c))
+        surface->fillRect(r, c, colour);
 }
 
 void epiUbo::frameRectDraw(const epiRect& rect, const epiRect& clip, epiColour colour)
 {
-    if (epiUiSurface* surface = ownSurface())
-        return surface->frameRect(rect, clip, colour);
-    if (parent_ == nullptr)
-        return;
-    epiRect r, c;
-    rectToParent(rect, r);
-    rectToParent(clip, c);
-    parent_->frameRectDraw(r, c, colour);
+    epiRect r = rect, c = clip;
+    if (epiUiSurface* surface = drawingSurface(r, c))
+        surface->frameRect(r, c, colour);
 }
 
 void epiUbo::drawLine(int32_t x1, int32_t y1, int32_t x2, int32_t y2, epiColour colour)
 {
-    if (epiUiSurface* surface = ownSurface())
-        return surface->drawLine(x1, y1, x2, y2, colour);
-    if (parent_ == nullptr)
-        return;
-    // Horizontal and vertical lines stay inside the object.
-    if (y1 == y2)
+    for (epiUbo* object = this;; object = object->parent_)
     {
-        if (y1 < bounds_.top_ || y1 >= bounds_.bottom_ || std::max(x1, x2) < bounds_.left_ ||
-            std::min(x1, x2) > bounds_.right_)
+        if (epiUiSurface* surface = object->ownSurface())
+            return surface->drawLine(x1, y1, x2, y2, colour);
+        if (object->parent_ == nullptr)
             return;
-        x1 = std::clamp(x1, bounds_.left_, bounds_.right_);
-        x2 = std::clamp(x2, bounds_.left_, bounds_.right_);
+        // Horizontal and vertical lines stay inside each object on the way.
+        const epiRect& b = object->bounds_;
+        if (y1 == y2)
+        {
+            if (y1 < b.top_ || y1 >= b.bottom_ || std::max(x1, x2) < b.left_ || std::min(x1, x2) > b.right_)
+                return;
+            x1 = std::clamp(x1, b.left_, b.right_);
+            x2 = std::clamp(x2, b.left_, b.right_);
+        }
+        else if (x1 == x2)
+        {
+            if (x1 < b.left_ || x1 >= b.right_ || std::max(y1, y2) < b.top_ || std::min(y1, y2) > b.bottom_)
+                return;
+            y1 = std::clamp(y1, b.top_, b.bottom_);
+            y2 = std::clamp(y2, b.top_, b.bottom_);
+        }
+        epiPoint from, to;
+        object->pointToParent(epiPoint(x1, y1), from);
+        object->pointToParent(epiPoint(x2, y2), to);
+        x1 = from.x_, y1 = from.y_, x2 = to.x_, y2 = to.y_;
     }
-    else if (x1 == x2)
-    {
-        if (x1 < bounds_.left_ || x1 >= bounds_.right_ || std::max(y1, y2) < bounds_.top_ ||
-            std::min(y1, y2) > bounds_.bottom_)
-            return;
-        y1 = std::clamp(y1, bounds_.top_, bounds_.bottom_);
-        y2 = std::clamp(y2, bounds_.top_, bounds_.bottom_);
-    }
-    parent_->drawLine(x1 + frame_.left_, y1 + frame_.top_, x2 + frame_.left_, y2 + frame_.top_, colour);
 }
 
 void epiUbo::drawText(uint32_t fontName, int32_t alignment, const epiRect& rect, const epiRect& clip,
                       const epiText& text, epiColour colour)
 {
-    if (epiUiSurface* surface = ownSurface())
-        return surface->drawText(fontName, alignment, rect, clip, text, colour);
-    if (parent_ == nullptr)
-        return;
-    epiRect r, c;
-    rectToParent(rect, r);
-    rectToParent(clip, c);
-    parent_->drawText(fontName, alignment, r, c, text, colour);
+    epiRect r = rect, c = clip;
+    if (epiUiSurface* surface = drawingSurface(r, c))
+        surface->drawText(fontName, alignment, r, c, text, colour);
 }
 
 int32_t epiUbo::textWidth(uint32_t fontName, const epiText& text)
 {
-    if (epiUiSurface* surface = ownSurface())
-        return surface->textWidth(fontName, text);
-    return parent_ != nullptr ? parent_->textWidth(fontName, text) : 0;
+    epiRect r, c;
+    epiUiSurface* surface = drawingSurface(r, c);
+    return surface != nullptr ? surface->textWidth(fontName, text) : 0;
 }
 
 void epiUbo::drawSystemText(const epiRect& rect, const epiRect& clip, const epiText& text, int32_t pointSize,
                             bool bold, int32_t alignment, epiColour colour)
 {
-    if (epiUiSurface* surface = ownSurface())
-        return surface->drawSystemText(rect, clip, text, pointSize, bold, alignment, colour);
-    if (parent_ == nullptr)
-        return;
-    epiRect r, c;
-    rectToParent(rect, r);
-    rectToParent(clip, c);
-    parent_->drawSystemText(r, c, text, pointSize, bold, alignment, colour);
+    epiRect r = rect, c = clip;
+    if (epiUiSurface* surface = drawingSurface(r, c))
+        surface->drawSystemText(r, c, text, pointSize, bold, alignment, colour);
 }
 
 void epiUbo::blitStretched(epiBitmap* bitmap, const epiRect& source, const epiRect& dest, const epiRect& clip)
 {
-    if (epiUiSurface* surface = ownSurface())
-        return surface->blitStretched(bitmap, source, dest, clip);
-    if (parent_ == nullptr)
-        return;
-    epiRect d, c;
-    rectToParent(dest, d);
-    rectToParent(clip, c);
-    parent_->blitStretched(bitmap, source, d, c);
+    epiRect d = dest, c = clip;
+    if (epiUiSurface* surface = drawingSurface(d, c))
+        surface->blitStretched(bitmap, source, d, c);
 }
 
 void epiUbo::blitAlpha(epiBitmap* bitmap, const epiRect& source, const epiRect& dest, const epiRect& clip)
 {
-    if (epiUiSurface* surface = ownSurface())
-        return surface->blitAlpha(bitmap, source, dest, clip);
-    if (parent_ == nullptr)
-        return;
-    epiRect d, c;
-    rectToParent(dest, d);
-    rectToParent(clip, c);
-    parent_->blitAlpha(bitmap, source, d, c);
+    epiRect d = dest, c = clip;
+    if (epiUiSurface* surface = drawingSurface(d, c))
+        surface->blitAlpha(bitmap, source, d, c);
 }
 
 void epiUbo::blitBitmap(epiBitmap* bitmap, const epiRect& dest, const epiRect& clip, bool alpha)
 {
-    const epiRect source(0, 0, dest.width(), dest.height());
+    if (bitmap == nullptr)
+        return;
+    const epiRect source(0, 0, bitmap->width(), bitmap->height());
     if (alpha)
+        blitAlpha(bitmap, source, dest, clip);
+    else
+        blitStretched(bitmap, source, dest, clip);
+}
+
+void epiUbo::blitPart(epiBitmap* bitmap, const epiRect& source, const epiRect& dest, const epiRect& clip)
+{
+    if (bitmap == nullptr)
+        return;
+    if (bitmap->usesAlpha())
         blitAlpha(bitmap, source, dest, clip);
     else
         blitStretched(bitmap, source, dest, clip);
@@ -1378,16 +1391,32 @@ void epiUbo::blitBitmap(epiBitmap* bitmap, const epiRect& dest, const epiRect& c
 
 void epiUbo::drawShape(const epiShapeRequest& request)
 {
-    if (epiUiSurface* surface = ownSurface())
-        return surface->drawShape(request);
-    if (parent_ == nullptr)
-        return;
     epiShapeRequest up = request;
     if (up.rect.isEmpty() && up.rect.left_ == 0 && up.rect.top_ == 0)
         up.rect = bounds_;
-    rectToParent(up.rect, up.rect);
-    rectToParent(up.clip, up.clip);
-    parent_->drawShape(up);
+    if (epiUiSurface* surface = drawingSurface(up.rect, up.clip))
+        surface->drawShape(up);
+}
+
+void epiUbo::fillEllipse(const epiRect& rect, const epiRect& clip, epiColour colour)
+{
+    epiShapeRequest request;
+    request.kind = epiCode("ovaF");
+    request.rect = rect;
+    request.clip = clip;
+    request.colour = colour;
+    drawShape(request);
+}
+
+void epiUbo::frameEllipse(const epiRect& rect, const epiRect& clip, epiColour colour, int32_t thickness)
+{
+    epiShapeRequest request;
+    request.kind = epiCode("ovaP");
+    request.rect = rect;
+    request.clip = clip;
+    request.colour = colour;
+    request.thickness = thickness;
+    drawShape(request);
 }
 
 // ---------------------------------------------------------------------------------------------

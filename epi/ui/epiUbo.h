@@ -222,6 +222,8 @@ public:
     virtual epiPoint sizePoint() const { return frame_.size(); }
     virtual epiPoint positionPoint() const { return epiPoint(frame_.left_, frame_.top_); }
     virtual void setSizeKeepingPosition(const epiPoint& size);
+    /** Gives the object `size` around the centre of its present frame. */
+    virtual void setSizeFromFrame(const epiPoint& size);
     virtual void toLocal(const epiPoint& point, epiPoint& out);
     virtual int32_t childCount() const { return int32_t(children_.size()); }
     virtual int32_t childIndex() const { return childIndex_; }
@@ -241,11 +243,21 @@ public:
                                const epiRect& clip);
     virtual void blitAlpha(epiBitmap* bitmap, const epiRect& source, const epiRect& dest,
                            const epiRect& clip);
-    /** The whole bitmap at `dest`'s size. */
+    /** The whole bitmap, stretched to `dest`; a null bitmap draws nothing. */
     virtual void blitBitmap(epiBitmap* bitmap, const epiRect& dest, const epiRect& clip, bool alpha);
+    /** The part `source` of the bitmap (a film strip's frame), blended when the bitmap uses alpha. */
+    virtual void blitPart(epiBitmap* bitmap, const epiRect& source, const epiRect& dest, const epiRect& clip);
+    /** An empty `rect` at the origin of the request means this object's bounds. */
     virtual void drawShape(const epiShapeRequest& request);
+    virtual void fillEllipse(const epiRect& rect, const epiRect& clip, epiColour colour);
+    virtual void frameEllipse(const epiRect& rect, const epiRect& clip, epiColour colour, int32_t thickness);
     /** The surface that ends the drawing road here; null for all but windows and views. */
     virtual epiUiSurface* ownSurface() { return nullptr; }
+    /**
+     * The surface at the end of the drawing road from here, with `rect` and `clip` carried into its
+     * coordinates; null when the road ends at an object without a parent, and the call is dropped.
+     */
+    epiUiSurface* drawingSurface(epiRect& rect, epiRect& clip);
     // 20. misc
     virtual epiUbo* rootForward();
     virtual intptr_t queryFlag(intptr_t a) { return query(a, 0, 0); }
@@ -253,7 +265,7 @@ public:
     virtual bool hasPressedImage() { return false; }
     virtual bool isVisible() { return visible_; }
     virtual void drawClipped(const epiRect& rect);
-    // 21. mouse in parent coordinates
+    // 21. mouse in parent coordinates, each passed on in local ones
     virtual void mouseUpAt(const epiPoint& point);
     virtual void mouseDownAt(const epiPoint& point);
     virtual void mouseMoveAt(const epiPoint& point);
@@ -272,6 +284,13 @@ public:
     virtual epiApplicationObject* menu();
     /** Reads the layout `name`'s text: through resources(), else the application's layout seam. */
     virtual bool readLayoutText(const epiText& name, epiText& dest);
+    // 23. children by name: each finds the child (the null child when there is none) and acts on it
+    /** Sends `code` and `data` to the named child's onEvent() at once, with this object as sender. */
+    virtual void childEventA(uint32_t name, uint32_t code, intptr_t data);
+    /** The named child's answer to query(a, b, c); 0 from the null child. */
+    virtual intptr_t childEventB(uint32_t name, intptr_t a, intptr_t b, intptr_t c);
+    /** Posts query(a, b, c) to the named child, to run later on the interface thread. */
+    virtual void childEventC(uint32_t name, intptr_t a, intptr_t b, intptr_t c);
     // 24. anchors
     virtual void setAnchors(int32_t topLeft, int32_t bottomRight);
     virtual void relayout();
@@ -301,6 +320,8 @@ public:
     /** The first child named `name`, or the null child. Never null. */
     epiUbo* childNamed(uint32_t name);
     epiUbo* childNamedIn(uint32_t a, uint32_t b, uint32_t c = 0);
+    /** `point` of the parent's coordinates in this object's own. */
+    epiPoint localPoint(const epiPoint& point);
     /** The child at `index`, or the null child when outside. Never null. */
     epiUbo* childAt(int32_t index);
     void setChildText(uint32_t name, const epiText* text);

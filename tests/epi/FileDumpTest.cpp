@@ -98,17 +98,12 @@ TEST(FileDump, MemoryOperations)
 TEST_F(FileTest, DumpDoesNotOverwriteReadOnlyFiles)
 {
     const std::string ro = readOnlyFile("ro.txt", "locked");
-    const int failed = runWherePermissionsApply(
+    EXPECT_TRUE(testsupport::asUnprivileged(
         [&ro]
         {
             epiFileDump dump;
-            if (dump.saveFile(epiPath(ro), "zz", 2))
-                return 1;
-            if (!dump.loadFile(epiPath(ro)) || dump.size() != 6u)
-                return 2;
-            return 0;
-        });
-    EXPECT_EQ(failed, 0) << "check " << failed << " failed";
+            return !dump.saveFile(epiPath(ro), "zz", 2) && dump.loadFile(epiPath(ro)) && dump.size() == 6u;
+        }));
     EXPECT_EQ(readAll(ro), "locked");
 }
 
@@ -167,16 +162,6 @@ TEST(FileDumpAtoms, SavesSizeThenDataAndReadsThemBack)
     EXPECT_TRUE(loaded.owned());
     EXPECT_FALSE(loaded.differs(dump));
     ram.freeBuffer();
-}
-
-TEST(FileDumpAtoms, ReadsABigEndianFile)
-{
-    AtomsOver big(Builder(true).head().u32(kSize, 3).atom(kData, "abc").bytes());
-    EXPECT_TRUE(big.atoms.swapped());
-    epiFileDump dump;
-    ASSERT_TRUE(dump.loadAtoms(&big.atoms));
-    ASSERT_EQ(dump.size(), 3u);
-    EXPECT_EQ(std::memcmp(dump.data(), "abc", 3), 0);
 }
 
 TEST(FileDumpAtoms, DamagedAtomsLoadNothing)

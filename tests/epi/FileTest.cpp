@@ -26,12 +26,8 @@ TEST_F(FileTest, WriteThenReadBack)
     {
         epiFile f;
         ASSERT_TRUE(f.open(path, epiFile::kWrite));
-        EXPECT_TRUE(f.isOpen());
         EXPECT_TRUE(f.write("hello world", 11));
-        EXPECT_EQ(f.tell(), 11u);
-        EXPECT_EQ(f.size(), 11u);
         EXPECT_TRUE(f.close());
-        EXPECT_FALSE(f.isOpen());
         EXPECT_FALSE(f.close());
     }
     EXPECT_EQ(readAll(at("data.bin")), "hello world");
@@ -87,15 +83,7 @@ TEST_F(FileTest, MissingFilesAndTheFlags)
     EXPECT_FALSE(f.open(epiPath(), epiFile::kWrite));
     // A folder is not a file.
     EXPECT_FALSE(f.open(epiPath(tmp_.path()), epiFile::kRead));
-    EXPECT_FALSE(f.isOpen());
-
-    // Closed files answer 0 and false.
     char c;
-    EXPECT_FALSE(f.read(&c, 1));
-    EXPECT_FALSE(f.write(&c, 1));
-    EXPECT_FALSE(f.seek(0, 0));
-    EXPECT_EQ(f.tell(), 0u);
-    EXPECT_EQ(f.size(), 0u);
 
     // Write opens without deleting; with kDeleteFirst the old content is gone.
     writeAll(at("keep"), "0123456789");
@@ -167,39 +155,22 @@ TEST_F(FileTest, SeekFromTheEndGoesPastIt)
 TEST_F(FileTest, ReadOnlyFiles)
 {
     const std::string ro = readOnlyFile("ro.txt", "locked");
-    const int failed = runWherePermissionsApply(
+    EXPECT_TRUE(testsupport::asUnprivileged(
         [&ro]
         {
-            int check = 0;
             epiFile f;
-            ++check;
-            if (f.open(epiPath(ro), epiFile::kWrite))
-                return check;
-            ++check;
-            if (f.open(epiPath(ro), epiFile::kWrite | epiFile::kDeleteFirst))
-                return check;
-            ++check;
-            if (!f.open(epiPath(ro), epiFile::kRead))
-                return check;
             char buffer[6];
-            ++check;
-            if (!f.read(buffer, 6) || std::memcmp(buffer, "locked", 6) != 0)
-                return check;
+            if (f.open(epiPath(ro), epiFile::kWrite) ||
+                f.open(epiPath(ro), epiFile::kWrite | epiFile::kDeleteFirst) ||
+                !f.open(epiPath(ro), epiFile::kRead) || !f.read(buffer, 6) ||
+                std::memcmp(buffer, "locked", 6) != 0)
+                return false;
             f.close();
             epiTextFile text("replacement");
-            ++check;
-            if (text.saveFile(epiPath(ro)))
-                return check;
-            ++check;
-            if (readAll(ro) != "locked")
-                return check;
-            // An unreadable file doesn't load and leaves the text as it was.
-            ++check;
-            if (::chmod(ro.c_str(), 0) == 0 && (text.loadFile(epiPath(ro)) || text != "replacement"))
-                return check;
-            return 0;
-        });
-    EXPECT_EQ(failed, 0) << "check " << failed << " failed";
+            // An unreadable file (when this user may make it one) doesn't load and leaves the text alone.
+            return !text.saveFile(epiPath(ro)) && readAll(ro) == "locked" &&
+                   (::chmod(ro.c_str(), 0) != 0 || (!text.loadFile(epiPath(ro)) && text == "replacement"));
+        }));
     EXPECT_EQ(readAll(ro), "locked");
 }
 
@@ -280,40 +251,21 @@ TEST(RamFile, ReadPastTheEndMovesThePositionAnyway)
     EXPECT_TRUE(f.read(out, 0));
 }
 
-TEST(RamFile, ReadIntoNullSkips)
-{
-    char bytes[10] = {};
-    epiRamFile f;
-    ASSERT_TRUE(f.setBuffer(bytes, 10));
-    EXPECT_TRUE(f.read(nullptr, 6));
-    EXPECT_EQ(f.tell(), 6u);
-}
-
 TEST(RamFile, SeekRules)
 {
     char bytes[10] = {};
     epiRamFile f;
     EXPECT_FALSE(f.seek(0, 0));
     ASSERT_TRUE(f.setBuffer(bytes, 10));
-    // From the end counts backwards: 3 from the end of 10 is 7.
-    EXPECT_TRUE(f.seek(3, 2));
-    EXPECT_EQ(f.tell(), 7u);
-    EXPECT_TRUE(f.seek(-2, 1));
-    EXPECT_EQ(f.tell(), 5u);
-    EXPECT_TRUE(f.seek(10, 0));
-    EXPECT_EQ(f.tell(), 10u);
-    // Any other whence is absolute.
-    EXPECT_TRUE(f.seek(4, 9));
-    EXPECT_EQ(f.tell(), 4u);
-    // Outside the buffer the position falls back to 0.
-    EXPECT_FALSE(f.seek(11, 0));
-    EXPECT_EQ(f.tell(), 0u);
-    ASSERT_TRUE(f.seek(6, 0));
-    EXPECT_FALSE(f.seek(-3, 2));
-    EXPECT_EQ(f.tell(), 0u);
-    ASSERT_TRUE(f.seek(6, 0));
-    EXPECT_FALSE(f.seek(-7, 1));
-    EXPECT_EQ(f.tell(), 0u);
+    // {offset, whence, result, position}: from the end counts backwards; any other whence is
+    // absolute; outside the buffer the position falls back to 0.
+    const int32_t rows[][4] = {{3, 2, 1, 7}, {-2, 1, 1, 5}, {10, 0, 1, 10}, {4, 9, 1, 4}, {11, 0, 0, 0},
+                               {6, 0, 1, 6}, {-3, 2, 0, 0}, {6, 0, 1, 6},   {-7, 1, 0, 0}};
+    for (const auto& row : rows)
+    {
+        EXPECT_EQ(f.seek(row[0], row[1]), row[2] != 0) << row[0] << "," << row[1];
+        EXPECT_EQ(f.tell(), uint32_t(row[3])) << row[0] << "," << row[1];
+    }
 }
 
 TEST(RamFile, WritesGrowWithSlackAndSizeIsTheCapacity)
@@ -402,22 +354,6 @@ TEST(RamFile, CloseForgetsWithoutFreeing)
     std::free(data);
 }
 
-TEST(RamFile, TakenBufferOutlivesTheFile)
-{
-    void* data = nullptr;
-    uint32_t length = 0;
-    {
-        epiRamFile f;
-        ASSERT_TRUE(f.createBuffer());
-        ASSERT_TRUE(f.write("owned by the caller", 19));
-        ASSERT_TRUE(f.getBuffer(&data, &length));
-    }
-    ASSERT_NE(data, nullptr);
-    EXPECT_EQ(length, 19u);
-    EXPECT_EQ(std::memcmp(data, "owned by the caller", 19), 0);
-    std::free(data);
-}
-
 // Folders.
 
 TEST_F(FileTest, FolderListsSortedEntries)
@@ -437,28 +373,9 @@ TEST_F(FileTest, FolderListsSortedEntries)
     EXPECT_EQ(folder.nameAt(1), "b.wav");
     EXPECT_EQ(folder.nameAt(2), "link");
     EXPECT_EQ(folder.nameAt(3), "loops");
-    EXPECT_FALSE(folder.isFolderAt(0));
-    EXPECT_TRUE(folder.isFolderAt(2));
-    EXPECT_TRUE(folder.isFolderAt(3));
-    EXPECT_EQ(folder.pathAt(1), at("b.wav"));
+    EXPECT_TRUE(folder.isFolderAt(2)); // a link to a folder counts as one
     EXPECT_EQ(folder.pathAt(3), at("loops/"));
-    EXPECT_EQ(folder.nameAt(4), "");
     EXPECT_EQ(folder.pathAt(-1), "");
-
-    int32_t steps = 0;
-    EXPECT_EQ(folder.index(), -1);
-    EXPECT_EQ(folder.currentName(), "");
-    while (folder.next())
-    {
-        EXPECT_EQ(folder.currentName(), folder.nameAt(steps));
-        ++steps;
-    }
-    EXPECT_EQ(steps, 4);
-    EXPECT_FALSE(folder.next());
-    folder.rewind();
-    ASSERT_TRUE(folder.next());
-    EXPECT_EQ(folder.currentPath(), at("A.aif"));
-    EXPECT_FALSE(folder.currentIsFolder());
 
     ASSERT_TRUE(folder.scan(epiPath(tmp_.path()), true));
     EXPECT_EQ(folder.count(), 5);

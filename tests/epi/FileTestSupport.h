@@ -1,18 +1,15 @@
 #pragma once
 
 #include "tests/epi/TempFolder.h"
+#include "tests/support/Unprivileged.h"
 
 #include <gtest/gtest.h>
 
 #include <dirent.h>
 #include <fstream>
-#include <grp.h>
 #include <iterator>
 #include <string>
 #include <sys/stat.h>
-#include <sys/types.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace epitest
 {
@@ -38,33 +35,6 @@ inline int openDescriptors()
         ::closedir(dir);
     }
     return count;
-}
-
-/**
- * Runs `checks` where file permissions apply: directly for an ordinary user; for the superuser,
- * whom permissions don't bind, in a child process that has dropped to the user "nobody". `checks`
- * returns 0 when all held, otherwise the number of the first check that failed (it must not use
- * gtest's assertions, which a child can't report).
- * @return what `checks` returned, or 255 when the child couldn't drop its privileges
- */
-template <typename Checks> int runWherePermissionsApply(Checks checks)
-{
-    if (::geteuid() != 0)
-        return checks();
-    const pid_t child = ::fork();
-    if (child < 0)
-        return 255;
-    if (child == 0)
-    {
-        // 65534 is "nobody" on Debian.
-        if (::setgroups(0, nullptr) != 0 || ::setgid(65534) != 0 || ::setuid(65534) != 0)
-            ::_exit(255);
-        ::_exit(checks());
-    }
-    int status = 0;
-    if (::waitpid(child, &status, 0) != child || !WIFEXITED(status))
-        return 255;
-    return WEXITSTATUS(status);
 }
 
 class FileTest : public ::testing::Test

@@ -86,16 +86,6 @@ public:
     epiApplicationObject* unsubscribeFrom = nullptr;
 };
 
-class Tracked : public epiObject
-{
-public:
-    explicit Tracked(bool* alive) : alive_(alive) { *alive_ = true; }
-    ~Tracked() override { *alive_ = false; }
-
-private:
-    bool* alive_;
-};
-
 } // namespace
 
 // The application at the top of a chain that owns itself, and an object below it.
@@ -114,11 +104,8 @@ protected:
 TEST(ObjectCount, UncountedObjectsIgnoreRetainAndRelease)
 {
     Watched o;
-    EXPECT_EQ(o.kind(), 0x62616F62u);
-    EXPECT_EQ(o.refCount(), epiObject::kNotCounted);
-    EXPECT_EQ(o.retain(), epiObject::kNotCounted);
+    o.retain();
     EXPECT_EQ(o.release(), epiObject::kNotCounted);
-    EXPECT_EQ(o.refCount(), epiObject::kNotCounted);
     EXPECT_EQ(o.disposed, 0);
 }
 
@@ -126,16 +113,12 @@ TEST(ObjectCount, TheStepToZeroDisposesOnce)
 {
     Watched o;
     o.startRefCount();
-    EXPECT_EQ(o.refCount(), 1);
-    o.startRefCount();
-    EXPECT_EQ(o.refCount(), 1);
-    EXPECT_EQ(o.retain(), 2);
-    EXPECT_EQ(o.release(), 1);
+    o.startRefCount(); // a second start doesn't add
+    o.retain();
+    o.release();
     EXPECT_EQ(o.disposed, 0);
     EXPECT_EQ(o.release(), 0);
-    EXPECT_EQ(o.disposed, 1);
-    // A further release goes negative and must not dispose a second time.
-    EXPECT_EQ(o.release(), -1);
+    EXPECT_EQ(o.release(), -1); // a further release must not dispose a second time
     EXPECT_EQ(o.disposed, 1);
 }
 
@@ -146,11 +129,8 @@ TEST_F(ApplicationObject, FactoryCallsClimbTheChain)
     EXPECT_EQ(leaf.owner(), &app);
     leaf.setOwner(&middle);
 
-    EXPECT_EQ(leaf.kind(), epiCode("oApp"));
     EXPECT_EQ(leaf.newObject(epiCode("GrUi"), epiCode("iBbt"), epiCode("play")), &app.product);
     ASSERT_EQ(app.made.size(), 1u);
-    EXPECT_EQ(app.made[0].family, epiCode("GrUi"));
-    EXPECT_EQ(app.made[0].kind, epiCode("iBbt"));
     EXPECT_EQ(app.made[0].name, epiCode("play"));
 
     // An object that owns itself, or has no owner, answers null instead of looping.
@@ -182,31 +162,13 @@ TEST_F(ApplicationObject, DisposeGoesThroughTheApplication)
 TEST_F(ApplicationObject, TimersRunThroughTheOwner)
 {
     Ticker ticker;
-    EXPECT_EQ(ticker.startTimer(0.5, false, true), 0);
-    EXPECT_FALSE(ticker.timerActive());
-
+    EXPECT_EQ(ticker.startTimer(0.5, false, true), 0); // no owner: no timer
     ticker.setOwner(&app);
     EXPECT_EQ(ticker.startTimer(1.0 / 30.0, true, false), 1);
-    ASSERT_EQ(app.timers.size(), 1u);
-    EXPECT_EQ(app.timers[0], &ticker);
-    EXPECT_DOUBLE_EQ(app.lastPeriod, 1.0 / 30.0);
-    EXPECT_TRUE(app.lastOnce);
-    EXPECT_FALSE(app.lastExact);
-    EXPECT_TRUE(ticker.timerActive());
-
-    ticker.timerTick();
-    ticker.timerTick();
-    EXPECT_EQ(ticker.ticks, 2);
-
+    EXPECT_EQ(app.timers, std::vector<epiApplicationObject*>{&ticker});
     ticker.stop();
-    ASSERT_EQ(app.removed.size(), 1u);
-    EXPECT_FALSE(ticker.timerActive());
-    // With no timer running, stop() leaves the application alone.
-    ticker.stop();
+    ticker.stop(); // with no timer running, stop() leaves the application alone
     EXPECT_EQ(app.removed.size(), 1u);
-    ticker.removeTimerNow();
-    EXPECT_EQ(app.removed.size(), 2u);
-    EXPECT_TRUE(ticker.start());
 }
 
 TEST_F(ApplicationObject, CommandsArePassedUpUnchanged)
@@ -216,12 +178,9 @@ TEST_F(ApplicationObject, CommandsArePassedUpUnchanged)
     leaf.postCommand(&middle, epiCode("Play"), -2, 3);
     ASSERT_EQ(app.commands.size(), 1u);
     EXPECT_EQ(app.commands[0].target, &middle);
-    EXPECT_EQ(app.commands[0].a, intptr_t(epiCode("Play")));
     EXPECT_EQ(app.commands[0].b, -2);
-    EXPECT_EQ(app.commands[0].c, 3);
-    EXPECT_EQ(leaf.query(1, 2, 3), 0);
     epiApplicationObject orphan;
-    orphan.postCommand(&leaf, 1, 2, 3);
+    orphan.postCommand(&leaf, 1, 2, 3); // no owner: dropped
     EXPECT_EQ(app.commands.size(), 1u);
 }
 
@@ -230,18 +189,14 @@ TEST_F(ApplicationObject, ListenersAreToldByCode)
     epiApplicationObject button;
     Ticker panel;
     Ticker other;
-    EXPECT_EQ(button.listeners(), nullptr);
     button.subscribe(epiCode("iHit"), &panel, 7);
     button.subscribe(epiCode("boCh"), &other, 0);
-    ASSERT_NE(button.listeners(), nullptr);
     EXPECT_EQ(button.notifyListeners(epiCode("iHit"), 42), 1);
     ASSERT_EQ(panel.events.size(), 1u);
-    EXPECT_EQ(panel.events[0].code, epiCode("iHit"));
     EXPECT_EQ(panel.events[0].sender, &button);
     EXPECT_EQ(panel.events[0].data, 42);
     EXPECT_TRUE(other.events.empty());
-    EXPECT_EQ(button.notifyListeners(epiCode("upda"), 0), 0);
-    EXPECT_EQ(button.notifyListeners(0, 0), 0);
+    EXPECT_EQ(button.notifyListeners(0, 0), 0); // 0 marks a free slot, never a code
 }
 
 TEST_F(ApplicationObject, DeliveryHoldsACountedSubscriber)
@@ -292,56 +247,7 @@ TEST_F(ApplicationObject, SubscriberMayLeaveDuringDelivery)
     EXPECT_EQ(b.events.size(), 1u);
 }
 
-TEST(ObjectsList, DoesNotOwnWhatItHolds)
-{
-    bool alive = false;
-    Tracked element(&alive);
-    {
-        epiObjectsList list;
-        list.append(&element);
-        list.append(nullptr);
-        EXPECT_EQ(list.count(), 2);
-        EXPECT_EQ(list.at(0), &element);
-        EXPECT_EQ(list.at(1), nullptr);
-        EXPECT_EQ(list.at(2), nullptr);
-        EXPECT_EQ(list.at(-1), nullptr);
-    }
-    EXPECT_TRUE(alive);
-}
-
 // Geometry.
-
-TEST(Rect, SizesAndMoves)
-{
-    epiRect r(10, 20, 110, 70);
-    EXPECT_EQ(r.width(), 100);
-    EXPECT_EQ(r.height(), 50);
-    EXPECT_DOUBLE_EQ(r.widthF(), 100.0);
-    EXPECT_FLOAT_EQ(r.aspect(), 2.0f);
-    EXPECT_EQ(r.size(), epiPoint(100, 50));
-    r.moveTo(-5, 5);
-    EXPECT_TRUE(r.equals(-5, 5, 95, 55));
-    r.offset(5, -5);
-    EXPECT_TRUE(r.equals(0, 0, 100, 50));
-    r.setSize(10, 4);
-    EXPECT_TRUE(r.equals(0, 0, 10, 4));
-    r.inset(1);
-    EXPECT_TRUE(r.equals(1, 1, 9, 3));
-    r.inset(-1, -2);
-    EXPECT_TRUE(r.equals(0, -1, 10, 5));
-    r.inset(1, 2, 3, 4);
-    EXPECT_TRUE(r.equals(1, 1, 7, 1));
-    r.set(7, 8, 17, 28);
-    r.moveToOrigin();
-    EXPECT_TRUE(r.equals(0, 0, 10, 20));
-    int32_t v[4];
-    r.get(v);
-    epiRect copy;
-    copy.set(v);
-    EXPECT_EQ(copy, r);
-    r.clear();
-    EXPECT_TRUE(r.equals(0, 0, 0, 0));
-}
 
 TEST(Rect, TouchingEdgesDoNotIntersect)
 {
@@ -361,8 +267,6 @@ TEST(Rect, PointsCountAllFourSides)
 {
     const epiRect r(0, 0, 10, 10);
     EXPECT_TRUE(r.containsPoint(epiPoint(10, 10)));
-    EXPECT_TRUE(r.containsPoint(int16_t(0), int16_t(0)));
-    EXPECT_FALSE(r.containsPoint(int16_t(11), int16_t(5)));
     EXPECT_FALSE(r.containsPoint(epiPoint(5, -1)));
     EXPECT_TRUE(r.containsRect(epiRect(0, 0, 10, 10)));
     EXPECT_FALSE(r.containsRect(epiRect(1, 1, 11, 5)));
@@ -387,8 +291,6 @@ TEST(Rect, ClipPairKeepsSourceAndDestAligned)
     EXPECT_TRUE(clip.clipPair(source, dest));
     EXPECT_TRUE(dest.equals(0, 80, 40, 100));
     EXPECT_TRUE(source.equals(10, 0, 50, 20));
-    EXPECT_EQ(source.width(), dest.width());
-    EXPECT_EQ(source.height(), dest.height());
 
     epiRect srcOut, dstOut;
     const epiRect srcIn(0, 0, 30, 30);

@@ -6,6 +6,7 @@
 
 #include <cstdlib>
 #include <fstream>
+#include <functional>
 #include <string>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -52,125 +53,50 @@ bool isDirectory(const std::string& path)
 
 } // namespace
 
-TEST(PathForms, SeparatorsAndFolders)
+// What an edit of a path gives: each row applies one edit to a path and names the result.
+struct PathRow
 {
-    epiPath p("/a/b/c.txt");
-    EXPECT_TRUE(p.isAbsolute());
-    EXPECT_FALSE(p.isFolder());
-    EXPECT_FALSE(epiPath("a/b").isAbsolute());
-    EXPECT_FALSE(epiPath("").isAbsolute());
+    const char* path;
+    std::function<void(epiPath&)> edit;
+    const char* want;
+};
+
+TEST(Path, EditsOfFoldersAndNames)
+{
+    const PathRow rows[] = {
+        {"/a/b/c.txt", [](epiPath& p) { p.removeLast(); }, "/a/b/"},
+        {"/a/b/", [](epiPath& p) { p.removeLast(); }, "/a/b/"}, // a folder has no last name to remove
+        {"name.wav", [](epiPath& p) { p.removeLast(); }, ""},
+        {"", [](epiPath& p) { p.ensureTrailingSlash(); }, ""},
+        {"/x", [](epiPath& p) { p.ensureTrailingSlash(), p.ensureTrailingSlash(); }, "/x/"},
+        {"/x/", [](epiPath& p) { p.appendFolderChars("sub"), p.appendFolderChars("deeper/"); },
+         "/x/sub/deeper/"},
+        {"/a/b/c.txt", [](epiPath& p) { p.goUp(); }, "/a/"},
+        {"/a/b/", [](epiPath& p) { p.goUp(); }, "/a/"},
+        {"/a/", [](epiPath& p) { p.goUp(); }, "/"},
+        {"a", [](epiPath& p) { p.goUp(); }, ""},
+        {"/sounds/take.1.wav", [](epiPath& p) { p = p.folder(); }, "/sounds/"},
+        {"/sounds/loops/", [](epiPath& p) { p = p.lastComponent(); }, "loops"},
+        {"/", [](epiPath& p) { p = p.lastComponent(); }, ""},
+        {"/a/b.c.d", [](epiPath& p) { p = p.extension() + "|" + p.baseName(); }, "d|b.c"},
+        // A name without '.' is its own extension and base name; a folder's dot never counts.
+        {"/a/name", [](epiPath& p) { p = p.extension() + "|" + p.baseName(); }, "name|name"},
+        {"/a/.hidden", [](epiPath& p) { p = p.extension() + "|" + p.baseName(); }, "hidden|"},
+        {"/v1.2/readme", [](epiPath& p) { p = p.baseName(); }, "readme"},
+        {"/t/Audio_T1_1.aif", [](epiPath& p) { p.appendToBaseName("_tmp"); }, "/t/Audio_T1_1_tmp.aif"},
+        {"a.wav", [](epiPath& p) { p.appendToBaseName("_tmp"); }, "a_tmp.wav"},
+        {"/t/take", [](epiPath& p) { p.appendToBaseName("_tmp"); }, "/t/take_tmp.take"},
+        {"/t/take", [](epiPath& p) { p.replaceExtension("aif"); }, "/t/take.aif"},
+        {"/t/a.aif", [](epiPath& p) { p.replaceExtension("wav"); }, "/t/a.wav"},
+    };
+    for (const PathRow& row : rows)
+    {
+        epiPath p(row.path);
+        row.edit(p);
+        EXPECT_EQ(p, row.want) << row.path;
+    }
     EXPECT_TRUE(epiPath("/").isFolder());
-
-    p.removeLast();
-    EXPECT_EQ(p, "/a/b/");
-    EXPECT_TRUE(p.isFolder());
-    p.removeLast();
-    EXPECT_EQ(p, "/a/b/");
-    epiPath bare("name.wav");
-    bare.removeLast();
-    EXPECT_TRUE(bare.isEmpty());
-
-    epiPath f;
-    f.ensureTrailingSlash();
-    EXPECT_TRUE(f.isEmpty());
-    f = "/x";
-    f.ensureTrailingSlash();
-    f.ensureTrailingSlash();
-    EXPECT_EQ(f, "/x/");
-    f.appendFolderChars("sub");
-    f.appendFolderChars("deeper/");
-    const epiText more("more");
-    f.appendFolderText(&more);
-    EXPECT_EQ(f, "/x/sub/deeper/more/");
-}
-
-TEST(PathForms, GoUp)
-{
-    epiPath p("/a/b/c.txt");
-    p.goUp();
-    EXPECT_EQ(p, "/a/");
-    p = "/a/b/";
-    p.goUp();
-    EXPECT_EQ(p, "/a/");
-    p.goUp();
-    EXPECT_EQ(p, "/");
-    p = "a";
-    p.goUp();
-    EXPECT_TRUE(p.isEmpty());
-}
-
-TEST(PathNames, FolderAndLastComponent)
-{
-    const epiPath p("/sounds/take.1.wav");
-    EXPECT_EQ(p.folder(), "/sounds/");
-    EXPECT_EQ(p, "/sounds/take.1.wav");
-    EXPECT_EQ(p.lastComponent(), "take.1.wav");
-    EXPECT_EQ(epiPath("/sounds/loops/").lastComponent(), "loops");
-    EXPECT_EQ(epiPath("plain").lastComponent(), "plain");
-    EXPECT_EQ(epiPath("/").lastComponent(), "");
-
-    epiPath q(p);
-    const epiText other("other.aif");
-    q.replaceLast(&other);
-    EXPECT_EQ(q, "/sounds/other.aif");
-    q = std::string("/from/a/string");
-    EXPECT_EQ(q.lastComponent(), "string");
-    q = std::string_view("/view/x.y");
-    EXPECT_EQ(q.baseName(), "x");
-}
-
-TEST(PathNames, ExtensionAndBaseName)
-{
-    const epiPath p("/a/b.c.d");
-    EXPECT_EQ(p.extension(), "d");
-    EXPECT_EQ(p.baseName(), "b.c");
-    // A name without '.' is its own extension and its own base name.
-    EXPECT_EQ(epiPath("/a/name").extension(), "name");
-    EXPECT_EQ(epiPath("/a/name").baseName(), "name");
-    EXPECT_EQ(epiPath("/a/.hidden").baseName(), "");
-    EXPECT_EQ(epiPath("/a/.hidden").extension(), "hidden");
-    // The extension is taken from the file name, never from a folder's dot.
-    EXPECT_EQ(epiPath("/v1.2/readme").baseName(), "readme");
-}
-
-TEST(PathNames, RebuildingTheName)
-{
-    epiPath p("/t/Audio_T1_1.aif");
-    p.appendToBaseName("_tmp");
-    EXPECT_EQ(p, "/t/Audio_T1_1_tmp.aif");
-    p.replaceExtension("wav");
-    EXPECT_EQ(p, "/t/Audio_T1_1_tmp.wav");
-    const epiText ext("kv3h");
-    p.replaceExtension(&ext);
-    EXPECT_EQ(p, "/t/Audio_T1_1_tmp.kv3h");
-    const epiText suffix("_frozen");
-    p.appendToBaseName(&suffix);
-    EXPECT_EQ(p, "/t/Audio_T1_1_tmp_frozen.kv3h");
-
-    epiPath rel("a.wav");
-    rel.appendToBaseName("_tmp");
-    EXPECT_EQ(rel, "a_tmp.wav");
-    // Without an extension the whole name stands as the extension too.
-    epiPath noExt("/t/take");
-    noExt.appendToBaseName("_tmp");
-    EXPECT_EQ(noExt, "/t/take_tmp.take");
-    noExt = "/t/take";
-    noExt.replaceExtension("aif");
-    EXPECT_EQ(noExt, "/t/take.aif");
-}
-
-TEST(PathNative, LinuxFormIsThePathItself)
-{
-    char native[epiPath::kNativeCapacity];
-    epiPath p;
-    p.fromNative("/home/player/Music/a b.wav");
-    EXPECT_EQ(p, "/home/player/Music/a b.wav");
-    p.toNative(native);
-    EXPECT_STREQ(native, "/home/player/Music/a b.wav");
-    // A backslash is an ordinary byte of a Linux name, and a colon too.
-    p.fromNative("/x/odd\\name:/y");
-    EXPECT_EQ(p, "/x/odd\\name:/y");
-    EXPECT_EQ(p.toNativeText(), "/x/odd\\name:/y");
+    EXPECT_FALSE(epiPath("a/b").isAbsolute());
 }
 
 TEST(PathNative, RelativePathsTakeTheBaseFolder)

@@ -97,54 +97,49 @@ TEST(XmlChunkChild, ContentInsideAndAttributes)
     EXPECT_TRUE(content.isEmpty());
 }
 
-TEST(XmlChunkChild, NamesAreExactAndClosingTagsMatchTheName)
+TEST(XmlChunkChild, ChildrenByExactNameAndTheirClosingTags)
 {
-    const epiText doc("<r><Item>1</Item><item>2</item></r>");
-    const epiXmlChunk r = epiXmlChunk(doc).child("r");
-    EXPECT_EQ(r.child("item").text(), "2");
-    EXPECT_EQ(r.child("Item").text(), "1");
-    EXPECT_FALSE(r.findElementChars("ITEM", nullptr, nullptr));
-    EXPECT_FALSE(r.findElementChars("ite", nullptr, nullptr));
-
-    // A closing tag of another case does not close: the search fails.
-    const epiText wrongCase("<item>1</Item>");
-    EXPECT_FALSE(epiXmlChunk(wrongCase).findElementChars("item", nullptr, nullptr));
-    // The closing name is what stands in the opening tag up to its first blank.
-    const epiText blank("<a x=\"1\">t</a >");
-    EXPECT_EQ(epiXmlChunk(blank).child("a").text(), "t");
-    // With a tab the name runs to the '>', so "</a>" does not close it and "a" is not its name.
-    const epiText tab("<a\tb=\"1\">t</a>");
-    EXPECT_FALSE(epiXmlChunk(tab).findElementChars("a", nullptr, nullptr));
-    EXPECT_FALSE(epiXmlChunk(tab).findElementChars("a\tb=\"1\"", nullptr, nullptr));
-    const epiText tabClosed("<a\tb=\"1\">t</a\tb=\"1\">");
-    EXPECT_EQ(epiXmlChunk(tabClosed).child("a\tb=\"1\"").text(), "t");
-}
-
-TEST(XmlChunkChild, SameNamesNestAndOthersDoNot)
-{
-    const epiText doc("<a><a>x</a></a>");
-    EXPECT_EQ(str(epiXmlChunk(doc).child("a")), "<a>x</a>");
-    EXPECT_EQ(str(epiXmlChunk(doc).child("a").child("a")), "x");
-    // Only the name being closed is counted; a self-closed one of the same name doesn't nest.
-    const epiText mixed("<a><b><a/></b>y</a>");
-    EXPECT_EQ(str(epiXmlChunk(mixed).child("a")), "<b><a/></b>y");
-    // Badly nested other names don't matter to the outer element.
-    const epiText crossed("<a><b></a></b>");
-    EXPECT_EQ(str(epiXmlChunk(crossed).child("a")), "<b>");
-}
-
-TEST(XmlChunkChild, CommentedOutElementsStillCount)
-{
-    const epiText doc("<list><!-- <item>old</item> --><item>new</item></list>");
-    EXPECT_EQ(epiXmlChunk(doc).child("list").child("item").text(), "old");
-}
-
-TEST(XmlChunkChild, TheCloseSearchLooksIntoAttributeText)
-{
-    // findClose goes on one byte behind a tag's name, so a "</list>" inside an attribute of a
-    // child closes the list early.
-    const epiText doc("<list><a x=\"</list>\">1</a></list>");
-    EXPECT_EQ(str(epiXmlChunk(doc).child("list")), "<a x=\"");
+    // {document, the child path (names split by '/'), the raw text found, or null when not found}
+    struct Row
+    {
+        const char* doc;
+        std::vector<const char*> path;
+        const char* want;
+    };
+    const Row rows[] = {
+        {"<r><Item>1</Item><item>2</item></r>", {"r", "item"}, "2"},
+        {"<r><Item>1</Item><item>2</item></r>", {"r", "Item"}, "1"},
+        {"<r><Item>1</Item><item>2</item></r>", {"r", "ite"}, nullptr},
+        {"<item>1</Item>", {"item"}, nullptr}, // a closing tag of another case does not close
+        {"<a x=\"1\">t</a >", {"a"}, "t"},     // the closing name runs to the first blank
+        {"<a\tb=\"1\">t</a>", {"a"}, nullptr}, // with a tab it runs to the '>'
+        {"<a\tb=\"1\">t</a\tb=\"1\">", {"a\tb=\"1\""}, "t"},
+        {"<a><a>x</a></a>", {"a"}, "<a>x</a>"}, // the same name nests
+        {"<a><a>x</a></a>", {"a", "a"}, "x"},
+        {"<a><b><a/></b>y</a>", {"a"}, "<b><a/></b>y"}, // a self-closed one doesn't
+        {"<a><b></a></b>", {"a"}, "<b>"},               // badly nested others don't matter
+        {"<list><!-- <item>old</item> --><item>new</item></list>", {"list", "item"}, "old"},
+        // The close search goes on one byte behind a tag's name, into attribute text.
+        {"<list><a x=\"</list>\">1</a></list>", {"list"}, "<a x=\""},
+        {"</x><a>1</a>", {"a"}, "1"}, // a stray closing tag is passed over
+    };
+    for (const Row& row : rows)
+    {
+        const epiText doc(row.doc);
+        epiXmlChunk at(doc);
+        epiXmlChunk content;
+        bool found = true;
+        for (const char* name : row.path)
+        {
+            found = at.findElementChars(name, &content, nullptr);
+            at = content;
+        }
+        EXPECT_EQ(found, row.want != nullptr) << row.doc;
+        if (found && row.want != nullptr)
+        {
+            EXPECT_EQ(str(content), row.want) << row.doc;
+        }
+    }
 }
 
 TEST(XmlChunkChild, MissingOrUnclosedElementsGiveEmptyChunksAtTheStart)
@@ -162,11 +157,8 @@ TEST(XmlChunkChild, MissingOrUnclosedElementsGiveEmptyChunksAtTheStart)
     EXPECT_FALSE(r.findElementChars("c", nullptr, nullptr));
     EXPECT_TRUE(r.child("zz").isEmpty());
     EXPECT_TRUE(epiXmlChunk().child("a").isEmpty());
-    // A stray closing tag at the level searched is passed over.
     const epiText stray("</x><a>1</a>");
-    EXPECT_EQ(epiXmlChunk(stray).child("a").text(), "1");
-    // A null name finds the first child of any name.
-    EXPECT_EQ(epiXmlChunk(stray).child(nullptr).text(), "1");
+    EXPECT_EQ(epiXmlChunk(stray).child(nullptr).text(), "1"); // a null name: the first of any name
 }
 
 TEST(XmlChunkText, LinesFoldIntoOneAndNothingIsDecoded)
@@ -287,49 +279,6 @@ TEST(XmlChunkSearch, DeepNestingAndLongListsEndInTime)
     while (items.next(&item, nullptr))
         ASSERT_EQ(std::string(item.text()), std::to_string(n++));
     EXPECT_EQ(n, 1000);
-}
-
-} // namespace
-
-namespace
-{
-
-TEST(XmlChunkWriter, ElementsWrittenLineByLineReadBack)
-{
-    // The writing side: one element a line, lists as nested elements, nothing encoded.
-    epiText doc("<content>");
-    doc.appendNewline();
-    const epiText kind("wind");
-    const epiText name("a & b <not a tag");
-    const epiText rect("0 0 640 480");
-    doc.appendElement("kind", &kind, true);
-    doc.appendElement("name", &name, true);
-    doc.appendElement("rect", &rect, true);
-    doc.appendChars("<list>");
-    doc.appendNewline();
-    for (int i = 0; i < 3; ++i)
-    {
-        epiText value;
-        value.formatAssign("item %d", i);
-        doc.appendChars("\t");
-        doc.appendElement("item", &value, true);
-    }
-    doc.appendChars("</list>");
-    doc.appendNewline();
-    doc.appendChars("</content>");
-
-    const epiXmlChunk content = epiXmlChunk(doc).child("content");
-    EXPECT_EQ(content.child("kind").text(), "wind");
-    EXPECT_EQ(content.child("rect").text(), "0 0 640 480");
-    // The '<' inside the value opens no element: no '>' follows it before the closing tag's.
-    EXPECT_EQ(content.child("name").text(), "a & b <not a tag");
-    epiXmlChunkEnumerator items(content.child("list"));
-    items.setName("item");
-    epiXmlChunk item;
-    int n = 0;
-    while (items.next(&item, nullptr))
-        EXPECT_EQ(std::string(item.text()), "item " + std::to_string(n++));
-    EXPECT_EQ(n, 3);
 }
 
 } // namespace

@@ -3,21 +3,7 @@
 # line on stderr, and leaves no file behind.
 # Variables: KV3 (the program), READBACK (epi_pack_readback), TREE (the folder to pack), WORK.
 
-function(run_kv3 code)
-    execute_process(COMMAND ${KV3} ${ARGN} RESULT_VARIABLE rc OUTPUT_VARIABLE out ERROR_VARIABLE err)
-    if(NOT rc EQUAL ${code})
-        message(FATAL_ERROR "kv3 ${ARGN}: exit ${rc}, expected ${code}\nstdout: ${out}\nstderr: ${err}")
-    endif()
-    if(NOT code EQUAL 0)
-        string(REGEX MATCHALL "\n" lines "${err}")
-        list(LENGTH lines count)
-        if(NOT count EQUAL 1)
-            message(FATAL_ERROR "kv3 ${ARGN}: expected one line on stderr, got:\n${err}")
-        endif()
-    endif()
-    set(last_out "${out}" PARENT_SCOPE)
-    set(last_err "${err}" PARENT_SCOPE)
-endfunction()
+include(${CMAKE_CURRENT_LIST_DIR}/cli_support.cmake)
 
 function(expect_same a b)
     execute_process(COMMAND ${CMAKE_COMMAND} -E compare_files ${a} ${b} RESULT_VARIABLE rc)

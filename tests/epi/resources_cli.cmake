@@ -1,26 +1,7 @@
 # `kv3 resources find` and `kv3 menu show` as a user runs them, over a folder and over a pack.
 # Variables: KV3 (the program), TREE (a resource folder), PACK (the same tree packed).
 
-function(run_kv3 code)
-    execute_process(COMMAND ${KV3} ${ARGN} RESULT_VARIABLE rc OUTPUT_VARIABLE out ERROR_VARIABLE err)
-    if(NOT rc EQUAL ${code})
-        message(FATAL_ERROR "kv3 ${ARGN}: exit ${rc}, expected ${code}\nstdout: ${out}\nstderr: ${err}")
-    endif()
-    if(NOT code EQUAL 0)
-        string(REGEX MATCHALL "\n" lines "${err}")
-        list(LENGTH lines count)
-        if(NOT count EQUAL 1)
-            message(FATAL_ERROR "kv3 ${ARGN}: expected one line on stderr, got:\n${err}")
-        endif()
-    endif()
-    set(last_out "${out}" PARENT_SCOPE)
-endfunction()
-
-function(expect_out expected)
-    if(NOT last_out STREQUAL "${expected}")
-        message(FATAL_ERROR "expected:\n${expected}\ngot:\n${last_out}")
-    endif()
-endfunction()
+include(${CMAKE_CURRENT_LIST_DIR}/cli_support.cmake)
 
 foreach(medium "--folder;${TREE}" "--pack;${PACK}")
     run_kv3(0 resources find ${medium} laya NoSz)

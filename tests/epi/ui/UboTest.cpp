@@ -1,6 +1,11 @@
 // The UI object: lookups, the tree, hits climbing to the panel, mouse routing, anchors.
 
+#include "epi/ui/epiBitmap.h"
+#include "epi/ui/epiUiResources.h"
 #include "tests/epi/ui/UiTestSupport.h"
+
+#include <cstdio>
+#include <functional>
 
 namespace
 {
@@ -173,30 +178,47 @@ TEST_F(Ubo, ASubscriberThatLeavesOrReleasesItselfInOnEventIsSafe)
     app.purgeDisposed();
 }
 
-/** Records what reaches the window's surface. */
+/** Records each call that reaches the window's surface as "name rect clip". */
 class RecordingSurface : public epiUiSurface
 {
 public:
-    void fillRect(const epiRect& rect, const epiRect&, epiColour) override { fills.push_back(rect); }
-    void frameRect(const epiRect&, const epiRect&, epiColour) override {}
+    void fillRect(const epiRect& r, const epiRect& c, epiColour) override { log("fill", r, c); }
+    void frameRect(const epiRect& r, const epiRect& c, epiColour) override { log("frame", r, c); }
     void drawLine(int32_t x1, int32_t y1, int32_t x2, int32_t y2, epiColour) override
     {
-        lines.push_back(epiRect(x1, y1, x2, y2));
+        log("line", epiRect(x1, y1, x2, y2), epiRect());
     }
-    void drawText(uint32_t, int32_t, const epiRect&, const epiRect&, const epiText&, epiColour) override {}
-    int32_t textWidth(uint32_t, const epiText&) override { return 0; }
-    void drawSystemText(const epiRect&, const epiRect&, const epiText&, int32_t, bool, int32_t,
+    void drawText(uint32_t, int32_t, const epiRect& r, const epiRect& c, const epiText&, epiColour) override
+    {
+        log("text", r, c);
+    }
+    int32_t textWidth(uint32_t, const epiText& text) override { return int32_t(text.size()); }
+    void drawSystemText(const epiRect& r, const epiRect& c, const epiText&, int32_t, bool, int32_t,
                         epiColour) override
     {
+        log("system", r, c);
     }
-    void blitStretched(epiBitmap*, const epiRect&, const epiRect&, const epiRect&) override {}
-    void blitAlpha(epiBitmap*, const epiRect&, const epiRect&, const epiRect&) override {}
-    void drawShape(const epiShapeRequest&) override {}
-    std::vector<epiRect> fills;
-    std::vector<epiRect> lines;
+    void blitStretched(epiBitmap*, const epiRect&, const epiRect& d, const epiRect& c) override
+    {
+        log("copy", d, c);
+    }
+    void blitAlpha(epiBitmap*, const epiRect&, const epiRect& d, const epiRect& c) override
+    {
+        log("blend", d, c);
+    }
+    void drawShape(const epiShapeRequest& q) override { log(epiCodeText(q.kind).c_str(), q.rect, q.clip); }
+
+    void log(const char* name, const epiRect& r, const epiRect& c)
+    {
+        char line[120];
+        std::snprintf(line, sizeof line, "%s %d,%d,%d,%d %d,%d,%d,%d", name, r.left_, r.top_, r.right_,
+                      r.bottom_, c.left_, c.top_, c.right_, c.bottom_);
+        calls.push_back(line);
+    }
+    std::vector<std::string> calls;
 };
 
-TEST_F(Ubo, ALeafDrawsInItsOwnCoordinatesAndTheWindowsSurfaceGetsItsOwn)
+TEST_F(Ubo, EveryDrawingCallOfALeafReachesTheWindowsSurfaceInTheWindowsCoordinates)
 {
     layout("inner.xml", "<size>50,50</size>",
            item("ubob", "leaf", "<position>5,5</position><size>10,10</size>"));
@@ -209,12 +231,137 @@ TEST_F(Ubo, ALeafDrawsInItsOwnCoordinatesAndTheWindowsSurfaceGetsItsOwn)
     window->setSurface(&surface);
     epiUbo* leaf = window->childNamedIn(epiCode("box1"), epiCode("leaf"));
     ASSERT_EQ(leaf->name(), epiCode("leaf"));
-    leaf->fillRect(epiRect(0, 0, 4, 4), leaf->bounds(), epiColour{});
-    leaf->drawLine(-100, 1, 100, 1, epiColour{}); // a horizontal line stays inside the leaf
-    leaf->drawLine(3, 50, 3, 60, epiColour{});    // and one below it is dropped
-    EXPECT_EQ(surface.fills, std::vector<epiRect>{epiRect(15, 25, 19, 29)});
-    EXPECT_EQ(surface.lines, std::vector<epiRect>{epiRect(15, 26, 25, 26)});
+    epiBitmap opaque, blended;
+    opaque.setUsesAlpha(false);
+    blended.setUsesAlpha(true);
+    const epiRect r(0, 0, 4, 4), clip(0, 0, 10, 10);
+    epiShapeRequest rectangleOutline; // no rectangle: the leaf's bounds
+    rectangleOutline.kind = epiCode("recP");
+    const std::pair<std::function<void()>, const char*> rows[] = {
+        {[&] { leaf->fillRect(r, clip, {}); }, "fill 15,25,19,29 15,25,25,35"},
+        {[&] { leaf->frameRectDraw(r, clip, {}); }, "frame 15,25,19,29 15,25,25,35"},
+        {[&] { leaf->drawText(0, 0, r, clip, epiText("a"), {}); }, "text 15,25,19,29 15,25,25,35"},
+        {[&] { leaf->drawSystemText(r, clip, epiText("a"), 9, false, 0, {}); },
+         "system 15,25,19,29 15,25,25,35"},
+        {[&] { leaf->blitStretched(&opaque, r, r, clip); }, "copy 15,25,19,29 15,25,25,35"},
+        {[&] { leaf->blitAlpha(&opaque, r, r, clip); }, "blend 15,25,19,29 15,25,25,35"},
+        {[&] { leaf->blitBitmap(&opaque, r, clip, true); }, "blend 15,25,19,29 15,25,25,35"},
+        {[&] { leaf->blitPart(&opaque, r, r, clip); }, "copy 15,25,19,29 15,25,25,35"},
+        {[&] { leaf->blitPart(&blended, r, r, clip); }, "blend 15,25,19,29 15,25,25,35"},
+        {[&] { leaf->drawShape(rectangleOutline); }, "recP 15,25,25,35 15,25,15,25"},
+        {[&] { leaf->fillEllipse(r, clip, {}); }, "ovaF 15,25,19,29 15,25,25,35"},
+        {[&] { leaf->frameEllipse(r, clip, {}, 2); }, "ovaP 15,25,19,29 15,25,25,35"},
+        // A horizontal line stays inside the leaf; a vertical one below it is dropped.
+        {[&] { leaf->drawLine(-100, 1, 100, 1, {}); }, "line 15,26,25,26 0,0,0,0"},
+        {[&] { leaf->drawLine(3, 50, 3, 60, {}); }, ""},
+        {[&] { leaf->blitBitmap(nullptr, r, clip, false); }, ""},
+    };
+    for (const auto& [call, expected] : rows)
+    {
+        surface.calls.clear();
+        call();
+        EXPECT_EQ(surface.calls, *expected ? std::vector<std::string>{expected} : std::vector<std::string>{})
+            << expected;
+    }
+    EXPECT_EQ(leaf->textWidth(0, epiText("abc")), 3);
     window->setSurface(nullptr);
+    surface.calls.clear();
+    leaf->fillRect(r, clip, {}); // no surface: dropped at the window
+    EXPECT_TRUE(surface.calls.empty());
+}
+
+TEST_F(Ubo, TheKeyboardFocusChainsUpTheTreeAndKeysGoToTheDeepestFocus)
+{
+    layout("inner.xml", "<size>50,50</size>", item("tBtn", "leaf") + item("tBtn", "othr"));
+    epiUbo* root = loadText("<size>100,100</size>",
+                            item("iCon", "box1", attrs({{"chil", "inner.xml"}})) + item("tBtn", "side"));
+    epiUbo* box = root->childNamed(epiCode("box1"));
+    auto* leaf = dynamic_cast<TestWidget*>(box->childNamed(epiCode("leaf")));
+    auto* other = dynamic_cast<TestWidget*>(box->childNamed(epiCode("othr")));
+    auto* side = dynamic_cast<TestWidget*>(root->childNamed(epiCode("side")));
+    ASSERT_TRUE(leaf && other && side);
+    box->pushFocus(leaf);
+    EXPECT_EQ(root->focusObject(), leaf); // the box took the root's focus in turn
+    box->switchFocus(leaf);               // the same object: still one entry
+    box->switchFocus(other);
+    EXPECT_EQ(root->focusObject(), other);
+    box->popFocus(); // the box's stack is empty: it leaves the root's too
+    EXPECT_EQ(root->focusObject(), nullptr);
+    EXPECT_EQ(box->focusObject(), nullptr);
+    root->switchFocus(side);
+    side->subscribe(epiCode("kedo"), leaf, 0);
+    leaf->heard.clear();
+    root->keyDown(65); // reaches the focus's subscribers, not the root's
+    EXPECT_EQ(leaf->heard, std::vector<intptr_t>{intptr_t(epiCode("kedo"))});
+}
+
+TEST_F(Ubo, SizesChangeAroundTheCentreForFitChildAndSetSizeFromFrame)
+{
+    epiUbo* root =
+        loadText("<size>400,400</size>", item("ubob", "wide", "<position>0,0</position><size>100,50</size>"));
+    epiUbo* wide = root->childNamed(epiCode("wide"));
+    root->fitChild(epiCode("wide"), 1.0f); // wider than 1: the width stays
+    EXPECT_EQ(wide->frame(), epiRect(0, -25, 100, 75));
+    root->fitChild(epiCode("wide"), 4.0f); // narrower than 4: the height stays
+    EXPECT_EQ(wide->frame(), epiRect(-150, -25, 250, 75));
+    root->fitChild(epiCode("none"), 2.0f); // no such child: nothing happens
+    wide->setSizeFromFrame(epiPoint(40, 20));
+    EXPECT_EQ(wide->frame(), epiRect(30, 15, 70, 35));
+}
+
+TEST_F(Ubo, ChildEventsReachTheNamedChildAtOnceOrWhenPosted)
+{
+    epiUbo* root = loadText("<size>100,100</size>", item("tBtn", "butn"));
+    auto* button = dynamic_cast<TestWidget*>(root->childAt(0));
+    root->childEventA(epiCode("butn"), epiCode("ping"), 0);
+    EXPECT_EQ(root->childEventB(epiCode("butn"), 5, 6, 7), 18);
+    root->childEventC(epiCode("butn"), 9, 0, 0);
+    EXPECT_EQ(button->heard, (std::vector<intptr_t>{intptr_t(epiCode("ping")), 5}));
+    advance(0.2);
+    EXPECT_EQ(button->heard.back(), 9);
+    EXPECT_EQ(root->childEventB(epiCode("none"), 5, 6, 7), 0); // the null child answers nothing
+    root->childEventA(epiCode("none"), epiCode("ping"), 0);
+}
+
+/** A bitmap table whose "gen/" names are generated, so that no decoder is needed. */
+class GeneratingCasts : public epiBitmapCasts
+{
+public:
+    epiBitmap* customBitmap(const char* name, uint32_t) override
+    {
+        return std::string(name).starts_with("gen/") ? new epiBitmap() : nullptr;
+    }
+};
+
+TEST_F(Ubo, TheTreesResourcesOwnOneBitmapTableThatThePlatformMayReplace)
+{
+    epiUbo* root = loadText("<size>10,10</size>", item("ubob", "aaaa"));
+    epiResources* shared = root->childAt(0)->resources();
+    ASSERT_NE(shared->castsRef(), nullptr);
+    EXPECT_EQ(shared->castsRef()->resources(), shared);
+    EXPECT_EQ(shared->fontsRef()->resources(), shared);
+    EXPECT_EQ(shared->castsRef()->acquireImage("missing.png"), nullptr);
+
+    epiFactory::add(epiCode("Appl"), epiCode("Cast"),
+                    [](uint32_t) -> epiObject* { return new GeneratingCasts(); });
+    epiUiResources resources;
+    resources.setOwner(&app);
+    ASSERT_TRUE(resources.start());
+    epiBitmapCasts* casts = resources.castsRef();
+    ASSERT_NE(dynamic_cast<GeneratingCasts*>(casts), nullptr);
+    epiBitmap* first = casts->acquireImage("gen/a");
+    ASSERT_NE(first, nullptr);
+    EXPECT_EQ(casts->acquireImage("gen/a"), first);
+    EXPECT_EQ(casts->useCount("gen/a"), 2);
+    const epiText name("gen/a");
+    resources.purgeCast(&name); // the next acquire makes a new entry
+    EXPECT_EQ(casts->useCount("gen/a"), 0);
+    ASSERT_NE(casts->acquireImage("gen/a"), nullptr);
+    casts->acquireImage("gen/b");
+    resources.purgeAllCasts();
+    EXPECT_EQ(casts->count(), 0);
+    resources.stop();
+    epiFactory::add(epiCode("Appl"), epiCode("Cast"), nullptr);
 }
 
 TEST_F(Ubo, FormattedTextsStayWithinTheirBuffers)

@@ -54,9 +54,20 @@ public:
         epiUbo::hit();
     }
     bool pressed() { return behaviourObject() != nullptr && behaviourObject()->isPressed(); }
+    void onEvent(uint32_t code, epiApplicationObject* sender, intptr_t data) override
+    {
+        heard.push_back(intptr_t(code));
+        epiUbo::onEvent(code, sender, data);
+    }
+    intptr_t query(intptr_t a, intptr_t b, intptr_t c) override
+    {
+        heard.push_back(a);
+        return a + b + c;
+    }
 
     int redraws = 0;
     int hits = 0;
+    std::vector<intptr_t> heard; // codes of onEvent() and first arguments of query(), in order
 
 private:
     uint32_t kind_;

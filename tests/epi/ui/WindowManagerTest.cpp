@@ -1,5 +1,5 @@
-// The window manager's neutral half: the window list, lookups, the cascade, quitting when empty
-// and the road of a command.
+// The window manager's neutral half: the window list, lookups, the cascade and quitting when
+// empty. The road of a command is the menu tests'.
 
 #include "tests/epi/ui/UiTestSupport.h"
 
@@ -7,30 +7,6 @@ namespace
 {
 
 using Windows = UiFixture;
-
-/** A window that takes one command code, and an application that takes another. */
-class CommandWindow : public epiUiWindowBase
-{
-public:
-    intptr_t query(intptr_t a, intptr_t, intptr_t) override
-    {
-        seen.push_back(uint32_t(a));
-        return uint32_t(a) == takes ? 1 : 0;
-    }
-    uint32_t takes = 0;
-    std::vector<uint32_t> seen;
-};
-
-class RoadApp : public TestApp
-{
-public:
-    intptr_t handleCommandCode(uint32_t code) override
-    {
-        reached.push_back(code);
-        return 0;
-    }
-    std::vector<uint32_t> reached;
-};
 
 TEST_F(Windows, OpensByInternalNameAndClosingTheLastQuitsWhenAsked)
 {
@@ -88,31 +64,6 @@ TEST_F(Windows, TheCascadeComesBackToItsStart)
     const auto back = std::find(places.begin() + 1, places.end(), epiPoint(64, 64));
     ASSERT_NE(back, places.end());
     EXPECT_LE(back[-1].x_, 640);
-}
-
-TEST(WindowRoad, ACommandGoesToTheTopWindowThenTheMainWindowThenTheApplication)
-{
-    RoadApp app;
-    ASSERT_TRUE(app.start());
-    epiWindowManager* manager = app.windowManager();
-    CommandWindow* windows[2];
-    const uint32_t names[2] = {epiCode("main"), epiCode("dlog")};
-    for (int i = 0; i < 2; ++i)
-    {
-        windows[i] = new CommandWindow();
-        windows[i]->startRefCount();
-        windows[i]->setOwner(&app);
-        windows[i]->start();
-        windows[i]->setName(names[i]);
-        windows[i]->notifyCreated();
-    }
-    windows[0]->takes = epiCode("open");
-    EXPECT_EQ(manager->queryFlag(epiCode("open")), 1);
-    EXPECT_EQ(manager->queryFlag(epiCode("none")), 0);
-    EXPECT_EQ(windows[1]->seen, (std::vector<uint32_t>{epiCode("open"), epiCode("none")}));
-    EXPECT_EQ(windows[0]->seen, (std::vector<uint32_t>{epiCode("open"), epiCode("none")}));
-    EXPECT_EQ(app.reached, std::vector<uint32_t>{epiCode("none")});
-    app.stop();
 }
 
 } // namespace

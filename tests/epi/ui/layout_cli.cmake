@@ -1,13 +1,7 @@
 # `kv3 layout show` and `kv3 layout write` run as a user would, over a folder and over a pack
 # built from it. Variables: KV3 (the program), WORK (a scratch folder).
 
-function(run_kv3 code)
-    execute_process(COMMAND ${KV3} ${ARGN} RESULT_VARIABLE rc OUTPUT_VARIABLE out ERROR_VARIABLE err)
-    if(NOT rc EQUAL ${code})
-        message(FATAL_ERROR "kv3 ${ARGN}: exit ${rc}, expected ${code}\nstdout: ${out}\nstderr: ${err}")
-    endif()
-    set(last_out "${out}" PARENT_SCOPE)
-endfunction()
+include(${CMAKE_CURRENT_LIST_DIR}/../cli_support.cmake)
 
 function(expect_json json expected)
     string(JSON got GET "${json}" ${ARGN})
