@@ -3,6 +3,7 @@
 #include "epi/epiResources.h"
 #include "epi/ui/epiApplication.h"
 #include "epi/ui/epiUiBehaviour.h"
+#include "epi/ui/epiUiBitmapView.h"
 #include "epi/ui/epiWindowManager.h"
 
 #include <algorithm>
@@ -1405,6 +1406,8 @@ epiText epiCodeText(uint32_t code)
 
 epiUbo* epiUiNewNeutral(uint32_t kind)
 {
+    if (epiUbo* widget = epiUiNewBitmapWidget(kind))
+        return widget;
     if (kind == epiCode("iCon"))
         return new epiUiContainer();
     if (kind == epiCode("iCos"))
