@@ -1,9 +1,11 @@
 # Resource packs built at build time and linked into executables, read in place.
 #
 # epi_resource_pack(NAME <name> FOLDER <dir> [ID <id>] [EXCLUDE <regex>...] [RENAME <from> <to>...]
-#                   [GENERATED <file> <path in pack>...] [DEPENDS <target>...])
+#                   [GENERATED <file> <path in pack>...] [TREES <dir>...] [DEPENDS <target or file>...])
 #   Stages FOLDER's tree (less the top-level entries matching an EXCLUDE regex, with each top-level
-#   folder <from> of RENAME stored as <to>) and the GENERATED files at their paths in the pack,
+#   folder <from> of RENAME stored as <to>), the GENERATED files at their paths in the pack and the
+#   whole of each folder of TREES, made at build time, at the pack's root (a DEPENDS entry names
+#   what makes them: a target, or a file touched when the folder is complete),
 #   packs the stage with packtool into <binary dir>/<name>.prs, and makes the object library
 #   <name> that holds the pack's bytes and registers them under ID (22000 by default) with
 #   epiLinkedResources before main() runs. A changed, added or removed file rebuilds the pack and
@@ -15,7 +17,7 @@
 include_guard(GLOBAL)
 
 function(epi_resource_pack)
-    cmake_parse_arguments(P "" "NAME;FOLDER;ID" "EXCLUDE;RENAME;GENERATED;DEPENDS" ${ARGN})
+    cmake_parse_arguments(P "" "NAME;FOLDER;ID" "EXCLUDE;RENAME;GENERATED;TREES;DEPENDS" ${ARGN})
     if(NOT P_NAME OR NOT P_FOLDER)
         message(FATAL_ERROR "epi_resource_pack: NAME and FOLDER are required")
     endif()
@@ -63,9 +65,10 @@ function(epi_resource_pack)
     string(REPLACE ";" "|" exclude "${P_EXCLUDE}")
     string(REPLACE ";" "|" rename "${P_RENAME}")
     string(REPLACE ";" "|" pairs "${generated_pairs}")
+    string(REPLACE ";" "|" trees "${P_TREES}")
     add_custom_command(OUTPUT ${pack}
         COMMAND ${CMAKE_COMMAND} -DSOURCE=${P_FOLDER} -DSTAGE=${stage} "-DEXCLUDE=${exclude}"
-                "-DRENAME=${rename}" "-DGENERATED=${pairs}"
+                "-DRENAME=${rename}" "-DGENERATED=${pairs}" "-DTREES=${trees}"
                 -P ${script}
         COMMAND packtool ${stage} ${pack}
         DEPENDS ${depends} ${generated_files} ${P_DEPENDS} ${script}
