@@ -30,6 +30,11 @@ namespace
 
 constexpr int kRate = 48000;
 constexpr int kPeriod = 256;
+#if defined(__has_feature)
+constexpr bool kChecked = __has_feature(address_sanitizer) || __has_feature(thread_sanitizer);
+#else
+constexpr bool kChecked = false;
+#endif
 // The round trip the program gives its recorders on this server: JACK's input latency (one period)
 // and output latency (two periods). A take that starts at 0 loses that much.
 constexpr int kRoundTrip = kPeriod + 2 * kPeriod;
@@ -711,8 +716,9 @@ TEST_F(Kv3Live, AProjectAtARateTheServerLacksPlaysAtTheServersRateWithOneWarning
         JackTestServer other(rate, kPeriod);
         ASSERT_TRUE(other.start());
         Kv3Process play({"play", project44, "--seconds", "2", "--technology", "JACK", "--buffer", "256"});
-        // Up within 3 s: the first attempt comes a second after the start and takes a few tenths.
-        ASSERT_TRUE(play.waitForOutput("device: running", 3s)) << play.out() << play.err();
+        // Up within 3 s: the first attempt comes a second after the start and takes a few tenths (more
+        // under the checkers, which start the program slowly).
+        ASSERT_TRUE(play.waitForOutput("device: running", kChecked ? 6s : 3s)) << play.out() << play.err();
         JackPeer peer(
             {"audio", "Korvalind 3:in_1", "Korvalind 3:out_1", std::to_string(rate), peerFile, "0"});
         EXPECT_EQ(peer.wait(), 0);

@@ -23,7 +23,7 @@ public:
     bool failOpen = false;
     bool failStart = false;
     std::uint32_t forceBlockFrames = 0; ///< a device that insists on its own size
-    int opens = 0, closes = 0, starts = 0, stops = 0, enumerations = 0;
+    int opens = 0, closes = 0, starts = 0, stops = 0;
 
     /** Puts hardware samples into the input routes, runs the block, and returns the output routes'
         hardware samples indexed by hardware channel (missing channels stay empty). */
@@ -71,7 +71,6 @@ protected:
     void LoLevelStop() override { ++stops; }
     void LoLevelEnumerate() override
     {
-        ++enumerations;
         inputDevices_.clear();
         outputDevices_.clear();
         for (std::size_t i = 0; i < names_.size(); ++i)

@@ -59,12 +59,12 @@ struct Chain : AudioSource
     bool provide(AudioData&) override { return false; }
     bool read(AudioData& into) override
     {
-        read_ += into.frames;
+        fed += into.frames;
         return reader.read(into);
     }
     void prepare(uint32_t, uint32_t) override {}
 
-    int64_t read_ = 0;
+    int64_t fed = 0;
     stretchtest::SignalNode source;
     ContiguousReader reader;
     AudioFxStretchChoice node;
@@ -173,9 +173,9 @@ TEST_P(LoopOnTheBeat, EveryPassLinesUp)
         for (int64_t position = start; position < end; position += kBlock)
         {
             out.resize(out.size() + kBlock);
-            const int64_t before = chain.read_;
+            const int64_t before = chain.fed;
             chain.play(position, kBlock, out.data() + out.size() - kBlock);
-            most = std::max(most, chain.read_ - before);
+            most = std::max(most, chain.fed - before);
         }
         // A jump back to the loop's start primed the stretcher there in one block: some 6,000 frames.
         EXPECT_TRUE(pass == 0 || c.quality == StretchQuality::standard || most < 2048) << most;
