@@ -482,6 +482,11 @@ TEST_F(ReaderTest, ReadsAtTheEdgesOfTheFile)
     block.frames = 1000;
     EXPECT_TRUE(sf.read(block));
     EXPECT_EQ(block.channel[0][999], staircase(4999, 0));
+    // Before the start: refused, the output as it was.
+    fillWith(block, 10, 1, 9.0f);
+    block.position = -5;
+    EXPECT_FALSE(sf.read(block));
+    EXPECT_EQ(block.channel[0][9], 9.0f);
 
     // Through the safe reader the same block gives the frames that exist and then silence...
     AudioFileGuessSafe safe;

@@ -230,10 +230,21 @@ TEST(MPAudioDriverTable, SelectsByNameIgnoringCaseAndKeepsOnUnknown)
 
 namespace
 {
-class ConversionProbe : public ScriptedBackend
+class DeviceProbe : public ScriptedBackend
 {
 public:
-    using MPAudioBase::floatToStereo16;
-    using MPAudioBase::stereo16ToFloat;
+    using MPAudioBase::resolveDevice;
 };
 } // namespace
+
+// A stored index past the end of a list that has since shrunk names no device, rather than one past
+// the list.
+TEST(MPAudioBaseDevices, AnIndexPastTheListNamesNoDevice)
+{
+    DeviceProbe backend;
+    backend.enumerateDevices(true);
+    EXPECT_EQ(backend.resolveDevice(1, true), 1);
+    EXPECT_EQ(backend.resolveDevice(2, true), -1);
+    EXPECT_EQ(backend.resolveDevice(2, false), -1);
+    EXPECT_EQ(backend.resolveDevice(kMPAudioDefaultDevice, false), 0);
+}

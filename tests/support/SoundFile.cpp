@@ -62,10 +62,7 @@ Stereo readStereo(const std::string& path)
 {
     const Sound sound = read(path);
     Stereo stereo;
-    stereo.ok = sound.ok;
-    stereo.rate = sound.rate;
-    stereo.channels = sound.channels;
-    stereo.format = sound.format;
+    static_cast<FileInfo&>(stereo) = sound;
     stereo.left = sound.channel(0);
     stereo.right = sound.channel(sound.channels > 1 ? 1 : 0);
     return stereo;

@@ -8,13 +8,18 @@
 namespace testsound
 {
 
-/** A file's content as libsndfile reads it, interleaved, with its format. */
-struct Sound
+/** What libsndfile says of a file, and whether it read all of it. */
+struct FileInfo
 {
     bool ok = false;
     int32_t rate = 0;
     int32_t channels = 0;
     int32_t format = 0;
+};
+
+/** A file's content as libsndfile reads it, interleaved, with its format. */
+struct Sound : FileInfo
+{
     std::vector<float> samples;
 
     int64_t frames() const { return channels > 0 ? static_cast<int64_t>(samples.size()) / channels : 0; }
@@ -23,12 +28,8 @@ struct Sound
 };
 
 /** A file's two sides as libsndfile reads them; a mono file gives the same samples on both. */
-struct Stereo
+struct Stereo : FileInfo
 {
-    bool ok = false;
-    int32_t rate = 0;
-    int32_t channels = 0;
-    int32_t format = 0;
     std::vector<float> left;
     std::vector<float> right;
 
