@@ -268,33 +268,6 @@ TEST(RamFile, SeekRules)
     }
 }
 
-TEST(RamFile, WritesGrowWithSlackAndSizeIsTheCapacity)
-{
-    epiRamFile f;
-    EXPECT_FALSE(f.write("x", 1));
-    ASSERT_TRUE(f.createBuffer());
-    EXPECT_EQ(f.size(), 100000u);
-    ASSERT_TRUE(f.write("abc", 3));
-    EXPECT_EQ(f.tell(), 3u);
-    EXPECT_EQ(f.size(), 100000u);
-
-    ASSERT_TRUE(f.seek(99999, 0));
-    int32_t count = 0;
-    ASSERT_TRUE(f.write("XYZ", 3, &count));
-    EXPECT_EQ(count, 3);
-    EXPECT_EQ(f.size(), 99999u + 3u + 100000u);
-
-    void* data = nullptr;
-    uint32_t position = 0;
-    ASSERT_TRUE(f.getBuffer(&data, &position));
-    EXPECT_EQ(position, 100002u);
-    EXPECT_EQ(std::memcmp(data, "abc", 3), 0);
-    EXPECT_EQ(std::memcmp(static_cast<char*>(data) + 99999, "XYZ", 3), 0);
-    f.freeBuffer();
-    EXPECT_FALSE(f.isOpen());
-    EXPECT_EQ(f.size(), 0u);
-}
-
 TEST(RamFile, WritePastABorrowedBufferCopiesIt)
 {
     char borrowed[4];

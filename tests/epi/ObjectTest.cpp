@@ -232,21 +232,6 @@ TEST_F(ApplicationObject, UnsubscribeFreesSlotsAndDropsAnEmptyList)
     EXPECT_EQ(button.listeners(), nullptr);
 }
 
-TEST_F(ApplicationObject, SubscriberMayLeaveDuringDelivery)
-{
-    epiApplicationObject button;
-    Ticker a, b;
-    a.unsubscribeFrom = &button;
-    b.unsubscribeFrom = &button;
-    button.subscribe(epiCode("iHit"), &a, 0);
-    button.subscribe(epiCode("iHit"), &b, 0);
-    // Both leave from inside onEvent; the last one takes the list with it.
-    EXPECT_EQ(button.notifyListeners(epiCode("iHit"), 0), 2);
-    EXPECT_EQ(button.listeners(), nullptr);
-    EXPECT_EQ(a.events.size(), 1u);
-    EXPECT_EQ(b.events.size(), 1u);
-}
-
 // Geometry.
 
 TEST(Rect, TouchingEdgesDoNotIntersect)

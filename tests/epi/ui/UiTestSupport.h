@@ -85,24 +85,22 @@ public:
     std::vector<uint32_t> commands;
 };
 
+template <uint32_t Kind> epiObject* makeTestWidget(uint32_t)
+{
+    return new TestWidget(Kind);
+}
+
 inline void registerTestKinds()
 {
-    epiFactory::add(epiCode("GrUi"), epiCode("tBtn"),
-                    [](uint32_t) -> epiObject* { return new TestWidget(epiCode("tBtn")); });
-    epiFactory::add(epiCode("GrUi"), epiCode("tBtP"),
-                    [](uint32_t) -> epiObject* { return new TestWidget(epiCode("tBtP")); });
-    epiFactory::add(epiCode("GrUi"), epiCode("tChk"),
-                    [](uint32_t) -> epiObject* { return new TestWidget(epiCode("tChk")); });
-    epiFactory::add(epiCode("GrUi"), epiCode("tRad"),
-                    [](uint32_t) -> epiObject* { return new TestWidget(epiCode("tRad")); });
-    epiFactory::add(epiCode("GrUi"), epiCode("tDrg"),
-                    [](uint32_t) -> epiObject* { return new TestWidget(epiCode("tDrg")); });
-    epiFactory::add(epiCode("GrUi"), epiCode("tSmo"),
-                    [](uint32_t) -> epiObject* { return new TestWidget(epiCode("tSmo")); });
-    epiFactory::add(epiCode("GrUi"), epiCode("tTrg"),
-                    [](uint32_t) -> epiObject* { return new TestWidget(epiCode("tTrg")); });
-    epiFactory::add(epiCode("GrUi"), epiCode("tPan"),
-                    [](uint32_t) -> epiObject* { return new CommandPanel(); });
+    const uint32_t ui = epiCode("GrUi");
+    epiFactory::add(ui, epiCode("tBtn"), makeTestWidget<epiCode("tBtn")>);
+    epiFactory::add(ui, epiCode("tBtP"), makeTestWidget<epiCode("tBtP")>);
+    epiFactory::add(ui, epiCode("tChk"), makeTestWidget<epiCode("tChk")>);
+    epiFactory::add(ui, epiCode("tRad"), makeTestWidget<epiCode("tRad")>);
+    epiFactory::add(ui, epiCode("tDrg"), makeTestWidget<epiCode("tDrg")>);
+    epiFactory::add(ui, epiCode("tSmo"), makeTestWidget<epiCode("tSmo")>);
+    epiFactory::add(ui, epiCode("tTrg"), makeTestWidget<epiCode("tTrg")>);
+    epiFactory::add(ui, epiCode("tPan"), [](uint32_t) -> epiObject* { return new CommandPanel(); });
 }
 
 /** The application with a hand-moved clock. */
