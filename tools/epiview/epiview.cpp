@@ -9,6 +9,7 @@
 //   menu CODE         a menu command that no window took
 //   drop X Y PATH     a file dropped at the client point (X, Y)
 //   xid NAME 0x...    the X window of a native container, once, after opening
+//   shown 0x...       the window's own X window, once its first frame is on the screen
 // With --ask, shows that dialog and prints each chosen path on a line of its own.
 
 #include "epi/epiResources.h"
@@ -17,6 +18,8 @@
 #include "epi/ui/gtk/epiGtkDialogs.h"
 #include "epi/ui/gtk/epiUiSystem.h"
 #include "epi/ui/gtk/epiWindow.h"
+
+#include <gtk/gtk.h>
 
 #include <cstdio>
 #include <cstring>
@@ -184,6 +187,19 @@ int main(int argc, char** argv)
                           host->nativeXid());
             say(line);
         }
+    // The first frame reaches the X server before anyone is told the window is there.
+    auto* shown = dynamic_cast<epiWindow*>(window);
+    if (shown != nullptr && (shown->gtkWindow() == nullptr || !gtk_widget_get_visible(shown->gtkWindow())))
+        shown = nullptr;
+    while (shown != nullptr && shown->framesDrawn() == 0)
+        g_main_context_iteration(nullptr, TRUE);
+    if (shown != nullptr)
+    {
+        gdk_display_sync(gdk_display_get_default());
+        char line[64];
+        std::snprintf(line, sizeof line, "shown 0x%lx", shown->xid());
+        say(line);
+    }
     HitPrinter printer;
     printer.listenTo(*window);
     app.windowManager()->setQuitWhenEmpty(true);

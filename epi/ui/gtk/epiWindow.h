@@ -67,6 +67,8 @@ public:
     bool flag(uint32_t code) const;
     /** How many pixels the last draw handler copied to the screen. */
     int64_t lastCopiedPixels() const { return lastCopied_; }
+    /** How many times the draw handler has copied to the screen. */
+    int64_t framesDrawn() const { return frames_; }
 
     // Event handlers, called from the GTK signals.
     bool onDraw(cairo_t* cr);
@@ -101,6 +103,11 @@ private:
     bool inModalLoop_ = false;
     int32_t buttonsDown_ = 0;
     int64_t lastCopied_ = 0;
+    int64_t frames_ = 0;
+    // The last press that could begin a double-click: its button, time and place.
+    uint32_t lastPressButton_ = 0;
+    uint32_t lastPressTime_ = 0;
+    epiPoint lastPressPoint_;
     epiUbo* previousTop_ = nullptr;
 };
 
