@@ -164,50 +164,18 @@ std::filesystem::path writeSeventyWidgetFolder()
     return folder;
 }
 
-/** Starts epiview on `folder` with its output on a pipe and reads until its "shown" line. */
-bool launchUntilShown(const std::filesystem::path& folder, pid_t& pid)
-{
-    int fds[2];
-    if (pipe(fds) != 0)
-        return false;
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, fds[1], STDOUT_FILENO);
-    posix_spawn_file_actions_addclose(&actions, fds[0]);
-    const std::string program = EPIVIEW_PATH;
-    const std::string where = folder.string();
-    char* args[] = {const_cast<char*>(program.c_str()), const_cast<char*>(where.c_str()),
-                    const_cast<char*>("main"), nullptr};
-    const bool started = posix_spawn(&pid, args[0], &actions, nullptr, args, environ) == 0;
-    posix_spawn_file_actions_destroy(&actions);
-    close(fds[1]);
-    std::string output;
-    char chunk[256];
-    ssize_t got = 0;
-    pollfd readable{fds[0], POLLIN, 0};
-    // A bounded wait: an epiview that never shows its window fails the run instead of stopping it.
-    while (started && output.find("shown ") == std::string::npos && poll(&readable, 1, 20000) > 0 &&
-           (got = read(fds[0], chunk, sizeof chunk)) > 0)
-        output.append(chunk, size_t(got));
-    close(fds[0]);
-    return started && output.find("shown ") != std::string::npos;
-}
-
 void BM_EpiviewLaunchToFirstFrame(benchmark::State& state)
 {
     const std::filesystem::path folder = writeSeventyWidgetFolder();
+    // epiview prints "shown" once its first frame reached the X server.
     for (auto _ : state)
     {
-        pid_t pid = -1;
-        const bool shown = launchUntilShown(folder, pid);
+        xvfb::Program view({EPIVIEW_PATH, folder.string(), "main"});
+        const bool shown = view.waitFor("shown ", 20.0);
         state.PauseTiming();
         if (!shown)
             state.SkipWithError("epiview showed no frame");
-        if (pid > 0)
-        {
-            kill(pid, SIGTERM);
-            waitpid(pid, nullptr, 0);
-        }
+        view.stop();
         state.ResumeTiming();
     }
     std::filesystem::remove_all(folder);

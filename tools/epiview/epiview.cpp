@@ -161,10 +161,17 @@ int main(int argc, char** argv)
         app.stop();
         return 1;
     }
+    // A menu file's name, else the name of a menu's root.
     if (!menuName.empty())
-        if (auto* menu = dynamic_cast<epiMenu*>(app.menu());
-            menu == nullptr || !menu->load(epiText(menuName)))
+    {
+        auto* menu = dynamic_cast<epiMenu*>(app.menu());
+        epiText file(menuName);
+        if (menu != nullptr && !menu->load(file) && menuName.size() == 4 &&
+            app.resources()->findByInternalName(epiCode("menu"), epiText(menuName).code(), file))
+            menu->load(file);
+        if (menu == nullptr || menu->items().empty())
             std::fprintf(stderr, "epiview: no menu '%s'\n", menuName.c_str());
+    }
 
     // A layout file's name, else the name of a layout's root.
     epiText name(words[1]);
