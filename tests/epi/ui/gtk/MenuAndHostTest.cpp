@@ -63,16 +63,6 @@ GtkWidget* nth(GtkWidget* shell, guint index)
     return widget;
 }
 
-/** The screen's pixel at (x, y) as 0xRRGGBB, read back from the X server. */
-uint32_t screenPixel(int x, int y)
-{
-    GdkPixbuf* shot = gdk_pixbuf_get_from_window(gdk_get_default_root_window(), x, y, 1, 1);
-    const guchar* p = gdk_pixbuf_read_pixels(shot);
-    const uint32_t rgb = (uint32_t(p[0]) << 16) | (uint32_t(p[1]) << 8) | p[2];
-    g_object_unref(shot);
-    return rgb;
-}
-
 int& xErrors()
 {
     static int count = 0;
@@ -130,7 +120,7 @@ TEST(GtkMenuAndHost, MenuShortcutAndAnEditorDrawnByAnotherConnection)
     int x = 0;
     int y = 0;
     xvfb::screenOrigin(window->clientWidget(), x, y);
-    ASSERT_TRUE(xvfb::pumpUntil([&] { return screenPixel(x + 30, y + 30) == 0xFF0000; }));
+    ASSERT_TRUE(xvfb::pumpUntil([&] { return xvfb::screenPixel(x + 30, y + 30) == 0xFF0000; }));
     if (const char* shots = std::getenv("EPI_SCREENSHOTS"))
     {
         GdkPixbuf* shot = gdk_pixbuf_get_from_window(gdk_get_default_root_window(), 0, 0, 420, 360);
@@ -149,7 +139,7 @@ TEST(GtkMenuAndHost, MenuShortcutAndAnEditorDrawnByAnotherConnection)
 
     // Hidden with its container: the window's own drawing shows there again.
     host->setVisible(false, true);
-    EXPECT_TRUE(xvfb::pumpUntil([&] { return screenPixel(x + 30, y + 30) == 0xFFFFFF; }));
+    EXPECT_TRUE(xvfb::pumpUntil([&] { return xvfb::screenPixel(x + 30, y + 30) == 0xFFFFFF; }));
     XDestroyWindow(other, editor);
     XSync(other, False);
     EXPECT_EQ(xErrors(), 0);

@@ -235,6 +235,16 @@ private:
     std::string output_;
 };
 
+/** The screen's pixel at (x, y) as 0xRRGGBB, read back from the X server. */
+inline uint32_t screenPixel(int x, int y)
+{
+    GdkPixbuf* shot = gdk_pixbuf_get_from_window(gdk_get_default_root_window(), x, y, 1, 1);
+    const guchar* p = gdk_pixbuf_read_pixels(shot);
+    const uint32_t rgb = (uint32_t(p[0]) << 16) | (uint32_t(p[1]) << 8) | p[2];
+    g_object_unref(shot);
+    return rgb;
+}
+
 /** The screen position of a widget's top-left corner. */
 inline void screenOrigin(GtkWidget* widget, int& x, int& y)
 {
