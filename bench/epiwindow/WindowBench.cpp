@@ -3,6 +3,7 @@
 // its start to the first frame of a 70-widget layout. All run on one private Xvfb; a repaint counts
 // as done when the draw handler copied it and the X server has it.
 
+#include "bench/pixels/Pattern.h"
 #include "epi/ui/epiApplication.h"
 #include "tests/epi/ui/gtk/XvfbSupport.h"
 
@@ -20,16 +21,7 @@ constexpr int32_t kWidth = 850;
 constexpr int32_t kHeight = 747;
 constexpr int32_t kWidgets = 70;
 
-epiBitmap pattern(int32_t w, int32_t h, bool translucent)
-{
-    epiBitmap b;
-    b.create(w, h);
-    for (int32_t i = 0; i < w * h; ++i)
-        b.pixels()[i] =
-            (translucent ? uint32_t(i % 256) << 24 : 0xFF000000u) | uint32_t(i * 2654435761u >> 8);
-    b.setUsesAlpha(translucent);
-    return b;
-}
+using benchpixels::pattern;
 
 /** Copies its picture over its frame: opaque for the panel, blended for the widgets on it. */
 class Painter : public epiUbo
@@ -93,34 +85,22 @@ struct RepaintScene
     std::vector<Painter*> widgets;
 };
 
-void BM_FullRepaint850x747(benchmark::State& state)
+// Arg 1: the whole window changed; 0: one 20 x 20 widget.
+void BM_Repaint(benchmark::State& state)
 {
     RepaintScene scene;
+    epiUbo* changed = state.range(0) != 0 ? static_cast<epiUbo*>(scene.window) : scene.widgets[34];
     for (auto _ : state)
     {
         const int64_t before = scene.window->framesDrawn();
-        scene.window->invalidateAll();
+        changed->invalidateAll();
         if (!scene.waitForFrame(before))
             state.SkipWithError("no frame drawn");
     }
     state.counters["pixels"] = double(scene.window->lastCopiedPixels());
+    state.SetLabel(state.range(0) != 0 ? "850x747" : "20x20");
 }
-BENCHMARK(BM_FullRepaint850x747)->UseRealTime()->Unit(benchmark::kMillisecond);
-
-void BM_WidgetRepaint20x20(benchmark::State& state)
-{
-    RepaintScene scene;
-    Painter* widget = scene.widgets[34];
-    for (auto _ : state)
-    {
-        const int64_t before = scene.window->framesDrawn();
-        widget->invalidateAll();
-        if (!scene.waitForFrame(before))
-            state.SkipWithError("no frame drawn");
-    }
-    state.counters["pixels"] = double(scene.window->lastCopiedPixels());
-}
-BENCHMARK(BM_WidgetRepaint20x20)->UseRealTime()->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_Repaint)->Arg(1)->Arg(0)->UseRealTime()->Unit(benchmark::kMicrosecond);
 
 // The same two repaints without the screen: the tree drawn into the back buffer, which is what a
 // frame costs apart from GTK's frame clock (one frame at most, about 16.7 ms, before a repaint starts).
