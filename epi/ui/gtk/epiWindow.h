@@ -118,6 +118,26 @@ public:
     epiModalWindow();
 };
 
+/**
+ * The window manager on GTK: the pointer's shapes are GDK's named cursors, set on every open
+ * window. Indices 0 to 15 name, in order: default, pointer, text, crosshair, move, grab, grabbing,
+ * ew-resize, ns-resize, nesw-resize, nwse-resize, col-resize, row-resize, not-allowed, help, progress.
+ */
+class epiGtkWindowManager : public epiWindowManager
+{
+public:
+    void setCursor(int32_t index) override;
+    void showBusyCursor(int32_t index) override;
+    void hideBusyCursor() override;
+    /** The GDK name of the shape shown, "none" while hidden. */
+    const char* cursorName() const { return hidden_ ? "none" : name_; }
+
+private:
+    void applyCursor();
+    const char* name_ = "default";
+    bool hidden_ = false;
+};
+
 /** The event source over GTK's main context: one non-blocking iteration per call. */
 class epiGtkEventSource : public epiEventSource
 {

@@ -10,6 +10,7 @@
 #include <X11/Xlib.h>
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -144,6 +145,23 @@ TEST(GtkMenuAndHost, MenuShortcutAndAnEditorDrawnByAnotherConnection)
     XSync(other, False);
     EXPECT_EQ(xErrors(), 0);
     XCloseDisplay(other);
+
+    // The pointer's shapes are GDK's named cursors on the window; GDK hands out one cursor a name.
+    auto* manager = dynamic_cast<epiGtkWindowManager*>(app.windowManager());
+    ASSERT_NE(manager, nullptr);
+    GdkWindow* shown = gtk_widget_get_window(window->gtkWindow());
+    const std::pair<std::function<void()>, const char*> shapes[] = {
+        {[&] { manager->setCursor(3); }, "crosshair"},  {[&] { manager->setCursor(-3); }, "wait"},
+        {[&] { manager->setCursor(16); }, "wait"},      {[&] { manager->hideBusyCursor(); }, "none"},
+        {[&] { manager->showBusyCursor(-1); }, "wait"}, {[&] { manager->showBusyCursor(-2); }, "default"},
+    };
+    for (const auto& [change, name] : shapes)
+    {
+        change();
+        GdkCursor* expected = gdk_cursor_new_from_name(gdk_display_get_default(), name);
+        EXPECT_EQ(gdk_window_get_cursor(shown), expected) << name;
+        g_object_unref(expected);
+    }
 
     window->notifyDestroyed();
     app.stop();
