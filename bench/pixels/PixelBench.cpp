@@ -1,6 +1,7 @@
 // What a repaint of the 850 x 747 main window spends in pixels: the panel's opaque copy, images
 // blended over it, glyphs painted through their masks, and the platform's scaled copies and shapes.
 
+#include "bench/pixels/Pattern.h"
 #include "epi/ui/epiBitmap.h"
 #include "epi/ui/gtk/epiBitmapGtk.h"
 
@@ -12,15 +13,7 @@ namespace
 constexpr int32_t kWidth = 850;
 constexpr int32_t kHeight = 747;
 
-epiBitmap pattern(int32_t w, int32_t h, bool translucent)
-{
-    epiBitmap b;
-    b.create(w, h);
-    for (int32_t i = 0; i < w * h; ++i)
-        b.pixels()[i] =
-            (translucent ? uint32_t(i % 256) << 24 : 0xFF000000u) | uint32_t(i * 2654435761u >> 8);
-    return b;
-}
+using benchpixels::pattern;
 
 // A back buffer as a repaint leaves it: opaque everywhere.
 epiBitmapDib opaqueBack()

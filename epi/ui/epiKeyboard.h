@@ -89,6 +89,11 @@ public:
     /** The last key code delivered. */
     int32_t code() const { return code_; }
 
+    /** Whether the last press was the second of a double-click: the reset modifier. */
+    bool isDoubleClick() const { return doubleClick_; }
+    /** The platform flags each press. */
+    void setDoubleClick(bool flag) { doubleClick_ = flag; }
+
 private:
     bool shift_ = false;
     bool option_ = false;
@@ -97,6 +102,7 @@ private:
     bool left_ = false;
     bool middle_ = false;
     bool right_ = false;
+    bool doubleClick_ = false;
     uint32_t mouseAction_ = 0;
     int32_t code_ = 0;
     // The virtual key last pressed under each scan code; 0 when none.

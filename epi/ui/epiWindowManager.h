@@ -72,6 +72,12 @@ public:
     virtual epiUbo* bringUp(uint32_t name);
     virtual bool closeWindowNamed(uint32_t name);
     virtual bool quitWhenEmptyFlag() { return quitWhenEmpty_; }
+    /** The pointer's shape: 0 to 15 the program's own, -2 the arrow, -3 busy; the platform draws it. */
+    virtual void setCursor(int32_t) {}
+    /** Shows the pointer, in shape `index` unless it is -1. */
+    virtual void showBusyCursor(int32_t) {}
+    /** Hides the pointer. */
+    virtual void hideBusyCursor() {}
 
     /**
      * The road of a menu command: the top window's queryFlag(), the main window's when it is

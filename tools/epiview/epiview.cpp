@@ -9,6 +9,7 @@
 //   menu CODE         a menu command that no window took
 //   drop X Y PATH     a file dropped at the client point (X, Y)
 //   xid NAME 0x...    the X window of a native container, once, after opening
+//   shown 0x...       the window's own X window, once its first frame is on the screen
 // With --ask, shows that dialog and prints each chosen path on a line of its own.
 
 #include "epi/epiResources.h"
@@ -17,6 +18,8 @@
 #include "epi/ui/gtk/epiGtkDialogs.h"
 #include "epi/ui/gtk/epiUiSystem.h"
 #include "epi/ui/gtk/epiWindow.h"
+
+#include <gtk/gtk.h>
 
 #include <cstdio>
 #include <cstring>
@@ -158,10 +161,17 @@ int main(int argc, char** argv)
         app.stop();
         return 1;
     }
+    // A menu file's name, else the name of a menu's root.
     if (!menuName.empty())
-        if (auto* menu = dynamic_cast<epiMenu*>(app.menu());
-            menu == nullptr || !menu->load(epiText(menuName)))
+    {
+        auto* menu = dynamic_cast<epiMenu*>(app.menu());
+        epiText file(menuName);
+        if (menu != nullptr && !menu->load(file) && menuName.size() == 4 &&
+            app.resources()->findByInternalName(epiCode("menu"), epiText(menuName).code(), file))
+            menu->load(file);
+        if (menu == nullptr || menu->items().empty())
             std::fprintf(stderr, "epiview: no menu '%s'\n", menuName.c_str());
+    }
 
     // A layout file's name, else the name of a layout's root.
     epiText name(words[1]);
@@ -184,6 +194,19 @@ int main(int argc, char** argv)
                           host->nativeXid());
             say(line);
         }
+    // The first frame reaches the X server before anyone is told the window is there.
+    auto* shown = dynamic_cast<epiWindow*>(window);
+    if (shown != nullptr && (shown->gtkWindow() == nullptr || !gtk_widget_get_visible(shown->gtkWindow())))
+        shown = nullptr;
+    while (shown != nullptr && shown->framesDrawn() == 0)
+        g_main_context_iteration(nullptr, TRUE);
+    if (shown != nullptr)
+    {
+        gdk_display_sync(gdk_display_get_default());
+        char line[64];
+        std::snprintf(line, sizeof line, "shown 0x%lx", shown->xid());
+        say(line);
+    }
     HitPrinter printer;
     printer.listenTo(*window);
     app.windowManager()->setQuitWhenEmpty(true);

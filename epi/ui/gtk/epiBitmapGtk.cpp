@@ -83,6 +83,20 @@ uint32_t unpremultiply(uint32_t p)
     return out;
 }
 
+/** The pixels of `area` (within the bitmap) premultiplied for cairo, or made opaque with `opaque`. */
+std::vector<uint32_t> premultipliedCopy(const epiBitmap& bitmap, const epiRect& area, bool opaque)
+{
+    const int w = area.width(), h = area.height();
+    std::vector<uint32_t> copy(size_t(w) * size_t(h));
+    for (int y = 0; y < h; ++y)
+    {
+        const uint32_t* row = bitmap.pixels() + size_t(area.top_ + y) * bitmap.width() + area.left_;
+        for (int x = 0; x < w; ++x)
+            copy[size_t(y) * w + x] = opaque ? (row[x] | 0xFF000000u) : premultiply(row[x]);
+    }
+    return copy;
+}
+
 /**
  * A premultiplied copy of one area of a bitmap for cairo to draw on. commit() writes back, straight,
  * only the pixels that differ from the copy, so untouched pixels keep their exact bytes.
@@ -93,19 +107,15 @@ public:
     Scratch(epiBitmap& target, const epiRect& area) : target_(target), area_(area)
     {
         const int w = area.width(), h = area.height();
-        before_.resize(size_t(w) * size_t(h));
-        for (int y = 0; y < h; ++y)
-        {
-            const uint32_t* row = target.pixels() + size_t(area.top_ + y) * target.width() + area.left_;
-            for (int x = 0; x < w; ++x)
-                before_[size_t(y) * w + x] = premultiply(row[x]);
-        }
+        before_ = premultipliedCopy(target, area, false);
         drawn_ = before_;
         surface_ = cairo_image_surface_create_for_data(reinterpret_cast<unsigned char*>(drawn_.data()),
                                                        CAIRO_FORMAT_ARGB32, w, h, w * 4);
         cr_ = cairo_create(surface_);
-        // Drawing happens in the bitmap's coordinates.
+        // Drawing happens in the bitmap's coordinates, held to the area.
         cairo_translate(cr_, -area.left_, -area.top_);
+        cairo_rectangle(cr_, area.left_, area.top_, area.width(), area.height());
+        cairo_clip(cr_);
     }
     ~Scratch()
     {
@@ -257,8 +267,6 @@ void epiGtkBitmapPlatform::drawShape(epiBitmap& target, const epiBitmapShape& sh
         return;
     Scratch scratch(target, area);
     cairo_t* cr = scratch.cr();
-    cairo_rectangle(cr, area.left_, area.top_, area.width(), area.height());
-    cairo_clip(cr);
     // Whole coordinates name pixels, so a 1-pixel line at y covers row y exactly.
     cairo_translate(cr, 0.5, 0.5);
     setColour(cr, shape.colour);
@@ -309,19 +317,11 @@ void epiGtkBitmapPlatform::drawScaled(epiBitmap& target, const epiBitmap& source
         return;
     // The source part, premultiplied, or opaque when the source doesn't use alpha.
     const int sw = src.width(), sh = src.height();
-    std::vector<uint32_t> pixels(size_t(sw) * size_t(sh));
-    for (int y = 0; y < sh; ++y)
-        for (int x = 0; x < sw; ++x)
-        {
-            const uint32_t p = source.pixels()[size_t(src.top_ + y) * source.width() + src.left_ + x];
-            pixels[size_t(y) * sw + x] = source.usesAlpha() ? premultiply(p) : (p | 0xFF000000u);
-        }
+    std::vector<uint32_t> pixels = premultipliedCopy(source, src, !source.usesAlpha());
     cairo_surface_t* image = cairo_image_surface_create_for_data(
         reinterpret_cast<unsigned char*>(pixels.data()), CAIRO_FORMAT_ARGB32, sw, sh, sw * 4);
     Scratch scratch(target, area);
     cairo_t* cr = scratch.cr();
-    cairo_rectangle(cr, area.left_, area.top_, area.width(), area.height());
-    cairo_clip(cr);
     cairo_translate(cr, destRect.left_, destRect.top_);
     cairo_scale(cr, destRect.widthF() / sourceRect.widthF(), destRect.heightF() / sourceRect.heightF());
     cairo_set_source_surface(cr, image, src.left_ - sourceRect.left_, src.top_ - sourceRect.top_);
@@ -346,8 +346,6 @@ void epiGtkBitmapPlatform::drawText(epiBitmap& target, const epiSystemFontFace& 
         return;
     Scratch scratch(target, area);
     cairo_t* cr = scratch.cr();
-    cairo_rectangle(cr, area.left_, area.top_, area.width(), area.height());
-    cairo_clip(cr);
     LayoutPtr layout(pango_cairo_create_layout(cr));
     FontDescPtr desc = fontDescription(font);
     pango_layout_set_font_description(layout.get(), desc.get());

@@ -27,6 +27,9 @@ bool runChooser(const epiText& title, GtkFileChooserAction action, bool many, co
         if (proposed != nullptr && !proposed->empty())
             gtk_file_chooser_set_current_name(chooser, nativeText(*proposed).cstr());
     }
+    // A folder can't be chosen from the recent files, where GTK would start: begin at home.
+    if (action == GTK_FILE_CHOOSER_ACTION_SELECT_FOLDER)
+        gtk_file_chooser_set_current_folder(chooser, g_get_home_dir());
     gtk_dialog_set_default_response(GTK_DIALOG(dialog), GTK_RESPONSE_ACCEPT);
     chosen.clear();
     if (gtk_dialog_run(GTK_DIALOG(dialog)) == GTK_RESPONSE_ACCEPT)

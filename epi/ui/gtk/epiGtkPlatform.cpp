@@ -28,7 +28,61 @@ epiObject* makeModalWindow(uint32_t)
     return new epiModalWindow();
 }
 
+epiObject* makeWindowManager(uint32_t)
+{
+    return new epiGtkWindowManager();
+}
+
+constexpr const char* kCursorNames[16] = {"default",    "pointer",     "text",        "crosshair",
+                                          "move",       "grab",        "grabbing",    "ew-resize",
+                                          "ns-resize",  "nesw-resize", "nwse-resize", "col-resize",
+                                          "row-resize", "not-allowed", "help",        "progress"};
+
 } // namespace
+
+void epiGtkWindowManager::setCursor(int32_t index)
+{
+    if (index >= 0 && index < 16)
+        name_ = kCursorNames[index];
+    else if (index == -2)
+        name_ = "default";
+    else if (index == -3)
+        name_ = "wait";
+    else
+        return;
+    applyCursor();
+}
+
+void epiGtkWindowManager::showBusyCursor(int32_t index)
+{
+    hidden_ = false;
+    if (index != -1)
+        setCursor(index);
+    applyCursor();
+}
+
+void epiGtkWindowManager::hideBusyCursor()
+{
+    hidden_ = true;
+    applyCursor();
+}
+
+void epiGtkWindowManager::applyCursor()
+{
+    GdkDisplay* display = gdk_display_get_default();
+    if (display == nullptr)
+        return;
+    // A theme without the name gets the arrow rather than no change.
+    GdkCursor* cursor = gdk_cursor_new_from_name(display, cursorName());
+    if (cursor == nullptr)
+        cursor = gdk_cursor_new_from_name(display, "default");
+    for (epiUbo* window : windows())
+        if (auto* native = dynamic_cast<epiWindow*>(window);
+            native != nullptr && native->gtkWindow() != nullptr && gtk_widget_get_window(native->gtkWindow()))
+            gdk_window_set_cursor(gtk_widget_get_window(native->gtkWindow()), cursor);
+    if (cursor != nullptr)
+        g_object_unref(cursor);
+}
 
 namespace epiGtk
 {
@@ -48,6 +102,7 @@ bool openDisplay(int* argc, char*** argv)
         return false;
     epiFactory::add(epiCode("GrUi"), epiCode("iWin"), makeWindow);
     epiFactory::add(epiCode("GrUi"), epiCode("iMwn"), makeModalWindow);
+    epiFactory::add(epiCode("Appl"), epiCode("Wind"), makeWindowManager);
     epiGtk::registerSystemWidgets();
     epiGtkInstallBitmapPlatform();
     return true;

@@ -461,6 +461,7 @@ bool epiWindow::onDraw(cairo_t* cr)
     cairo_fill(cr);
     cairo_surface_destroy(pixels);
     lastCopied_ = int64_t(clip.width) * clip.height;
+    ++frames_;
     return true;
 }
 
@@ -471,8 +472,24 @@ bool epiWindow::onButton(GdkEventButton* event)
 {
     const epiPoint point(int32_t(event->x), int32_t(event->y));
     if (event->type == GDK_2BUTTON_PRESS || event->type == GDK_3BUTTON_PRESS)
-        return true; // the press before it was delivered already
+        return true; // the press before it was delivered already, flagged by the test below
     const bool down = event->type == GDK_BUTTON_PRESS;
+    bool doubleClick = false;
+    if (down)
+    {
+        // A second press of the same button within the desktop's time and distance is a
+        // double-click; the press after it begins a new one.
+        gint time = 400;
+        gint distance = 5;
+        g_object_get(gtk_widget_get_settings(area_), "gtk-double-click-time", &time,
+                     "gtk-double-click-distance", &distance, nullptr);
+        doubleClick = lastPressButton_ == event->button && event->time - lastPressTime_ <= uint32_t(time) &&
+                      std::abs(point.x_ - lastPressPoint_.x_) <= distance &&
+                      std::abs(point.y_ - lastPressPoint_.y_) <= distance;
+        lastPressButton_ = doubleClick ? 0 : event->button;
+        lastPressTime_ = event->time;
+        lastPressPoint_ = point;
+    }
     uint32_t action = 0;
     switch (event->button)
     {
@@ -495,7 +512,11 @@ bool epiWindow::onButton(GdkEventButton* event)
                                             : GDK_BUTTON3_MASK;
     state = down ? (state | mask) : (state & ~mask);
     if (epiKeyboard* keys = keyboardOf(this))
+    {
         keys->mouseMessage(mouseBits(state), action);
+        if (down)
+            keys->setDoubleClick(doubleClick);
+    }
     retain();
     // GTK's implicit grab is the capture: the release comes here wherever the pointer is.
     if (down)

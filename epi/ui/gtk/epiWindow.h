@@ -67,6 +67,8 @@ public:
     bool flag(uint32_t code) const;
     /** How many pixels the last draw handler copied to the screen. */
     int64_t lastCopiedPixels() const { return lastCopied_; }
+    /** How many times the draw handler has copied to the screen. */
+    int64_t framesDrawn() const { return frames_; }
 
     // Event handlers, called from the GTK signals.
     bool onDraw(cairo_t* cr);
@@ -101,6 +103,11 @@ private:
     bool inModalLoop_ = false;
     int32_t buttonsDown_ = 0;
     int64_t lastCopied_ = 0;
+    int64_t frames_ = 0;
+    // The last press that could begin a double-click: its button, time and place.
+    uint32_t lastPressButton_ = 0;
+    uint32_t lastPressTime_ = 0;
+    epiPoint lastPressPoint_;
     epiUbo* previousTop_ = nullptr;
 };
 
@@ -109,6 +116,26 @@ class epiModalWindow : public epiWindow
 {
 public:
     epiModalWindow();
+};
+
+/**
+ * The window manager on GTK: the pointer's shapes are GDK's named cursors, set on every open
+ * window. Indices 0 to 15 name, in order: default, pointer, text, crosshair, move, grab, grabbing,
+ * ew-resize, ns-resize, nesw-resize, nwse-resize, col-resize, row-resize, not-allowed, help, progress.
+ */
+class epiGtkWindowManager : public epiWindowManager
+{
+public:
+    void setCursor(int32_t index) override;
+    void showBusyCursor(int32_t index) override;
+    void hideBusyCursor() override;
+    /** The GDK name of the shape shown, "none" while hidden. */
+    const char* cursorName() const { return hidden_ ? "none" : name_; }
+
+private:
+    void applyCursor();
+    const char* name_ = "default";
+    bool hidden_ = false;
 };
 
 /** The event source over GTK's main context: one non-blocking iteration per call. */

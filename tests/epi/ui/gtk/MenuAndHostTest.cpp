@@ -10,6 +10,7 @@
 #include <X11/Xlib.h>
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -61,16 +62,6 @@ GtkWidget* nth(GtkWidget* shell, guint index)
     auto* widget = static_cast<GtkWidget*>(g_list_nth_data(children, index));
     g_list_free(children);
     return widget;
-}
-
-/** The screen's pixel at (x, y) as 0xRRGGBB, read back from the X server. */
-uint32_t screenPixel(int x, int y)
-{
-    GdkPixbuf* shot = gdk_pixbuf_get_from_window(gdk_get_default_root_window(), x, y, 1, 1);
-    const guchar* p = gdk_pixbuf_read_pixels(shot);
-    const uint32_t rgb = (uint32_t(p[0]) << 16) | (uint32_t(p[1]) << 8) | p[2];
-    g_object_unref(shot);
-    return rgb;
 }
 
 int& xErrors()
@@ -130,7 +121,7 @@ TEST(GtkMenuAndHost, MenuShortcutAndAnEditorDrawnByAnotherConnection)
     int x = 0;
     int y = 0;
     xvfb::screenOrigin(window->clientWidget(), x, y);
-    ASSERT_TRUE(xvfb::pumpUntil([&] { return screenPixel(x + 30, y + 30) == 0xFF0000; }));
+    ASSERT_TRUE(xvfb::pumpUntil([&] { return xvfb::screenPixel(x + 30, y + 30) == 0xFF0000; }));
     if (const char* shots = std::getenv("EPI_SCREENSHOTS"))
     {
         GdkPixbuf* shot = gdk_pixbuf_get_from_window(gdk_get_default_root_window(), 0, 0, 420, 360);
@@ -149,11 +140,28 @@ TEST(GtkMenuAndHost, MenuShortcutAndAnEditorDrawnByAnotherConnection)
 
     // Hidden with its container: the window's own drawing shows there again.
     host->setVisible(false, true);
-    EXPECT_TRUE(xvfb::pumpUntil([&] { return screenPixel(x + 30, y + 30) == 0xFFFFFF; }));
+    EXPECT_TRUE(xvfb::pumpUntil([&] { return xvfb::screenPixel(x + 30, y + 30) == 0xFFFFFF; }));
     XDestroyWindow(other, editor);
     XSync(other, False);
     EXPECT_EQ(xErrors(), 0);
     XCloseDisplay(other);
+
+    // The pointer's shapes are GDK's named cursors on the window; GDK hands out one cursor a name.
+    auto* manager = dynamic_cast<epiGtkWindowManager*>(app.windowManager());
+    ASSERT_NE(manager, nullptr);
+    GdkWindow* shown = gtk_widget_get_window(window->gtkWindow());
+    const std::pair<std::function<void()>, const char*> shapes[] = {
+        {[&] { manager->setCursor(3); }, "crosshair"},  {[&] { manager->setCursor(-3); }, "wait"},
+        {[&] { manager->setCursor(16); }, "wait"},      {[&] { manager->hideBusyCursor(); }, "none"},
+        {[&] { manager->showBusyCursor(-1); }, "wait"}, {[&] { manager->showBusyCursor(-2); }, "default"},
+    };
+    for (const auto& [change, name] : shapes)
+    {
+        change();
+        GdkCursor* expected = gdk_cursor_new_from_name(gdk_display_get_default(), name);
+        EXPECT_EQ(gdk_window_get_cursor(shown), expected) << name;
+        g_object_unref(expected);
+    }
 
     window->notifyDestroyed();
     app.stop();

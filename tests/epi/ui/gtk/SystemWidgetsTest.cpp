@@ -173,6 +173,16 @@ TEST(GtkSystemWidgets, ListsStepsFiltersDefaultKeysAndFrames)
             EXPECT_EQ(epiRect(box.x, box.y, box.x + box.width, box.y + box.height), control->frame())
                 << theme << " " << name;
         }
+        // The theme really is the one asked for: HighContrast draws a button's edge much darker
+        // against its face than the default theme does.
+        int x = 0;
+        int y = 0;
+        xvfb::screenOrigin(native(window, "canc")->widget(), x, y);
+        auto brightness = [](uint32_t rgb)
+        { return int(rgb >> 16) + int((rgb >> 8) & 0xFF) + int(rgb & 0xFF); };
+        const int contrast =
+            brightness(xvfb::screenPixel(x + 5, y + 11)) - brightness(xvfb::screenPixel(x + 37, y));
+        EXPECT_EQ(contrast > 250, std::string(theme) == "HighContrast") << theme << " " << contrast;
         if (const char* shots = std::getenv("EPI_SCREENSHOTS"))
         {
             GdkPixbuf* shot = gdk_pixbuf_get_from_window(gdk_get_default_root_window(), 0, 0, 460, 360);

@@ -3,6 +3,7 @@
 // wheel gives one step per notch, and keys arrive in the framework's codes.
 
 #include "epi/ui/epiApplication.h"
+#include "epi/ui/epiKeyboard.h"
 #include "tests/epi/ui/gtk/XvfbSupport.h"
 
 #include <gtest/gtest.h>
@@ -20,6 +21,8 @@ public:
     void mouseDown(const epiPoint& point) override
     {
         downs.push_back(point);
+        auto* keys = dynamic_cast<epiKeyboard*>(keyboard());
+        doubles.push_back(keys != nullptr && keys->isDoubleClick());
         grabCapture();
     }
     void mouseUp(const epiPoint& point) override
@@ -31,6 +34,7 @@ public:
     std::vector<epiPoint> downs;
     std::vector<epiPoint> ups;
     std::vector<int32_t> wheels;
+    std::vector<bool> doubles;
 };
 
 class KeyWindow : public epiWindow
@@ -96,6 +100,13 @@ TEST(GtkWindowInput, MouseWheelAndKeysReachTheTreeInTheFrameworksTerms)
     EXPECT_EQ(leaf->downs[0], epiPoint(5, 7));
     EXPECT_EQ(leaf->ups[0], epiPoint(400 - 30, 300 - 50));
     EXPECT_EQ(leaf->wheels, (std::vector<int32_t>{1, -1}));
+
+    // Three quick clicks: the second press is delivered once and flagged, the third begins anew.
+    ASSERT_EQ(xvfb::run({"xdotool", "sleep", "0.6", "mousemove", "--sync", number(x + 35), number(y + 57),
+                         "click", "--repeat", "3", "--delay", "60", "1", "mousemove", "0", "0"}),
+              0);
+    ASSERT_TRUE(xvfb::pumpUntil([&] { return leaf->ups.size() == 4; }));
+    EXPECT_EQ(leaf->doubles, (std::vector<bool>{false, false, true, false}));
 
     ASSERT_EQ(xvfb::run({"xdotool", "windowfocus", "--sync", number(int(window->xid())), "key", "space", "a",
                          "Prior", "Delete", "BackSpace", "ctrl+a"}),

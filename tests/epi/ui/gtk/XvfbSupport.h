@@ -12,6 +12,7 @@
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
+#include <fcntl.h>
 #include <functional>
 #include <poll.h>
 #include <spawn.h>
@@ -161,6 +162,87 @@ inline int run(const std::vector<std::string>& argv, double seconds = 10.0)
         return -1;
     }
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+/** Another program, its output (stdout and stderr) read while the GTK loop goes on; stopped at the end. */
+class Program
+{
+public:
+    explicit Program(const std::vector<std::string>& argv)
+    {
+        int fds[2];
+        if (pipe(fds) != 0)
+            return;
+        posix_spawn_file_actions_t actions;
+        posix_spawn_file_actions_init(&actions);
+        posix_spawn_file_actions_adddup2(&actions, fds[1], STDOUT_FILENO);
+        posix_spawn_file_actions_adddup2(&actions, fds[1], STDERR_FILENO);
+        posix_spawn_file_actions_addclose(&actions, fds[0]);
+        std::vector<char*> args;
+        for (const std::string& word : argv)
+            args.push_back(const_cast<char*>(word.c_str()));
+        args.push_back(nullptr);
+        if (posix_spawnp(&pid_, args[0], &actions, nullptr, args.data(), environ) != 0)
+            pid_ = -1;
+        posix_spawn_file_actions_destroy(&actions);
+        close(fds[1]);
+        fd_ = fds[0];
+        fcntl(fd_, F_SETFL, O_NONBLOCK);
+    }
+    ~Program()
+    {
+        stop();
+        if (fd_ >= 0)
+            close(fd_);
+    }
+    bool started() const { return pid_ > 0; }
+    /** Everything it wrote so far. */
+    const std::string& output()
+    {
+        char chunk[512];
+        ssize_t got = 0;
+        while (fd_ >= 0 && (got = read(fd_, chunk, sizeof chunk)) > 0)
+            output_.append(chunk, size_t(got));
+        return output_;
+    }
+    /** Pumps until the output holds `text`. @return it does */
+    bool waitFor(const std::string& text, double seconds = 10.0)
+    {
+        return pumpUntil([&] { return output().find(text) != std::string::npos; }, seconds);
+    }
+    /** Pumps until it ends. @return its exit status, -1 when it didn't end or was killed */
+    int wait(double seconds = 10.0)
+    {
+        int status = 0;
+        if (pid_ <= 0 || !pumpUntil([&] { return waitpid(pid_, &status, WNOHANG) == pid_; }, seconds))
+            return -1;
+        pid_ = -1;
+        output();
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+    void stop()
+    {
+        if (pid_ <= 0)
+            return;
+        kill(pid_, SIGTERM);
+        waitpid(pid_, nullptr, 0);
+        pid_ = -1;
+    }
+
+private:
+    pid_t pid_ = -1;
+    int fd_ = -1;
+    std::string output_;
+};
+
+/** The screen's pixel at (x, y) as 0xRRGGBB, read back from the X server. */
+inline uint32_t screenPixel(int x, int y)
+{
+    GdkPixbuf* shot = gdk_pixbuf_get_from_window(gdk_get_default_root_window(), x, y, 1, 1);
+    const guchar* p = gdk_pixbuf_read_pixels(shot);
+    const uint32_t rgb = (uint32_t(p[0]) << 16) | (uint32_t(p[1]) << 8) | p[2];
+    g_object_unref(shot);
+    return rgb;
 }
 
 /** The screen position of a widget's top-left corner. */
