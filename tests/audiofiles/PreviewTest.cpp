@@ -48,6 +48,44 @@ std::pair<int8_t, int8_t> expectedPoint(const std::function<float(int64_t, int32
 
 } // namespace
 
+TEST(AudioPreviewScaleTest, ScalesForAnyWidth)
+{
+    AudioPreview preview;
+    preview.openMemory(48000, 48000); // step 64, 750 points
+    ASSERT_EQ(preview.points(), 750);
+    // Feed a ramp of peaks: point p peaks at p / 750 (shaped), from absolute positions.
+    AudioBuffer block;
+    block.alloc(48000, 1);
+    block.frames = 48000;
+    block.position = 0;
+    for (int64_t i = 0; i < 48000; ++i)
+        block.channel[0][i] = (i % 64 == 10) ? static_cast<float>(i / 64) / 750.0f : 0.0f;
+    preview.feedBlock(block);
+    EXPECT_TRUE(preview.finished());
+    EXPECT_TRUE(preview.changed());
+    EXPECT_FALSE(preview.changed());
+
+    const auto& same = preview.getScale(750);
+    for (int32_t i = 0; i < 750; ++i)
+    {
+        ASSERT_EQ(same.maxima[i], preview.maximum(i));
+        ASSERT_EQ(same.minima[i], 0);
+    }
+    EXPECT_EQ(&preview.getScale(750), &same);
+
+    const auto& wide = preview.getScale(1500);
+    for (int32_t i = 0; i < 1500; ++i)
+        ASSERT_EQ(wide.maxima[i], preview.maximum(i / 2));
+
+    // Narrow: each column spans points i*750/100 to (i+1)*750/100, both included.
+    const auto& narrow = preview.getScale(100);
+    for (int32_t i = 0; i < 100; ++i)
+    {
+        const int32_t last = std::min((i + 1) * 750 / 100, 749);
+        ASSERT_EQ(narrow.maxima[i], preview.maximum(last)) << i;
+    }
+}
+
 TEST_F(PreviewTest, TheThreadReducesAFileToItsOverview)
 {
     const int32_t rate = 44100;
