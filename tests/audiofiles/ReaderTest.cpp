@@ -331,26 +331,6 @@ TEST_F(ReaderTest, SeekingInCompressedFilesIsFrameAccurate)
     }
 }
 
-TEST_F(ReaderTest, PcmThroughTheFallBackReaderIsExactToo)
-{
-    for (const char* name : {"a.wav", "a.flac"})
-    {
-        const std::string path = dir_.file(name);
-        const int format = std::string(name).ends_with("wav") ? SF_FORMAT_WAV | SF_FORMAT_PCM_16
-                                                              : SF_FORMAT_FLAC | SF_FORMAT_PCM_16;
-        ASSERT_TRUE(testfiles::writeStaircase(path, format, 2, 48000, 30000));
-        AudioFile_av file;
-        ASSERT_TRUE(file.open(path)) << file.error();
-        EXPECT_EQ(file.frames(), 30000u);
-        const auto all = readSequential(file, 2);
-        int64_t wrong = 0;
-        for (int32_t c = 0; c < 2; ++c)
-            for (int64_t i = 0; i < 30000; ++i)
-                wrong += all[c][static_cast<size_t>(i)] != staircase(i, c);
-        EXPECT_EQ(wrong, 0) << name;
-    }
-}
-
 TEST_F(ReaderTest, FilesNeitherLibraryCanOpenFailCleanly)
 {
     std::mt19937 random(3);
@@ -513,28 +493,6 @@ TEST_F(ReaderTest, ReadsAtTheEdgesOfTheFile)
     EXPECT_TRUE(safe.read(block));
     EXPECT_EQ(block.channel[0][3], staircase(3, 0));
     EXPECT_EQ(block.channel[1][3], 9.0f);
-
-    // Without a file: AudioFile_sf reports a duration of 0, AudioFileGuess leaves it alone.
-    AudioFile_sf closed;
-    AudioFileTime time{55};
-    closed.duration(time);
-    EXPECT_EQ(time.value, 0);
-    AudioFileGuess none;
-    time.value = 55;
-    none.duration(time);
-    EXPECT_EQ(time.value, 55);
-    EXPECT_FALSE(none.read(block));
-    EXPECT_FALSE(none.provide(request));
-}
-
-TEST_F(ReaderTest, ASoundFileWithNoFramesOpensEmpty)
-{
-    const std::string path = dir_.file("zero.wav");
-    ASSERT_TRUE(testfiles::writeStaircase(path, SF_FORMAT_WAV | SF_FORMAT_PCM_16, 2, 44100, 0));
-    AudioFileGuess file;
-    ASSERT_TRUE(file.open(path));
-    EXPECT_EQ(file.frames(), 0u);
-    EXPECT_EQ(file.channels(), 2);
 }
 
 namespace

@@ -1,5 +1,6 @@
 #include "tests/devices/JackPeer.h"
 #include "tests/devices/JackTestServer.h"
+#include "tests/host/SettingsFolder.h"
 #include "tests/support/SoundFile.h"
 
 #include "devices/AudioHardware.h"
@@ -27,6 +28,7 @@ using Korvalind3Host::AudioHardware;
 using Korvalind3Host::AudioHardwareDelegate;
 using Korvalind3Host::BusyMeter;
 using Korvalind3Host::HostSettings;
+using kv3test::SettingsFolder;
 namespace fs = std::filesystem;
 
 namespace
@@ -78,23 +80,6 @@ public:
 protected:
     double applicationTime() const override { return now; }
     void debugPrint(const char* text) override { traces += text; }
-};
-
-/** Settings in a folder of the test's own, so the user's are never read or written. */
-class SettingsFolder
-{
-public:
-    SettingsFolder()
-    {
-        char templ[] = "/tmp/kv3hwXXXXXX";
-        dir_ = mkdtemp(templ);
-        setenv("KV3_CONFIG_DIR", dir_.c_str(), 1);
-    }
-    ~SettingsFolder() { fs::remove_all(dir_); }
-    const fs::path& dir() const { return dir_; }
-
-private:
-    fs::path dir_;
 };
 
 /** Stored settings naming one device for both directions and its first two channels. */
@@ -219,35 +204,6 @@ TEST(AudioHardwareBusyMeter, RisesAtOnceAndFallsSlowly)
     EXPECT_EQ(steps, (std::vector<int>{47, 45, 42, 38, 33, 27, 20, 12, 9}));
 }
 
-TEST(AudioHardwareBusyMeter, AOnePointDifferenceWaitsTwoHundredCalls)
-{
-    BusyMeter meter;
-    meter.setBlock(480, 48000);
-    int shown = 0;
-    meter.readBusyLevel(&shown);
-    for (int i = 0; i < 64; ++i)
-    {
-        meter.addBlock(1000.0f); // 9%
-    }
-    ASSERT_TRUE(meter.readBusyLevel(&shown));
-    ASSERT_EQ(shown, 9);
-    for (int i = 0; i < 64; ++i)
-    {
-        meter.addBlock(1075.0f); // 10%
-    }
-    ASSERT_EQ(meter.busyPercent(), 10);
-    for (int call = 0; call < 200; ++call)
-    {
-        ASSERT_FALSE(meter.readBusyLevel(&shown)) << call;
-        ASSERT_EQ(shown, 9);
-    }
-    EXPECT_TRUE(meter.readBusyLevel(&shown));
-    EXPECT_EQ(shown, 10);
-    meter.reset();
-    EXPECT_TRUE(meter.readBusyLevel(&shown)) << "stopping forces a refresh too";
-    EXPECT_EQ(shown, 0);
-}
-
 TEST(AudioHardwareMidi, TheClockByteAndLongMessagesAreDroppedTheRestQueued)
 {
     AudioHardware hardware;
@@ -285,42 +241,6 @@ TEST(AudioHardwareMidi, TheClockByteAndLongMessagesAreDroppedTheRestQueued)
     hardware.process(inputs, 2, outputs, 2, 64);
     EXPECT_EQ(hardware.midiBlock().count, 0u) << "each event is delivered once";
     EXPECT_FALSE(hardware.takeMidiActivity()) << "a block without events leaves the flag alone";
-}
-
-TEST(AudioHardwareMidi, QueueFullAt999QueuedEvents)
-{
-    TestHardware hardware;
-    Manager manager;
-    manager.setFormat(48000, 64);
-    hardware.setManager(&manager);
-    for (int i = 0; i < 1005; ++i)
-    {
-        const MidiMessage m = shortMessage(3, 0x90, static_cast<std::uint8_t>(i & 0x7F), 1);
-        hardware.midiReceived(&m);
-    }
-    EXPECT_EQ(hardware.midiDropped(), 6u);
-    hardware.poll();
-    std::string six;
-    for (int i = 0; i < 6; ++i)
-    {
-        six += "Queue full!\n";
-    }
-    EXPECT_EQ(hardware.traces, six) << "reported on the interface thread, once per lost event";
-    hardware.poll();
-    EXPECT_EQ(hardware.traces, six);
-
-    std::vector<float> buffer(256, 0.0f);
-    const float* inputs[2] = {buffer.data(), buffer.data() + 64};
-    float* outputs[2] = {buffer.data() + 128, buffer.data() + 192};
-    hardware.process(inputs, 2, outputs, 2, 64);
-    ASSERT_EQ(hardware.midiBlock().count, 999u);
-    for (std::uint32_t i = 0; i < 999; ++i)
-    {
-        ASSERT_EQ((hardware.midiBlock().events[i].message >> 8) & 0x7F, i & 0x7F) << "arrival order";
-    }
-    const MidiMessage again = shortMessage(3, 0x80, 1, 0);
-    hardware.midiReceived(&again);
-    EXPECT_EQ(hardware.midiDropped(), 6u) << "room again once the block took the events";
 }
 
 TEST(AudioHardwareStates, RetriesOnceASecondAndTellsTheUserOnceAtTheFifthAttempt)
@@ -368,8 +288,8 @@ TEST(AudioHardwareStates, RetriesOnceASecondAndTellsTheUserOnceAtTheFifthAttempt
 TEST(AudioHardwareStates, FirstRunTriesTheThreeRowsAndTheSystemsDevicesThenLeavesRowZero)
 {
     SettingsFolder folder;
-    AlsaNullConfig alsa(folder.dir()); // no "default" device
-    JackTestServer server;             // no server: none of the rows can start, nor JACK
+    AlsaNullConfig alsa(fs::path(folder.path())); // no "default" device
+    JackTestServer server;                        // no server: none of the rows can start, nor JACK
     HostSettings settings;
     ASSERT_FALSE(settings.load()) << "nothing stored yet";
     ASSERT_TRUE(settings.isFirstRun());
@@ -400,7 +320,7 @@ TEST(AudioHardwareStates, FirstRunTriesTheThreeRowsAndTheSystemsDevicesThenLeave
 TEST(AudioHardwareStart, ARateTheDeviceLacksOpensAt44100AndSaysSo)
 {
     SettingsFolder folder;
-    AlsaNullConfig alsa(folder.dir());
+    AlsaNullConfig alsa(fs::path(folder.path()));
     HostSettings settings = storedSettings("DirectX", "kvnull", "Left", "Right", "Left", "Right", 333);
     TestHardware hardware;
     Manager manager;
@@ -619,7 +539,7 @@ TEST(AudioHardwareMidi, CountsStartedNearTheirLimitKeepOrderAndLoseNothing)
 TEST(AudioHardwareStates, AFirstRunFindsTheJackServerElseAlsaDefault)
 {
     SettingsFolder folder;
-    const fs::path conf = folder.dir() / "asound.conf";
+    const fs::path conf = fs::path(folder.path()) / "asound.conf";
     std::ofstream(conf) << "pcm.!default { type null }\n";
     setenv("ALSA_CONFIG_PATH", conf.c_str(), 1);
     JackTestServer server(48000, 256);
@@ -678,7 +598,7 @@ int fakeCard(MPAudioAlsa::HookPoint point, bool)
 TEST(AudioHardwareAlsa, AnUnpluggedCardIsRetriedAndLostOnceAndAGrantedPeriodRunsTheEngine)
 {
     SettingsFolder folder;
-    AlsaNullConfig alsa(folder.dir());
+    AlsaNullConfig alsa(fs::path(folder.path()));
     HostSettings settings = storedSettings("ALSA", "kvnull", "Left", "Right", "Left", "Right", 128);
     gGrantedPeriod = 512;
     gUnplugged = false;
@@ -699,7 +619,7 @@ TEST(AudioHardwareAlsa, AnUnpluggedCardIsRetriedAndLostOnceAndAGrantedPeriodRuns
     const std::uint32_t before = manager.blockCount();
     std::this_thread::sleep_for(200ms);
     EXPECT_GT(manager.blockCount(), before + 5);
-    const std::string tone = (folder.dir() / "tone.wav").string();
+    const std::string tone = (fs::path(folder.path()) / "tone.wav").string();
     ASSERT_TRUE(
         testsound::write(tone, SF_FORMAT_WAV | SF_FORMAT_FLOAT, 48000, 2, std::vector<float>(96000, 0.5f)));
     for (int32_t t = 0; t < Manager::kTracks; ++t)

@@ -331,24 +331,6 @@ TEST_F(AlsaPlugins, CaptureThroughTheRingReachesPlaybackInOrder)
     EXPECT_LE(alsa.droppedBlocks(), 3u);
 }
 
-TEST_F(AlsaPlugins, WithoutAClientTheDiagnosticSignalIsPlayed)
-{
-    MPAudioAlsa alsa;
-    const int play = indexOf(alsa, "kvplay", false);
-    ASSERT_TRUE(alsa.open(alsaConfig(-1, play)));
-    ASSERT_TRUE(alsa.start());
-    std::this_thread::sleep_for(200ms);
-    alsa.close();
-    const std::vector<std::int16_t> out = played();
-    ASSERT_GT(out.size(), 2u * kBlock * 4);
-    const std::size_t start = 2 * kBlock; // frames of the silent halves
-    for (std::size_t f = 0; f < 2 * kBlock; ++f)
-    {
-        const std::int16_t expected = ((f / 200) % 2 == 0) ? -32767 : 32767;
-        ASSERT_EQ(out[2 * (start + f)], expected) << f;
-    }
-}
-
 TEST_F(AlsaPlugins, ADeviceThatRefusesGivesAFalseResultWithTheReason)
 {
     MPAudioAlsa alsa;

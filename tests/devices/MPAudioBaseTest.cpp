@@ -91,39 +91,6 @@ TEST(MPAudioBaseRouting, EveryOutputIsLimitedAlsoWithoutSharing)
     EXPECT_EQ(out[1], (std::vector<float>{0.5f, 0.5f, 0.5f, 0.5f, 1.0f, 1.0f, 1.0f, 1.0f}));
 }
 
-TEST(MPAudioBaseRouting, AUsedEntryRaisesTheLogicalCount)
-{
-    ScriptedBackend backend;
-    RecordingClient client;
-    backend.setClient(&client);
-    MPAudioConfig config = configWith(8);
-    config.outputRouting[5] = {true, 0};
-    ASSERT_TRUE(backend.open(config));
-    EXPECT_EQ(backend.logicalOutputs(), 6u);
-    client.toWrite.assign(6, std::vector<float>(8, 0.0f));
-    client.toWrite[5] = std::vector<float>(8, 0.75f);
-    auto out = backend.pump({});
-    EXPECT_EQ(client.lastOutputCount, 6u);
-    EXPECT_EQ(out[0], std::vector<float>(8, 0.75f));
-}
-
-TEST(MPAudioBaseRouting, BuffersFollowTheBlockSizeTheBackendChose)
-{
-    ScriptedBackend backend;
-    backend.forceBlockFrames = 256;
-    RecordingClient client;
-    backend.setClient(&client);
-    MPAudioConfig config = configWith(1024);
-    config.outputRouting[0] = {true, 0};
-    ASSERT_TRUE(backend.open(config));
-    EXPECT_EQ(backend.blockSize(), 256u);
-    client.toWrite = {std::vector<float>(256, 0.5f)};
-    auto out = backend.pump({});
-    EXPECT_EQ(client.lastFrames, 256u);
-    EXPECT_EQ(out[0].size(), 256u);
-    EXPECT_EQ(backend.samplePosition(), 256u);
-}
-
 TEST(MPAudioBaseState, OpenStartStopClose)
 {
     ScriptedBackend backend;
@@ -160,26 +127,6 @@ TEST(MPAudioBaseState, FailingLowLevelStartLeavesItOpenAndClosable)
     EXPECT_EQ(backend.closes, 1);
 }
 
-TEST(MPAudioBaseDevices, OpenByNameUsesMinusOneForNullAndMinusTwoForUnknown)
-{
-    ScriptedBackend backend;
-    MPAudioConfig config;
-    ASSERT_TRUE(backend.open(nullptr, "Nowhere", config));
-    EXPECT_EQ(config.inputDevice, -1);
-    EXPECT_EQ(config.outputDevice, -2);
-    backend.close();
-    ASSERT_TRUE(backend.open("Beta", nullptr, 256, 1, -1, 0, 1, 48000));
-    EXPECT_EQ(backend.config().inputDevice, 1);
-    EXPECT_EQ(backend.config().outputDevice, -1);
-    EXPECT_EQ(backend.config().sampleRate, 48000u);
-    EXPECT_TRUE(backend.config().inputRouting[0].used);
-    EXPECT_EQ(backend.config().inputRouting[0].channel, 1u);
-    EXPECT_FALSE(backend.config().inputRouting[1].used);
-    EXPECT_TRUE(backend.config().outputRouting[1].used);
-    EXPECT_EQ(backend.logicalInputs(), 1u);
-    EXPECT_EQ(backend.logicalOutputs(), 2u);
-}
-
 TEST(MPAudioBaseDiagnostic, SquareWavesWithoutAClient)
 {
     ScriptedBackend backend;
@@ -200,32 +147,6 @@ TEST(MPAudioBaseDiagnostic, SquareWavesWithoutAClient)
     EXPECT_EQ(second[0][200], -1.0f);
     EXPECT_EQ(second[1][0], -1.0f) << "frame 1000 is in half-period 4 of 210";
     EXPECT_EQ(second[1][50], 1.0f);
-}
-
-TEST(MPAudioDriverTable, SelectsByNameIgnoringCaseAndKeepsOnUnknown)
-{
-    MPAudio audio;
-    const bool alsaBuilt = newAlsaBackend() != nullptr;
-    const bool jackBuilt = newJackBackend() != nullptr;
-    EXPECT_EQ(audio.selectDriver("asio"), jackBuilt);
-    EXPECT_EQ(audio.backendIndex(), jackBuilt ? 1 : -1);
-    const int before = audio.backendIndex();
-    EXPECT_FALSE(audio.selectDriver("CoreAudio"));
-    EXPECT_FALSE(audio.selectDriver(static_cast<const char*>(nullptr)));
-    EXPECT_EQ(audio.backendIndex(), before) << "an unknown name keeps the backend";
-    EXPECT_EQ(audio.selectDriver("DIRECTX"), alsaBuilt);
-    EXPECT_EQ(audio.backendIndex(), alsaBuilt ? 0 : -1);
-    EXPECT_EQ(audio.selectDriver("Jack"), jackBuilt);
-    EXPECT_FALSE(audio.selectDriver(2));
-    EXPECT_EQ(audio.backendIndex(), -1);
-    EXPECT_EQ(audio.backend(), nullptr);
-    EXPECT_EQ(MPAudio::driverIndex("aSiO"), 1);
-    EXPECT_EQ(MPAudio::driverIndex("directx"), 0);
-    EXPECT_EQ(MPAudio::driverIndex("ASIO "), -1);
-    EXPECT_EQ(MPAudio::driverIndex(nullptr), -1);
-    EXPECT_STREQ(MPAudio::driverName(0), "ALSA");
-    EXPECT_STREQ(MPAudio::driverName(1), "JACK");
-    EXPECT_EQ(MPAudio::driverName(2), nullptr);
 }
 
 namespace

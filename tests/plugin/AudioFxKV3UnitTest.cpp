@@ -296,48 +296,6 @@ TEST(AudioFxKV3Unit, ANeverEnabledUnitKeepsItsStateByteForByte)
     EXPECT_EQ(saved.size(), 0u);
 }
 
-TEST(AudioFxKV3Unit, MidiGoesOutInBatchesOfAThousand)
-{
-    Rig rig;
-    rig.unit.prepare(kRate, kBlock);
-    std::vector<std::uint32_t> words;
-    for (std::uint32_t i = 0; i < 2500; ++i)
-    {
-        words.push_back(i);                                      // position
-        words.push_back(0x90u | (60u << 8) | ((i % 127) << 16)); // note on
-    }
-    // Off: dropped.
-    rig.unit.forwardMidi(words.data(), 2500);
-    EXPECT_EQ(rig.library.log()->midiBatchCount, 0);
-
-    rig.unit.setEnabled(true);
-    rig.unit.forwardMidi(words.data(), 2500);
-    const kv3test::TestPluginLog& log = *rig.library.log();
-    ASSERT_EQ(log.midiBatchCount, 3);
-    EXPECT_EQ(log.midiBatches[0], 1000);
-    EXPECT_EQ(log.midiBatches[1], 1000);
-    EXPECT_EQ(log.midiBatches[2], 500);
-    EXPECT_EQ(log.midiEvents.load(), 2500);
-    EXPECT_EQ(log.firstMessage, words[1]);
-    EXPECT_EQ(log.lastMessage, words[4999]);
-    EXPECT_EQ(log.lastPosition, 2499u);
-
-    // Exactly a thousand is one batch; nothing is no call.
-    rig.unit.forwardMidi(words.data(), 1000);
-    rig.unit.forwardMidi(words.data(), 0);
-    EXPECT_EQ(log.midiBatchCount, 4);
-    EXPECT_EQ(log.midiBatches[3], 1000);
-
-    // An engine block of events goes the same way.
-    MidiEventBlock block;
-    block.count = 3;
-    block.events[2] = MidiEvent{7, 0xC0u | (9u << 8)};
-    rig.unit.forwardMidi(block);
-    EXPECT_EQ(log.midiBatchCount, 5);
-    EXPECT_EQ(log.midiBatches[4], 3);
-    EXPECT_EQ(log.lastMessage, block.events[2].message);
-}
-
 TEST(AudioFxKV3Unit, StateChangedFollowsAChangeOfProgram)
 {
     Rig rig;
@@ -409,19 +367,4 @@ TEST(AudioFxKV3Unit, WithoutALibraryTheUnitNeverGetsAnInstance)
     blockAt(into, 10);
     ASSERT_TRUE(unit.read(into));
     EXPECT_FLOAT_EQ(into.channel[1][0], -10.0f / 100000.0f);
-}
-
-TEST(AudioFxKV3Unit, EditorParentWaitsForAnInstance)
-{
-    Rig rig;
-    rig.unit.prepare(kRate, kBlock);
-    rig.unit.setEditorParent(42);
-    EXPECT_EQ(rig.unit.editorParent(), 42u);
-    rig.unit.setEditorParent(43); // ignored while a parent is set
-    EXPECT_EQ(rig.unit.editorParent(), 42u);
-    rig.unit.setEnabled(true);
-    // The library has no editor: it was asked, and nothing opened.
-    EXPECT_NE(rig.library.calls().find('E'), std::string::npos);
-    rig.unit.closeEditor();
-    EXPECT_EQ(rig.unit.editorParent(), 0u);
 }

@@ -1,71 +1,11 @@
-// The host's two tables as a library calls them: entries, conversions and the text buffers.
+// The host's tables as a library sees them through its instance.
 
-#include "plugin/AudioFxKV3HostAudioDummy.h"
 #include "plugin/AudioFxKV3Plugin.h"
 #include "tests/plugin/TestLibrary.h"
 
 #include <gtest/gtest.h>
 
-#include <set>
-#include <string>
-
 using namespace NV::VPA2;
-
-namespace
-{
-
-/** The dummy, recording what its string entries were given. */
-class RecordingAudio : public AudioFxKV3HostAudioDummy
-{
-public:
-    bool slot1(const epiText& text, std::int32_t a) override
-    {
-        seen = text;
-        seenNumber = a;
-        return false;
-    }
-    bool slot5(const epiText& text, std::int32_t a, std::int32_t b) override
-    {
-        seen = text;
-        seenNumber = a + b;
-        return false;
-    }
-    bool slot22(std::int32_t, std::int32_t& result) override
-    {
-        result = 77;
-        return true;
-    }
-    bool slot28(epiText& text) override
-    {
-        text = "twenty-eight";
-        return true;
-    }
-    std::string seen = "unset";
-    std::int32_t seenNumber = 0;
-};
-
-} // namespace
-
-TEST(HostAudioTable, NullPointersAreAcceptedAndStringsConverted)
-{
-    RecordingAudio audio;
-    HostAudioTable* t = audio.table();
-    EXPECT_FALSE(t->slot1(t, nullptr, 3));
-    EXPECT_EQ(audio.seen, "");
-    EXPECT_EQ(audio.seenNumber, 3);
-    EXPECT_FALSE(t->slot5(t, "amp", 2, 5));
-    EXPECT_EQ(audio.seen, "amp");
-    EXPECT_EQ(audio.seenNumber, 7);
-
-    EXPECT_TRUE(t->slot22(t, 0, nullptr)); // the result is dropped, not written through null
-    std::int32_t result = 0;
-    EXPECT_TRUE(t->slot22(t, 0, &result));
-    EXPECT_EQ(result, 77);
-    EXPECT_TRUE(t->slot28(t, nullptr));
-    const char* text = nullptr;
-    EXPECT_TRUE(t->slot28(t, &text));
-    EXPECT_STREQ(text, "twenty-eight");
-}
 
 TEST(HostTable, ALibrarySeesTheTablesThroughItsInstance)
 {

@@ -98,38 +98,3 @@ TEST(RefAmpPlugin, PlaysAToneThroughAUnit)
     EXPECT_GT(rms, 0.01);
     EXPECT_LT(rms, 1.0);
 }
-
-TEST(RefAmpPlugin, ProgramsSwitchByMidiAndTheStateFollows)
-{
-    AmpRig rig;
-    rig.unit.prepare(48000, 64);
-    rig.unit.setEnabled(true);
-    epiFileDump saved;
-    rig.unit.saveState(saved);
-    EXPECT_NE(bytesOf(saved).find("<Program>"), std::string::npos);
-    EXPECT_NE(bytesOf(saved).find("<name>clean</name>"), std::string::npos);
-    EXPECT_FALSE(rig.unit.isStateChanged());
-
-    const std::uint32_t lead[2] = {0, 0xC0u | (2u << 8)};
-    rig.unit.forwardMidi(lead, 1);
-    EXPECT_TRUE(rig.unit.isStateChanged());
-    rig.unit.saveState(saved);
-    EXPECT_NE(bytesOf(saved).find("<name>lead</name>"), std::string::npos);
-    EXPECT_FALSE(rig.unit.isStateChanged());
-
-    const std::uint32_t volume[2] = {0, 0xB0u | (7u << 8) | (127u << 16)};
-    rig.unit.forwardMidi(volume, 1);
-    EXPECT_TRUE(rig.unit.isStateChanged());
-    rig.unit.saveState(saved);
-    EXPECT_NE(bytesOf(saved).find("<master>0.00</master>"), std::string::npos);
-
-    // A saved state comes back as it was.
-    epiFileDump crunch;
-    fillDump(crunch,
-             "<KV3ReferenceAmp><Program><name>crunch</name><drive>12.5</drive></Program></KV3ReferenceAmp>");
-    rig.unit.loadState(crunch);
-    epiFileDump now;
-    rig.unit.saveState(now);
-    EXPECT_NE(bytesOf(now).find("<name>crunch</name>"), std::string::npos);
-    EXPECT_NE(bytesOf(now).find("<drive>12.50</drive>"), std::string::npos);
-}

@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -261,63 +262,49 @@ TEST_F(ProjectFile, MissingOrUnreadableFileFailsAndLeavesFourTracks)
     EXPECT_EQ(doc.tracks.size(), 4u);
 }
 
-TEST_F(ProjectFile, FileEndingAfterTheSpeedRatioLoadsWithTheUsualInputGain)
+// Old files: one without the input gain, tempos too slow to use, fewer than four tracks.
+TEST_F(ProjectFile, OldFilesLoadWithTheirGapsFilled)
 {
-    FileBytes f;
-    f.i32("vers", 4).i32("elcn", 0).i32("tkcn", 4);
-    for (int i = 0; i < 4; ++i)
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    struct Case
     {
-        projecttest::plainTrack(f, -1);
-    }
-    projecttest::sessionUpToRatio(f, folder(), 100.0f);
-    ASSERT_TRUE(f.writeTo(folder() + "nogain.kv3h"));
-
-    Document doc;
-    doc.inputGain = 20.0f;
-    EXPECT_TRUE(doc.load(epiPath(folder() + "nogain.kv3h")));
-    EXPECT_FLOAT_EQ(doc.inputGain, 6.0f);
-    EXPECT_FLOAT_EQ(doc.clickTempo, 100.0f);
-    // Saved here and loaded here: the work folder stays.
-    EXPECT_EQ(doc.workFolder, folder() + "takes/");
-}
-
-TEST_F(ProjectFile, SlowTempoComesUpAtSixty)
-{
-    for (float tempo : {40.0f, -5.0f, std::numeric_limits<float>::quiet_NaN()})
+        int32_t tracks;
+        float tempo;
+        float gain; // not in the file when NaN
+        float loadedTempo;
+        float loadedGain;
+    };
+    for (const Case& c : {Case{4, 100.0f, nan, 100.0f, 6.0f}, Case{4, 40.0f, 3.0f, 60.0f, 3.0f},
+                          Case{4, -5.0f, 3.0f, 60.0f, 3.0f}, Case{4, nan, 3.0f, 60.0f, 3.0f},
+                          Case{2, 120.0f, nan, 120.0f, 6.0f}})
     {
+        SCOPED_TRACE(testing::Message() << c.tracks << " tracks at " << c.tempo);
         FileBytes f;
-        f.i32("vers", 4).i32("elcn", 0).i32("tkcn", 4);
-        for (int i = 0; i < 4; ++i)
+        f.i32("vers", 4).i32("elcn", 0).i32("tkcn", c.tracks);
+        for (int i = 0; i < c.tracks; ++i)
         {
             projecttest::plainTrack(f, -1);
         }
-        projecttest::sessionUpToRatio(f, folder(), tempo);
-        f.f32("inga", 3.0f);
-        ASSERT_TRUE(f.writeTo(folder() + "slow.kv3h"));
+        projecttest::sessionUpToRatio(f, folder(), c.tempo);
+        if (!std::isnan(c.gain))
+        {
+            f.f32("inga", c.gain);
+        }
+        ASSERT_TRUE(f.writeTo(folder() + "old.kv3h"));
         Document doc;
-        EXPECT_TRUE(doc.load(epiPath(folder() + "slow.kv3h")));
-        EXPECT_EQ(doc.clickTempo, 60.0f) << tempo;
-        EXPECT_EQ(doc.inputGain, 3.0f);
+        doc.inputGain = 20.0f;
+        EXPECT_TRUE(doc.load(epiPath(folder() + "old.kv3h")));
+        EXPECT_EQ(doc.clickTempo, c.loadedTempo);
+        EXPECT_FLOAT_EQ(doc.inputGain, c.loadedGain);
+        // Saved here and loaded here: the work folder stays.
+        EXPECT_EQ(doc.workFolder, folder() + "takes/");
+        // The tracks from the file are as saved (track 1 unarmed); the added ones are a new project's.
+        ASSERT_EQ(doc.tracks.size(), 4u);
+        EXPECT_FALSE(doc.tracks[0]->armed);
+        EXPECT_FALSE(doc.tracks[3]->effectLoaded);
+        EXPECT_FALSE(doc.tracks[2]->armed);
+        EXPECT_EQ(doc.tracks[3]->input, 2);
     }
-}
-
-TEST_F(ProjectFile, FewerThanFourTracksComeUpAsFour)
-{
-    FileBytes f;
-    f.i32("vers", 4).i32("elcn", 0).i32("tkcn", 2);
-    projecttest::plainTrack(f, -1);
-    projecttest::plainTrack(f, -1);
-    projecttest::sessionUpToRatio(f, folder(), 120.0f);
-    ASSERT_TRUE(f.writeTo(folder() + "two.kv3h"));
-
-    Document doc;
-    EXPECT_TRUE(doc.load(epiPath(folder() + "two.kv3h")));
-    ASSERT_EQ(doc.tracks.size(), 4u);
-    // The two from the file are as saved (track 1 unarmed); the added ones are a new project's.
-    EXPECT_FALSE(doc.tracks[0]->armed);
-    EXPECT_FALSE(doc.tracks[2]->armed);
-    EXPECT_FALSE(doc.tracks[3]->effectLoaded);
-    EXPECT_EQ(doc.tracks[3]->input, 2);
 }
 
 TEST_F(ProjectFile, LoopPointsKeepOnlyTheirLowWords)
