@@ -45,28 +45,6 @@ void writeWhole(const epiPath& path, const std::string& bytes)
     epitest::writeAll(path.cstr(), bytes);
 }
 
-TEST(AtomsFileWrite, WritesTheHeadAndAtomsLittleEndian)
-{
-    TempFolder dir;
-    const epiPath path = fileIn(dir, "a.atoms");
-    epiAtomsFile atoms;
-    ASSERT_TRUE(atoms.open(path, epiFile::kWrite | epiFile::kDeleteFirst));
-    EXPECT_TRUE(atoms.writeU32(epiCode("eRpk"), 1));
-    const epiText text("hi");
-    EXPECT_TRUE(atoms.writeText(kTagT, &text));
-    EXPECT_TRUE(atoms.writeByte(kTagB, 0x7F));
-    EXPECT_TRUE(atoms.writeAtom(kTagA, nullptr, 0));
-    EXPECT_FALSE(atoms.writeAtom(kTagA, nullptr, 3));
-    EXPECT_FALSE(atoms.writeText(kTagT, nullptr));
-    EXPECT_TRUE(atoms.close());
-
-    const std::string expected =
-        std::string("smta\0\0\0\0\1\0\0\0", 12) + std::string("kpRe\4\0\0\0\0\0\0\0\1\0\0\0", 16) +
-        std::string("txet\2\0\0\0\0\0\0\0hi", 14) + std::string("Bgat\1\0\0\0\0\0\0\0\x7F", 13) +
-        std::string("Agat\0\0\0\0\0\0\0\0", 12);
-    EXPECT_EQ(readWhole(path), expected);
-}
-
 TEST(AtomsFileRoundTrip, DiskAndMemoryReadBackWhatWasWritten)
 {
     TempFolder dir;

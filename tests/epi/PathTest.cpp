@@ -123,17 +123,6 @@ TEST(PathNative, RelativePathsTakeTheBaseFolder)
     EXPECT_STREQ(native, "resources/a.xml");
 }
 
-TEST(PathNative, LongPathsAreCutAt2048Bytes)
-{
-    char native[epiPath::kNativeCapacity + 16];
-    std::fill(std::begin(native), std::end(native), '#');
-    const epiPath longPath("/" + std::string(3000, 'n'));
-    longPath.toNative(native);
-    EXPECT_EQ(std::string(native).size(), 2048u);
-    EXPECT_EQ(native[2049], '#');
-    EXPECT_EQ(longPath.toNativeText().size(), 3001u);
-}
-
 TEST(PathNative, DriveLetterNotation)
 {
     epiPath p;
@@ -183,30 +172,6 @@ TEST(PathSystem, ExistsAndRemoveOnRealFiles)
     EXPECT_FALSE(file.exists());
     EXPECT_FALSE(epiPath().exists());
     EXPECT_FALSE(epiPath().remove());
-}
-
-TEST(PathSystem, DialogsAnswerFalseUntilAPlatformInstallsThem)
-{
-    epiPath p("/home/x/song.kv3h");
-    EXPECT_FALSE(p.askOpen());
-    EXPECT_FALSE(p.askSave());
-    EXPECT_EQ(p, "/home/x/song.kv3h");
-
-    static bool sawSave = false;
-    epiPath::setDialogHandler(
-        [](epiPath& path, bool save)
-        {
-            sawSave = save;
-            path = "/chosen.kv3h";
-            return true;
-        });
-    EXPECT_TRUE(p.askSave());
-    EXPECT_TRUE(sawSave);
-    EXPECT_EQ(p, "/chosen.kv3h");
-    EXPECT_TRUE(p.askOpen());
-    EXPECT_FALSE(sawSave);
-    epiPath::setDialogHandler(nullptr);
-    EXPECT_FALSE(p.askOpen());
 }
 
 TEST(PathSpecialFolders, UserFoldersFollowTheEnvironment)
