@@ -54,36 +54,6 @@ using Block = testsupport::StereoBlock;
 
 } // namespace
 
-TEST(AudioResampler_DSP, StereoSineThroughBlocksMatchesTheDirectSine)
-{
-    RatedSound sound(44100, 2, 44100, 1000.0);
-    AudioResampler_DSP r;
-    EXPECT_FALSE(r.provide(*std::make_unique<AudioData>()));
-    r.setProvider(&sound);
-    r.prepare(48000, 256);
-    r.sourceChanged();
-    ASSERT_TRUE(r.ready());
-    EXPECT_EQ(r.refusal(), nullptr);
-    EXPECT_EQ(r.frames(), 48000);
-    EXPECT_EQ(r.channels(), 2);
-    Block block(256);
-    for (int64_t position = 0; position + 256 <= 40000; position += 256)
-    {
-        block.data.position = position;
-        ASSERT_TRUE(r.read(block.data));
-        if (position < 512)
-            continue;
-        const std::vector<float> l = sineAt(1000.0, 48000.0, position, 256, 0.5);
-        const std::vector<float> rr = sineAt(1000.0, 48000.0, position, 256, 0.25);
-        for (std::size_t i = 0; i < 256; ++i)
-        {
-            ASSERT_NEAR(block.left[i], l[i], 2e-4f) << position + static_cast<int64_t>(i);
-            ASSERT_NEAR(block.right[i], rr[i], 1e-4f) << position + static_cast<int64_t>(i);
-        }
-    }
-    EXPECT_EQ(r.nextPosition(), 40000 / 256 * 256);
-}
-
 TEST(AudioResampler_DSP, JumpGivesTheFramesAtTheNewPosition)
 {
     RatedSound sound(48000, 1, 48000, 440.0);
@@ -101,24 +71,6 @@ TEST(AudioResampler_DSP, JumpGivesTheFramesAtTheNewPosition)
     const std::vector<float> expected = sineAt(440.0, 44100.0, 20000, 64, 0.5);
     for (std::size_t i = 0; i < 64; ++i)
         ASSERT_NEAR(block.left[i], expected[i], 2e-4f) << i;
-}
-
-TEST(AudioResampler_DSP, EqualRatesGoToTheProviderUntouched)
-{
-    RatedSound sound(48000, 2, 10000, 440.0);
-    AudioResampler_DSP r;
-    r.setProvider(&sound);
-    r.prepare(48000, 128);
-    r.sourceChanged();
-    Block block(128);
-    block.data.position = 777;
-    ASSERT_TRUE(r.read(block.data));
-    for (std::size_t i = 0; i < 128; ++i)
-    {
-        ASSERT_EQ(block.left[i], sound.buffer().channel[0][777 + i]);
-        ASSERT_EQ(block.right[i], sound.buffer().channel[1][777 + i]);
-    }
-    EXPECT_EQ(r.nextPosition(), 0); // process never ran
 }
 
 TEST(AudioResampler_DSP, EmptyOrMissingProviderReadsFalse)

@@ -140,18 +140,6 @@ TEST_F(FileTest, FilesPastFourGigabytesAreRefused)
     EXPECT_EQ(text, "kept");
 }
 
-TEST_F(FileTest, SeekFromTheEndGoesPastIt)
-{
-    writeAll(at("ten"), "0123456789");
-    epiFile f;
-    ASSERT_TRUE(f.open(epiPath(at("ten")), epiFile::kRead));
-    EXPECT_TRUE(f.seek(3, 2));
-    EXPECT_EQ(f.tell(), 13u);
-    EXPECT_FALSE(f.seek(-20, 0));
-    EXPECT_FALSE(f.seek(0, 7));
-    f.close();
-}
-
 TEST_F(FileTest, ReadOnlyFiles)
 {
     const std::string ro = readOnlyFile("ro.txt", "locked");

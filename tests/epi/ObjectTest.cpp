@@ -3,7 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <utility>
 #include <vector>
 
 namespace
@@ -17,56 +16,9 @@ public:
     int disposed = 0;
 };
 
-// Stands in for the application at the top of the chain: records what the hooks receive.
-class FakeApplication : public epiApplicationObject
+class Subscriber : public epiApplicationObject
 {
 public:
-    epiObject* newObject(uint32_t family, uint32_t kind, uint32_t name) override
-    {
-        made.push_back({family, kind, name});
-        return &product;
-    }
-    int32_t addTimer(epiApplicationObject* object, double period, bool once, bool exact) override
-    {
-        timers.push_back(object);
-        lastPeriod = period;
-        lastOnce = once;
-        lastExact = exact;
-        object->setTimerActive(true);
-        return 1;
-    }
-    void removeTimer(epiApplicationObject* object) override
-    {
-        removed.push_back(object);
-        object->setTimerActive(false);
-    }
-    void disposeChild(epiApplicationObject* object) override { disposedChildren.push_back(object); }
-    void postCommand(epiApplicationObject* target, intptr_t a, intptr_t b, intptr_t c) override
-    {
-        commands.push_back({target, a, b, c});
-    }
-
-    struct Made
-    {
-        uint32_t family, kind, name;
-    };
-    struct Command
-    {
-        epiApplicationObject* target;
-        intptr_t a, b, c;
-    };
-    epiObject product;
-    std::vector<Made> made;
-    std::vector<epiApplicationObject*> timers, removed, disposedChildren;
-    std::vector<Command> commands;
-    double lastPeriod = 0;
-    bool lastOnce = false, lastExact = false;
-};
-
-class Ticker : public epiApplicationObject
-{
-public:
-    void onTimer() override { ++ticks; }
     void onEvent(uint32_t code, epiApplicationObject* sender, intptr_t data) override
     {
         events.push_back({code, sender, data});
@@ -80,26 +32,12 @@ public:
         epiApplicationObject* sender;
         intptr_t data;
     };
-    int ticks = 0;
     std::vector<Event> events;
     int32_t countDuringEvent = 0;
     epiApplicationObject* unsubscribeFrom = nullptr;
 };
 
 } // namespace
-
-// The application at the top of a chain that owns itself, and an object below it.
-class ApplicationObject : public ::testing::Test
-{
-protected:
-    void SetUp() override
-    {
-        app.setOwner(&app);
-        middle.setOwner(&app);
-    }
-    FakeApplication app;
-    epiApplicationObject middle;
-};
 
 TEST(ObjectCount, UncountedObjectsIgnoreRetainAndRelease)
 {
@@ -122,73 +60,11 @@ TEST(ObjectCount, TheStepToZeroDisposesOnce)
     EXPECT_EQ(o.disposed, 1);
 }
 
-TEST_F(ApplicationObject, FactoryCallsClimbTheChain)
-{
-    epiApplicationObject leaf;
-    leaf.inheritOwner(&middle);
-    EXPECT_EQ(leaf.owner(), &app);
-    leaf.setOwner(&middle);
-
-    EXPECT_EQ(leaf.newObject(epiCode("GrUi"), epiCode("iBbt"), epiCode("play")), &app.product);
-    ASSERT_EQ(app.made.size(), 1u);
-    EXPECT_EQ(app.made[0].name, epiCode("play"));
-
-    // An object that owns itself, or has no owner, answers null instead of looping.
-    epiApplicationObject selfOwned;
-    selfOwned.setOwner(&selfOwned);
-    EXPECT_EQ(selfOwned.newObject(1, 2, 3), nullptr);
-    epiApplicationObject orphan;
-    EXPECT_EQ(orphan.newObject(1, 2, 3), nullptr);
-    EXPECT_EQ(orphan.inheritOwner(nullptr), nullptr);
-}
-
-TEST_F(ApplicationObject, DisposeGoesThroughTheApplication)
-{
-    auto* leaf = new epiApplicationObject;
-    leaf->setOwner(&middle);
-    leaf->startRefCount();
-    leaf->release();
-    ASSERT_EQ(app.disposedChildren.size(), 1u);
-    EXPECT_EQ(app.disposedChildren[0], leaf);
-    delete leaf;
-
-    // Without an owner dispose() does nothing at all: the object stays alive for its maker.
-    epiApplicationObject orphan;
-    orphan.startRefCount();
-    orphan.release();
-    EXPECT_EQ(orphan.refCount(), 0);
-}
-
-TEST_F(ApplicationObject, TimersRunThroughTheOwner)
-{
-    Ticker ticker;
-    EXPECT_EQ(ticker.startTimer(0.5, false, true), 0); // no owner: no timer
-    ticker.setOwner(&app);
-    EXPECT_EQ(ticker.startTimer(1.0 / 30.0, true, false), 1);
-    EXPECT_EQ(app.timers, std::vector<epiApplicationObject*>{&ticker});
-    ticker.stop();
-    ticker.stop(); // with no timer running, stop() leaves the application alone
-    EXPECT_EQ(app.removed.size(), 1u);
-}
-
-TEST_F(ApplicationObject, CommandsArePassedUpUnchanged)
-{
-    epiApplicationObject leaf;
-    leaf.setOwner(&middle);
-    leaf.postCommand(&middle, epiCode("Play"), -2, 3);
-    ASSERT_EQ(app.commands.size(), 1u);
-    EXPECT_EQ(app.commands[0].target, &middle);
-    EXPECT_EQ(app.commands[0].b, -2);
-    epiApplicationObject orphan;
-    orphan.postCommand(&leaf, 1, 2, 3); // no owner: dropped
-    EXPECT_EQ(app.commands.size(), 1u);
-}
-
-TEST_F(ApplicationObject, ListenersAreToldByCode)
+TEST(Listeners, ListenersAreToldByCode)
 {
     epiApplicationObject button;
-    Ticker panel;
-    Ticker other;
+    Subscriber panel;
+    Subscriber other;
     button.subscribe(epiCode("iHit"), &panel, 7);
     button.subscribe(epiCode("boCh"), &other, 0);
     EXPECT_EQ(button.notifyListeners(epiCode("iHit"), 42), 1);
@@ -199,10 +75,10 @@ TEST_F(ApplicationObject, ListenersAreToldByCode)
     EXPECT_EQ(button.notifyListeners(0, 0), 0); // 0 marks a free slot, never a code
 }
 
-TEST_F(ApplicationObject, DeliveryHoldsACountedSubscriber)
+TEST(Listeners, DeliveryHoldsACountedSubscriber)
 {
     epiApplicationObject button;
-    Ticker panel;
+    Subscriber panel;
     panel.startRefCount();
     button.subscribe(epiCode("iHit"), &panel, 0);
     button.notifyListeners(epiCode("iHit"), 0);
@@ -210,10 +86,10 @@ TEST_F(ApplicationObject, DeliveryHoldsACountedSubscriber)
     EXPECT_EQ(panel.refCount(), 1);
 }
 
-TEST_F(ApplicationObject, UnsubscribeFreesSlotsAndDropsAnEmptyList)
+TEST(Listeners, UnsubscribeFreesSlotsAndDropsAnEmptyList)
 {
     epiApplicationObject button;
-    Ticker a, b, c;
+    Subscriber a, b, c;
     button.subscribe(epiCode("iHit"), &a, 1);
     button.subscribe(epiCode("iHit"), &b, 2);
     button.unsubscribe(epiCode("iHit"), &a);

@@ -123,17 +123,6 @@ TEST(PathNative, RelativePathsTakeTheBaseFolder)
     EXPECT_STREQ(native, "resources/a.xml");
 }
 
-TEST(PathNative, LongPathsAreCutAt2048Bytes)
-{
-    char native[epiPath::kNativeCapacity + 16];
-    std::fill(std::begin(native), std::end(native), '#');
-    const epiPath longPath("/" + std::string(3000, 'n'));
-    longPath.toNative(native);
-    EXPECT_EQ(std::string(native).size(), 2048u);
-    EXPECT_EQ(native[2049], '#');
-    EXPECT_EQ(longPath.toNativeText().size(), 3001u);
-}
-
 TEST(PathNative, DriveLetterNotation)
 {
     epiPath p;
@@ -157,56 +146,6 @@ TEST(PathNative, DriveLetterNotation)
     const epiPath rel("res/a.xml");
     rel.toWindowsNative(native, &base);
     EXPECT_STREQ(native, "E:\\prog\\res\\a.xml");
-}
-
-TEST(PathNative, WideFormsCarryNonAsciiNames)
-{
-    const epiPath p("/tmp/K\xC3\xB6rper \xF0\x9F\x8E\xB8.wav");
-    std::u16string wide(epiPath::kNativeWideCapacity, u'\0');
-    p.toNativeWide(wide.data());
-    EXPECT_EQ(std::u16string(wide.c_str()), u"/tmp/K\u00F6rper \U0001F3B8.wav");
-    epiPath back;
-    back.fromNativeWide(wide.c_str());
-    EXPECT_EQ(back, p);
-}
-
-TEST(PathSystem, ExistsAndRemoveOnRealFiles)
-{
-    TempFolder tmp;
-    epiPath file(tmp.path() + "f\xC3\xA9.txt");
-    EXPECT_FALSE(file.exists());
-    EXPECT_FALSE(file.remove());
-    std::ofstream(file.cstr()) << "x";
-    EXPECT_TRUE(file.exists());
-    EXPECT_TRUE(epiPath(tmp.path()).exists());
-    EXPECT_TRUE(file.remove());
-    EXPECT_FALSE(file.exists());
-    EXPECT_FALSE(epiPath().exists());
-    EXPECT_FALSE(epiPath().remove());
-}
-
-TEST(PathSystem, DialogsAnswerFalseUntilAPlatformInstallsThem)
-{
-    epiPath p("/home/x/song.kv3h");
-    EXPECT_FALSE(p.askOpen());
-    EXPECT_FALSE(p.askSave());
-    EXPECT_EQ(p, "/home/x/song.kv3h");
-
-    static bool sawSave = false;
-    epiPath::setDialogHandler(
-        [](epiPath& path, bool save)
-        {
-            sawSave = save;
-            path = "/chosen.kv3h";
-            return true;
-        });
-    EXPECT_TRUE(p.askSave());
-    EXPECT_TRUE(sawSave);
-    EXPECT_EQ(p, "/chosen.kv3h");
-    EXPECT_TRUE(p.askOpen());
-    EXPECT_FALSE(sawSave);
-    epiPath::setDialogHandler(nullptr);
-    EXPECT_FALSE(p.askOpen());
 }
 
 TEST(PathSpecialFolders, UserFoldersFollowTheEnvironment)

@@ -114,15 +114,6 @@ TEST(ResourcePack, ReadsFromMemoryAndFromDisk)
     EXPECT_FALSE(disk.openFile(epiPath(file.string())));
 }
 
-TEST(ResourcePack, BigEndianPacksRead)
-{
-    const std::string bytes = packBytes(kSample, {.bigEndian = true});
-    epiResourcePack pack;
-    ASSERT_TRUE(openBytes(pack, bytes));
-    EXPECT_TRUE(pack.atoms()->swapped());
-    expectSample(pack);
-}
-
 TEST(ResourcePack, FindNeedsExactNamesAndAddsTheLeadingSlash)
 {
     const std::string bytes = packBytes(kSample);
@@ -201,18 +192,6 @@ TEST(ResourcePack, VersionCountAndEndAtom)
     EXPECT_FALSE(openBytes(pack, bytes));
     EXPECT_FALSE(pack.openMemory(nullptr, 0));
     EXPECT_FALSE(pack.parse());
-}
-
-TEST(ResourcePack, TheDataHeaderDecidesTheSize)
-{
-    Builder b(false);
-    b.head().u32(kVersion, 1).u32(kCount, 1).atom(kName, "/f").u32(kSize, 999).atom(kData, "four");
-    const std::string bytes = b.bytes();
-    epiResourcePack pack;
-    ASSERT_TRUE(openBytes(pack, bytes));
-    epiText t;
-    ASSERT_TRUE(pack.loadText("/f", t));
-    EXPECT_EQ(t, "four");
 }
 
 TEST(ResourcePack, EveryCutOfAPackFailsUntilTheLastDataIsWhole)

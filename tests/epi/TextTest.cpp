@@ -64,15 +64,6 @@ TEST(Text, FormatterDirectives)
     EXPECT_EQ(fmt("%t", &withNul), withNul);
 }
 
-TEST(Text, CodesPadWithZeroBytesAndDoNotSignExtend)
-{
-    EXPECT_EQ(epiText("ab").toCode(), 0x61620000u);
-    EXPECT_EQ(epiText("\xFF\x80").toCode(), 0xFF800000u);
-    epiText t("previous");
-    t.assignCode(0x61620000u, 0);
-    EXPECT_EQ(t, std::string("ab\0\0", 4));
-}
-
 TEST(Text, CopyToHonoursTheLimit)
 {
     const epiText big(std::string(300, 'k'));
@@ -225,38 +216,6 @@ TEST(TextWide, BadInputGivesEmpty)
 }
 
 // Object behaviour of texts and the list of texts.
-
-TEST(TextObject, CopyCarriesTheCountAssignmentDoesNot)
-{
-    epiText counted("abc");
-    counted.startRefCount();
-    counted.retain();
-    EXPECT_EQ(epiText(counted).refCount(), 2);
-    epiText plain("x");
-    plain = counted;
-    EXPECT_EQ(plain.refCount(), epiObject::kNotCounted);
-}
-
-TEST(TextObject, TextsListOwnsItsElements)
-{
-    epiTextsList list;
-    const epiText source("first");
-    list.appendCopy(&source);
-    list.appendChars("second");
-    list.appendChars(nullptr);
-    ASSERT_EQ(list.count(), 3);
-    EXPECT_EQ(*list.textAt(0), "first");
-    EXPECT_NE(list.textAt(0), &source);
-    EXPECT_EQ(*list.textAt(1), "second");
-    EXPECT_TRUE(list.textAt(2)->isEmpty());
-    EXPECT_EQ(list.textAt(3), nullptr);
-    EXPECT_EQ(list.textAt(-1), nullptr);
-    // clear() deletes; the sanitizer run would report a leak or a double free here.
-    list.clear();
-    EXPECT_EQ(list.count(), 0);
-    list.appendChars("again");
-    EXPECT_EQ(list.count(), 1);
-}
 
 // Properties over many random texts: splitting and joining must give back the text.
 

@@ -123,33 +123,6 @@ TEST(SettingsStore, NamesThatCantStandOnALineAreRefused)
     EXPECT_FALSE(store.writeNumber("#hidden", 1));
 }
 
-TEST(SettingsStore, TheFolderFollowsTheEnvironment)
-{
-    ::unsetenv("KV3_CONFIG_DIR");
-    const char* oldXdg = std::getenv("XDG_CONFIG_HOME");
-    const std::string savedXdg = oldXdg != nullptr ? oldXdg : "";
-    ::setenv("XDG_CONFIG_HOME", "/tmp/kv3-xdg", 1);
-    SettingsStore store;
-    EXPECT_EQ(store.folder(), "/tmp/kv3-xdg/Norvane Audio/Korvalind 3");
-    ::unsetenv("XDG_CONFIG_HOME");
-    const char* home = std::getenv("HOME");
-    if (home != nullptr)
-    {
-        EXPECT_EQ(store.folder(), std::string(home) + "/.config/Norvane Audio/Korvalind 3");
-    }
-    SettingsStore other("Maker", "Product");
-    ::setenv("XDG_CONFIG_HOME", "/x", 1);
-    EXPECT_EQ(other.filePath(), "/x/Maker/Product/settings.conf");
-    if (oldXdg != nullptr)
-    {
-        ::setenv("XDG_CONFIG_HOME", savedXdg.c_str(), 1);
-    }
-    else
-    {
-        ::unsetenv("XDG_CONFIG_HOME");
-    }
-}
-
 TEST(SettingsStore, AFolderThatCantBeMadeFailsTheWriteAndLeavesNoFile)
 {
     SettingsFolder folder;

@@ -38,34 +38,6 @@ protected:
     epiKeyboard* keys() { return dynamic_cast<epiKeyboard*>(app.keyboard()); }
 };
 
-TEST(ValueLookups, MetronomeListsAddTheirStepInFloatAndStartOnTheirDefault)
-{
-    struct Row
-    {
-        const char* control;
-        int32_t count;
-        const char* first;
-        const char* last;
-        int32_t defaultIndex; // "120" isn't in the tempo list, which reads "120.0"
-    } rows[] = {{"meTe", 1801, "60.0", "240.0", 0},
-                {"meVo", 101, "0", "100", 100},
-                {"meSn", 7, "2", "8", 2},
-                {"meSd", 7, "2", "8", 2}};
-    for (const Row& row : rows)
-    {
-        const MetronomeList* rule = metronomeList(epiText(row.control).code());
-        ASSERT_NE(rule, nullptr);
-        ValueLookupTextLinear lookup;
-        fillMetronomeList(lookup, *rule);
-        EXPECT_EQ(lookup.count(), row.count) << row.control;
-        EXPECT_EQ(lookup.textOfValue(0), row.first) << row.control;
-        EXPECT_EQ(lookup.textOfValue(float(row.count - 1)), row.last) << row.control;
-        EXPECT_EQ(lookup.indexOfName(rule->defaultText), row.defaultIndex) << row.control;
-        EXPECT_EQ(lookup.indexOfText(epiText("none")), 0);
-        EXPECT_EQ(lookup.valueOfText(epiText("none")), lookup.sourceMinimum());
-    }
-}
-
 TEST_F(StripWidgets, TempoRollingTextCarriesTheWholeList)
 {
     ValueLookupTextLinear tempo;

@@ -97,36 +97,6 @@ TEST(AudioFxPSTS, UnityIsTheInputSampleForSample)
     }
 }
 
-TEST(AudioFxPSTS, SameValueAgainDoesNotReseek)
-{
-    Prepared p(44100, 64);
-    p.node.setStretch(1.5f);
-    Player play(p.node);
-    play.block(30000, 64);
-    auto* impl = static_cast<nvEfxImplPstsPoly*>(p.node.effect()->handle());
-    EXPECT_EQ(impl->expected(), 30064);
-    EXPECT_EQ(impl->engine()->voice(0)->anchor(), 20000.0);
-    p.node.setStretch(1.5f);
-    play.block(30064, 64);
-    EXPECT_EQ(impl->expected(), 30128);
-    const double before = impl->engine()->voice(0)->anchor();
-    const double time = impl->engine()->voice(0)->analysisTime();
-    EXPECT_EQ(before, 20000.0);
-    // A pitch change doesn't disturb the grain stream either.
-    p.node.setPitch(0.8f);
-    play.block(30128, 64);
-    EXPECT_EQ(impl->engine()->voice(0)->anchor(), before);
-    EXPECT_GE(impl->engine()->voice(0)->analysisTime(), time);
-    // A new stretch restarts the grains at the next block, where that position lies in the source.
-    p.node.setStretch(3.0f);
-    play.block(30192, 64);
-    EXPECT_EQ(impl->engine()->voice(0)->anchor(), 10064.0);
-    EXPECT_NEAR(play.l[0], 10064.0f, 2.0f);
-    // A block that doesn't continue the last one seeks too.
-    play.block(60000, 64);
-    EXPECT_EQ(impl->engine()->voice(0)->anchor(), 20000.0);
-}
-
 // The loop and locate case: a staircase played at speed 0.5 (stretch 2) with jumps. Every sample that
 // comes out must be near the source position its output position stands for, and the first sample
 // after each jump must be that position itself.

@@ -142,32 +142,6 @@ TEST_F(StretchCli, PitchUpAnOctaveGives880AndDownAFifthGives293Point7)
     }
 }
 
-TEST_F(StretchCli, SpeedOnePitchZeroIsTheInputSampleForSample)
-{
-    Audio in = sine(440.0, 48000, 1.0, 330.0);
-    // Full scale edges, odd values and samples beyond full scale, which a float file holds: nothing
-    // may be touched on the way.
-    in.left[10] = 1.0f;
-    in.right[11] = -1.0f;
-    in.left[12] = 1e-30f;
-    in.left[13] = 1.5f;
-    in.right[14] = -3.25f;
-    for (size_t i = 1000; i < 2000; ++i)
-    {
-        in.left[i] *= 2.5f;
-        in.right[i] *= -4.0f;
-    }
-    write("in.wav", in);
-    ASSERT_EQ(stretch("in.wav", "out.caf", "--depth float --speed 1 --pitch 0"), 0) << stderr_;
-    const Audio out = read("out.caf");
-    ASSERT_EQ(out.left.size(), in.left.size());
-    for (size_t i = 0; i < in.left.size(); ++i)
-    {
-        ASSERT_EQ(out.left[i], in.left[i]) << i;
-        ASSERT_EQ(out.right[i], in.right[i]) << i;
-    }
-}
-
 // A rate pair the resampler refuses is told as such, naming the file and both rates, not as a
 // file without audio; nothing is left behind.
 TEST_F(StretchCli, RefusedRatePairSaysWhy)

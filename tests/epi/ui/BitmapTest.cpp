@@ -243,18 +243,6 @@ TEST(FontMatrix, AQuarterPixelTakesTheSecondOffset)
     EXPECT_EQ(target.getPixel(5, 0, nullptr), 0xFFFFFFFFu);
 }
 
-TEST(FontSystem, Win32OverridesAllPlatformsButNotWithAnEmptyFamily)
-{
-    epiFont_FontSystem font;
-    testing::internal::CaptureStdout();
-    ASSERT_TRUE(font.loadText("<epi><content><allplatforms><family>DejaVu Sans</family><size>9</size>"
-                              "<bold>1</bold></allplatforms><win32><family></family><size>11</size>"
-                              "</win32></content></epi>",
-                              epiCode("sy11")));
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "Found font type 3 <DejaVu Sans> <sy11> 11\n");
-    EXPECT_TRUE(font.face().bold);
-}
-
 TEST(Fonts, NoFontDrawsNothingAndMeasuresZero)
 {
     epiFonts fonts;

@@ -29,20 +29,6 @@ protected:
     }
 };
 
-TEST_F(BitmapWidgets, EveryKindIsMadeAsItsOwnClass)
-{
-    const char* const kinds[] = {"iBim", "iBfi", "iBrt", "iBrr", "iBbt", "iBbi", "iBwt",
-                                 "iBck", "iBci", "iBct", "iBrd", "iBrs", "iBsc", "iBst",
-                                 "iBtr", "iBlm", "iBvw", "iBco", "iBde"};
-    std::string items;
-    for (const char* kind : kinds)
-        items += item(kind, "____");
-    epiUbo* root = loadText("<name>root</name>", items);
-    ASSERT_EQ(root->childCount(), int32_t(std::size(kinds)));
-    for (int32_t i = 0; i < root->childCount(); ++i)
-        EXPECT_EQ(epiCodeText(root->childAt(i)->kind()), kinds[i]);
-}
-
 TEST_F(BitmapWidgets, ButtonDrawsTheImageOfItsStateAndNeverFallsBackToTheNormalOne)
 {
     const std::string all = attrs({{"irOf", "off.png"},
@@ -76,19 +62,6 @@ TEST_F(BitmapWidgets, ButtonDrawsTheImageOfItsStateAndNeverFallsBackToTheNormalO
         EXPECT_EQ(pixel(button->frame().left_ + 5, 5), row.shown)
             << row.name << " enabled " << row.enabled << " pressed " << row.pressed << " on " << row.on;
     }
-}
-
-TEST_F(BitmapWidgets, ImageAttributesKeepWhatIsSetAndReadBackTheirNames)
-{
-    epiUbo* root = loadText("<name>root</name>",
-                            item("iBim", "pict", attrs({{"irOf", "on.png"}, {"irOf", ""}, {"autS", "1"}})) +
-                                item("iBim", "lost", attrs({{"irOf", "missing.png"}})));
-    auto* pict = child<epiUiBitmapImage>(root, "pict");
-    epiText name;
-    EXPECT_TRUE(pict->getAttribute(epiCode("irOf"), name));
-    EXPECT_EQ(name, "on.png"); // the empty value changed nothing
-    EXPECT_EQ(pict->frame().size(), epiPoint(10, 10));
-    EXPECT_FALSE(child<epiUiBitmapImage>(root, "lost")->getAttribute(epiCode("irOf"), name));
 }
 
 TEST_F(BitmapWidgets, FilmShowsTheFrameModuloItsCount)

@@ -250,18 +250,4 @@ TEST(Keyboard, ReleasesReportThePressedKey)
             << row.scan << " " << row.virtualKey;
 }
 
-TEST(Keyboard, MouseMessagesSetButtonsModifiersAndAction)
-{
-    epiKeyboard keyboard;
-    keyboard.setModifiers(false, true, false, false);
-    EXPECT_TRUE(keyboard.isAnyAccelerator());
-    keyboard.mouseMessage(1 | 4, epiCode("mLdn"));
-    EXPECT_TRUE(keyboard.isLeftButton() && keyboard.isShift() && !keyboard.isControl());
-    EXPECT_EQ(keyboard.mouseAction(), epiCode("mLdn"));
-    keyboard.mouseMessage(2 | 16 | 8, epiCode("move"));
-    EXPECT_TRUE(!keyboard.isLeftButton() && keyboard.isRightButton() && keyboard.isMiddleButton());
-    EXPECT_TRUE(keyboard.isControl() && !keyboard.isShift());
-    EXPECT_EQ(keyboard.mouseAction(), 0u);
-}
-
 } // namespace
