@@ -133,6 +133,7 @@ TEST_F(TakeTest, OldFileAtAnotherRateIsJoinedAtTheSessionRate)
     EXPECT_EQ(audio.rate, static_cast<int32_t>(kRate));
     // One second of old audio at 48 kHz, then silence up to the take.
     ASSERT_EQ(audio.frames(), 60000 + 10 * kBlock);
+    EXPECT_GT(audio.left[47000], 0.5f) << "the old audio was copied at its own rate";
     expectSilence(audio, 48000 + 64, 60000 - 48000 - 64);
 }
 
