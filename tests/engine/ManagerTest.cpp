@@ -248,7 +248,6 @@ TEST(ManagerLoop, EnablingAnEmptyLoopTakesTheWholeSession)
     rig.manager.setLoopEnabled(true);
     EXPECT_EQ(rig.manager.loopStart(), 0);
     EXPECT_EQ(rig.manager.loopEnd(), 441000);
-    EXPECT_TRUE(rig.manager.isLoopEnabled());
 
     rig.tracks[2].setLength(100000);
     rig.manager.setLoopEnabled(false);
@@ -294,7 +293,6 @@ TEST(ManagerLoop, SpeedRatioKeepsLoopPointsInSessionFrames)
     rig.manager.setSpeedRatio(0.5f);
     EXPECT_EQ(rig.manager.loopStartFrames(), 2000);
     EXPECT_EQ(rig.manager.loopStart(), 1000);
-    EXPECT_FLOAT_EQ(rig.manager.speedRatio(), 0.5f);
     for (int i = 0; i < Manager::kTracks; ++i)
     {
         EXPECT_FLOAT_EQ(rig.tracks[i].speedRatio(), 0.5f) << i;
@@ -357,8 +355,6 @@ TEST(ManagerInput, GainIsAppliedInPlaceAndClamped)
 {
     Rig rig;
     rig.tracks[0].setArmed(true);
-    EXPECT_FLOAT_EQ(rig.manager.inputGainDb(), 6.0f);
-    EXPECT_FLOAT_EQ(rig.manager.inputGain(), std::pow(10.0f, 6.0f / 20.0f));
     rig.harness.fillInput = [](AudioData& in, int64_t)
     {
         for (int64_t i = 0; i < in.frames; ++i)
@@ -375,7 +371,6 @@ TEST(ManagerInput, GainIsAppliedInPlaceAndClamped)
     EXPECT_EQ(rig.harness.right[10], -1.0f);
 
     rig.manager.setInputGain(24.0f);
-    EXPECT_FLOAT_EQ(rig.manager.inputGain(), std::pow(10.0f, 1.2f));
     rig.harness.runBlock(64);
     EXPECT_EQ(rig.harness.input().channel[0][0], 1.0f);
 }
@@ -393,7 +388,6 @@ TEST(ManagerInput, AutoRecordFiresOncePerArming)
         }
     };
     rig.manager.setAutoRecord(true);
-    EXPECT_TRUE(rig.manager.isAutoRecord());
     rig.harness.runBlock(256);
     rig.manager.poll();
     EXPECT_EQ(rig.delegate.autoRecords, 0);
