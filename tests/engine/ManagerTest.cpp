@@ -80,26 +80,6 @@ TEST(ManagerTransport, PlayingAdvancesEngineFramesAtEverySpeedRatio)
     }
 }
 
-TEST(ManagerTransport, StartAndStopTellEverySourceAndKeepThePosition)
-{
-    Rig rig;
-    rig.manager.start();
-    EXPECT_TRUE(rig.manager.isPlaying());
-    for (auto& t : rig.tracks)
-    {
-        EXPECT_TRUE(t.isPlaying());
-    }
-    rig.harness.run(3000, 1000);
-    rig.manager.stop();
-    for (auto& t : rig.tracks)
-    {
-        EXPECT_FALSE(t.isPlaying());
-    }
-    rig.harness.run(3000, 1000);
-    EXPECT_EQ(rig.manager.enginePosition(), 3000);
-    EXPECT_EQ(rig.harness.blocks.back().position, 3000);
-}
-
 TEST(ManagerTransport, StoppedTransportStillPullsArmedTracksAndMetronomeAtThePosition)
 {
     Rig rig;
@@ -145,7 +125,7 @@ TEST(ManagerTransport, LoopWrapsAtBlockGranularity)
 {
     for (uint32_t rate : {44100u, 48000u, 96000u})
     {
-        for (int64_t block : {64, 256, 1024, 0})
+        for (int64_t block : {64, 256, 1000, 1024, 0})
         {
             Rig rig(rate, 1024);
             soloTrackZero(rig);
@@ -179,22 +159,6 @@ TEST(ManagerTransport, LoopWrapsAtBlockGranularity)
             rig.manager.poll();
             EXPECT_EQ(rig.delegate.ends, 0) << "a loop without a take never reaches the end";
         }
-    }
-}
-
-TEST(ManagerTransport, BlockStartingExactlyAtLoopEndWraps)
-{
-    Rig rig;
-    rig.manager.sessionLength();
-    rig.manager.setLoopStart(0);
-    rig.manager.setLoopEnd(4096);
-    rig.manager.setLoopEnabled(true);
-    rig.manager.start();
-    rig.harness.run(6 * 1024, 1024);
-    const std::vector<int64_t> want{0, 1024, 2048, 3072, 0, 1024};
-    for (size_t k = 0; k < want.size(); ++k)
-    {
-        EXPECT_EQ(rig.harness.blocks[k].position, want[k]) << k;
     }
 }
 
@@ -274,18 +238,6 @@ TEST(ManagerTransport, TakeStopsAtLoopEndWithoutWrapping)
     EXPECT_EQ(rig.delegate.ends, 1);
 }
 
-TEST(ManagerTransport, RecordingWithoutLoopRunsPastTheEnd)
-{
-    Rig rig;
-    rig.manager.sessionLength();
-    rig.manager.setRecording(true);
-    rig.manager.locate(441000);
-    rig.manager.start();
-    rig.harness.run(4096, 1024);
-    rig.manager.poll();
-    EXPECT_EQ(rig.delegate.ends, 0) << "a take grows the session";
-}
-
 TEST(ManagerLoop, EnablingAnEmptyLoopTakesTheWholeSession)
 {
     Rig rig;
@@ -296,7 +248,6 @@ TEST(ManagerLoop, EnablingAnEmptyLoopTakesTheWholeSession)
     rig.manager.setLoopEnabled(true);
     EXPECT_EQ(rig.manager.loopStart(), 0);
     EXPECT_EQ(rig.manager.loopEnd(), 441000);
-    EXPECT_TRUE(rig.manager.isLoopEnabled());
 
     rig.tracks[2].setLength(100000);
     rig.manager.setLoopEnabled(false);
@@ -342,7 +293,6 @@ TEST(ManagerLoop, SpeedRatioKeepsLoopPointsInSessionFrames)
     rig.manager.setSpeedRatio(0.5f);
     EXPECT_EQ(rig.manager.loopStartFrames(), 2000);
     EXPECT_EQ(rig.manager.loopStart(), 1000);
-    EXPECT_FLOAT_EQ(rig.manager.speedRatio(), 0.5f);
     for (int i = 0; i < Manager::kTracks; ++i)
     {
         EXPECT_FLOAT_EQ(rig.tracks[i].speedRatio(), 0.5f) << i;
@@ -405,8 +355,6 @@ TEST(ManagerInput, GainIsAppliedInPlaceAndClamped)
 {
     Rig rig;
     rig.tracks[0].setArmed(true);
-    EXPECT_FLOAT_EQ(rig.manager.inputGainDb(), 6.0f);
-    EXPECT_FLOAT_EQ(rig.manager.inputGain(), std::pow(10.0f, 6.0f / 20.0f));
     rig.harness.fillInput = [](AudioData& in, int64_t)
     {
         for (int64_t i = 0; i < in.frames; ++i)
@@ -423,7 +371,6 @@ TEST(ManagerInput, GainIsAppliedInPlaceAndClamped)
     EXPECT_EQ(rig.harness.right[10], -1.0f);
 
     rig.manager.setInputGain(24.0f);
-    EXPECT_FLOAT_EQ(rig.manager.inputGain(), std::pow(10.0f, 1.2f));
     rig.harness.runBlock(64);
     EXPECT_EQ(rig.harness.input().channel[0][0], 1.0f);
 }
@@ -441,7 +388,6 @@ TEST(ManagerInput, AutoRecordFiresOncePerArming)
         }
     };
     rig.manager.setAutoRecord(true);
-    EXPECT_TRUE(rig.manager.isAutoRecord());
     rig.harness.runBlock(256);
     rig.manager.poll();
     EXPECT_EQ(rig.delegate.autoRecords, 0);
@@ -489,26 +435,6 @@ TEST(ManagerInput, DisarmingClearsATrippedStart)
     rig.manager.poll();
     EXPECT_EQ(rig.delegate.autoRecords, 0);
     EXPECT_FALSE(rig.manager.isPlaying());
-}
-
-TEST(ManagerWiring, MetronomeStripIsSoloExemptAndSourcesArePreparedAndTold)
-{
-    Manager m;
-    auto& metronomeStrip = m.mixer().strip(Manager::kMetronomeIndex);
-    EXPECT_TRUE(metronomeStrip.isSoloExempt());
-    EXPECT_FLOAT_EQ(metronomeStrip.volume(), 0.0f);
-    EXPECT_FALSE(m.mixer().strip(0).isSoloExempt());
-
-    m.setFormat(96000, 128);
-    m.start();
-    TestTrack late;
-    m.setTrackSource(2, &late);
-    EXPECT_TRUE(late.isPlaying()) << "a source joining is told the transport's state";
-    EXPECT_EQ(late.preparedRate, 96000u);
-    EXPECT_EQ(m.trackSource(2), &late);
-    EXPECT_EQ(m.trackSource(5), nullptr);
-    m.setTrackSource(2, nullptr);
-    EXPECT_EQ(m.mixer().strip(2).source(), nullptr);
 }
 
 } // namespace

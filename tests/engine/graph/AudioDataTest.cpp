@@ -1,47 +1,14 @@
 #include "engine/graph/AudioData.h"
-#include "engine/graph/AudioSource.h"
 #include "tests/support/StereoBlock.h"
 
 #include <gtest/gtest.h>
 
-#include <cmath>
-#include <cstring>
-#include <limits>
 #include <vector>
 
 namespace
 {
 
 using Block = testsupport::StereoBlock;
-
-// Staircase: sample i holds i (channel 0) and -i (channel 1), so any offset shows as a wrong value.
-void fillStaircase(AudioData& d, float base = 0.0f)
-{
-    for (int64_t i = 0; i < d.frames; ++i)
-    {
-        d.channel[0][i] = base + static_cast<float>(i);
-        if (d.channels > 1)
-        {
-            d.channel[1][i] = -(base + static_cast<float>(i));
-        }
-    }
-}
-
-TEST(AudioData, AdoptRangeCopiesOnlyFramesAndPosition)
-{
-    Block a(8);
-    a.data.position = 1234;
-    AudioData d;
-    float x = 0.0f;
-    d.channel[0] = &x;
-    d.channels = 1;
-    d.adoptRange(a.data);
-    EXPECT_EQ(d.frames, 8);
-    EXPECT_EQ(d.position, 1234);
-    EXPECT_EQ(d.channel[0], &x);
-    EXPECT_EQ(d.channel[1], nullptr);
-    EXPECT_EQ(d.channels, 1);
-}
 
 TEST(AudioData, AdoptOfMonoWithDuplicateMonoAliasesBothChannels)
 {
@@ -73,23 +40,6 @@ TEST(AudioData, AdoptOfMonoWithDuplicateMonoAliasesBothChannels)
     EXPECT_EQ(withFlag.channel[1], stereo.right.data());
 }
 
-TEST(AudioData, CopyFromCopiesSourceFramesAndKeepsOwnFrames)
-{
-    Block src(5);
-    fillStaircase(src.data, 100.0f);
-    Block dst(8, 0, 9.0f);
-    dst.data.copyFrom(src.data);
-    EXPECT_EQ(dst.data.frames, 8);
-    for (int i = 0; i < 5; ++i)
-    {
-        EXPECT_EQ(dst.left[static_cast<size_t>(i)], 100.0f + static_cast<float>(i));
-        EXPECT_EQ(dst.right[static_cast<size_t>(i)], -(100.0f + static_cast<float>(i)));
-    }
-    // Samples past src.frames are untouched.
-    EXPECT_EQ(dst.left[5], 9.0f);
-    EXPECT_EQ(dst.right[7], 9.0f);
-}
-
 TEST(AudioData, AvailableAnswersFromTheHeldStretch)
 {
     AudioData held;
@@ -108,23 +58,6 @@ TEST(AudioData, AvailableAnswersFromTheHeldStretch)
     EXPECT_EQ(count, 1);
     EXPECT_FALSE(held.available(1100, 1, count)) << "exactly one past the stretch";
     EXPECT_FALSE(held.available(5000, 1, count));
-}
-
-TEST(AudioData, SilenceScaleAndPeak)
-{
-    Block b(6);
-    fillStaircase(b.data);
-    EXPECT_EQ(b.data.peak(), 5.0f);
-    b.data.scale(0.5f);
-    EXPECT_EQ(b.left[4], 2.0f);
-    EXPECT_EQ(b.right[4], -2.0f);
-    EXPECT_EQ(b.data.peak(), 2.5f);
-    b.data.silence();
-    EXPECT_EQ(b.data.peak(), 0.0f);
-    for (float v : b.right)
-    {
-        EXPECT_EQ(v, 0.0f);
-    }
 }
 
 TEST(AudioData, MixFromLinearPanLaw)
@@ -150,23 +83,6 @@ TEST(AudioData, MixFromLinearPanLaw)
     }
 }
 
-TEST(AudioData, MixFromAddsToWhatIsThere)
-{
-    Block src(3);
-    fillStaircase(src.data);
-    Block dst(3, 0, 1.0f);
-    dst.data.mixFrom(src.data, 1.0f, -1.0f); // left doubled, right untouched
-    EXPECT_EQ(dst.left, (std::vector<float>{1.0f, 3.0f, 5.0f}));
-    EXPECT_EQ(dst.right, (std::vector<float>{1.0f, 1.0f, 1.0f}));
-    // Over this descriptor's frames only.
-    dst.data.frames = 1;
-    dst.data.mixFrom(src.data, 1.0f, 0.0f);
-    EXPECT_EQ(dst.left, (std::vector<float>{1.0f, 3.0f, 5.0f}));
-    src.left[0] = 0.5f;
-    dst.data.mixFrom(src.data, 1.0f, 0.0f);
-    EXPECT_EQ(dst.left, (std::vector<float>{1.5f, 3.0f, 5.0f}));
-}
-
 TEST(AudioBuffer, FillFromInt16ConvertsInterleavedStereo)
 {
     const int16_t samples[] = {32767, -32768, 0, 16384, -1, 1};
@@ -189,24 +105,5 @@ TEST(AudioBuffer, FillFromInt16ConvertsInterleavedStereo)
     EXPECT_EQ(b.frames, 1);
     EXPECT_EQ(b.channel[0], left);
 }
-
-// A minimal node to check the base's contract compiles as the other libraries use it.
-class Constant final : public AudioSource
-{
-public:
-    bool provide(AudioData&) override { return false; }
-    bool read(AudioData& into) override
-    {
-        for (int32_t c = 0; c < into.channels; ++c)
-        {
-            for (int64_t i = 0; i < into.frames; ++i)
-            {
-                into.channel[c][i] = 0.5f;
-            }
-        }
-        return true;
-    }
-    void prepare(uint32_t, uint32_t) override {}
-};
 
 } // namespace

@@ -65,22 +65,6 @@ TEST(AudioMixer, SumsEveryStripAndClamps)
     EXPECT_EQ(out.right[0], -1.0f);
 }
 
-TEST(AudioMixer, NullSourceIsSkippedAndProvideIsRefused)
-{
-    AudioMixer mixer;
-    TestTrack track;
-    track.setPlaying(true);
-    mixer.setSource(2, &track);
-    mixer.setSource(7, &track); // ignored
-    Output out(8, 100);
-    EXPECT_TRUE(mixer.read(out.data));
-    EXPECT_FLOAT_EQ(out.left[3], TestTrack::valueAt(103));
-    EXPECT_EQ(track.provides.load(), 1);
-    AudioData r;
-    EXPECT_FALSE(mixer.provide(r));
-    EXPECT_EQ(mixer.channels(), 2);
-}
-
 TEST(AudioMixer, MuteAndSoloRule)
 {
     MixerRig rig;

@@ -129,19 +129,6 @@ TEST(ContiguousReader, FailingInputGivesSilenceAndIsAskedAgain)
     EXPECT_EQ(rig.lastFetch().position, 0);
 }
 
-TEST(ContiguousReader, ProvideIsRefusedAndRingWrapsCleanly)
-{
-    Rig rig(8000, 1000);
-    AudioData r;
-    r.frames = 10;
-    EXPECT_FALSE(rig.reader.provide(r));
-    // Many seconds at a small ring: every read crosses the ring's end some time.
-    for (int64_t p = 0; p < 8000 * 5; p += 1000)
-    {
-        ASSERT_TRUE(rig.readAndCheck(p, 1000));
-    }
-}
-
 TEST(ContiguousReader, UnpreparedReaderUsesItsInitialRing)
 {
     StaircaseSource source;

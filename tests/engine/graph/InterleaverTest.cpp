@@ -35,38 +35,6 @@ TEST(Interleaver, InterleaveAndDeinterleaveRoundTrip)
     EXPECT_EQ(r2, right);
 }
 
-TEST(Interleaver, MissingChannelsAreSkippedOrDropped)
-{
-    Interleaver il;
-    ASSERT_TRUE(il.reserve(3, 2));
-    // Fill the store with a known pattern first.
-    std::vector<float> a{1, 2, 3}, b{4, 5, 6};
-    AudioData full;
-    full.channel[0] = a.data();
-    full.channel[1] = b.data();
-    full.channels = 2;
-    full.frames = 3;
-    il.interleave(full);
-
-    // A mono source leaves the second slot of each frame as it was.
-    std::vector<float> m{7, 8, 9};
-    AudioData mono;
-    mono.channel[0] = m.data();
-    mono.channels = 1;
-    mono.frames = 3;
-    il.interleave(mono);
-    EXPECT_EQ(std::vector<float>(il.data(), il.data() + 6), (std::vector<float>{7, 4, 8, 5, 9, 6}));
-
-    // Deinterleaving into a mono target drops the second store channel.
-    std::vector<float> out(3, 0.0f);
-    AudioData target;
-    target.channel[0] = out.data();
-    target.channels = 1;
-    target.frames = 3;
-    il.deinterleave(target);
-    EXPECT_EQ(out, (std::vector<float>{7, 8, 9}));
-}
-
 TEST(Interleaver, NothingRunsForZeroOrNegativeFramesAndNothingPastCapacity)
 {
     Interleaver il;

@@ -57,66 +57,6 @@ TEST(AudioTemporary, StoresAndServesOneBlock)
     EXPECT_EQ(other.left[0], 0.5f) << "and touches nothing";
 }
 
-TEST(AudioTemporary, ShorterReadAtTheSamePositionStaysInsideTheTarget)
-{
-    StaircaseSource stairs;
-    Target in(64, 0, 99.0f);
-    stairs.read(in.data);
-    AudioTemporary temp;
-    temp.prepare(44100, 64);
-    temp.store(in.data);
-    std::vector<float> left(17, 5.0f), right(17, 5.0f);
-    AudioData shorter;
-    shorter.channel[0] = left.data();
-    shorter.channel[1] = right.data();
-    shorter.channels = 2;
-    shorter.frames = 16; // the 17th sample is a guard
-    ASSERT_TRUE(temp.read(shorter));
-    EXPECT_EQ(left[15], 15.0f);
-    EXPECT_EQ(left[16], 5.0f);
-    EXPECT_EQ(right[16], 5.0f);
-}
-
-TEST(AudioAlwaysStereo, MonoInputBecomesTwoEqualChannels)
-{
-    StaircaseSource mono(1);
-    AudioAlwaysStereo stereo;
-    stereo.setFirst(&mono);
-    stereo.prepare(44100, 128);
-
-    AudioData r = request(128, 300);
-    ASSERT_TRUE(stereo.provide(r));
-    EXPECT_EQ(r.channels, 2);
-    EXPECT_NE(r.channel[0], r.channel[1]) << "a real second channel, not an alias";
-    for (int64_t i = 0; i < 128; ++i)
-    {
-        EXPECT_EQ(r.channel[0][i], static_cast<float>(300 + i));
-        EXPECT_EQ(r.channel[1][i], static_cast<float>(300 + i));
-    }
-    ASSERT_EQ(mono.requests.size(), 1u);
-    EXPECT_FALSE(mono.requests[0].byReference) << "a mono input is read, not provided";
-
-    Target t(32, 7, 99.0f);
-    ASSERT_TRUE(stereo.read(t.data));
-    EXPECT_EQ(t.left[31], 38.0f);
-    EXPECT_EQ(t.right[31], 38.0f);
-    EXPECT_EQ(stereo.channels(), 2);
-}
-
-TEST(AudioAlwaysStereo, FailingInputOrNoInputAnswersFalse)
-{
-    StaircaseSource mono(1);
-    mono.failing = true;
-    AudioAlwaysStereo stereo;
-    stereo.prepare(44100, 64);
-    AudioData r = request(64, 0);
-    EXPECT_FALSE(stereo.provide(r)) << "no input";
-    stereo.setFirst(&mono);
-    EXPECT_FALSE(stereo.provide(r));
-    Target t(64, 0, 0.25f);
-    EXPECT_FALSE(stereo.read(t.data));
-}
-
 TEST(AudioInputSelector, ModesByReferenceCostNoCopy)
 {
     StaircaseSource source(2);
@@ -141,37 +81,6 @@ TEST(AudioInputSelector, ModesByReferenceCostNoCopy)
     ASSERT_TRUE(selector.provide(right));
     EXPECT_EQ(right.channel[0], right.channel[1]);
     EXPECT_EQ(right.channel[0][5], -105.0f);
-}
-
-TEST(AudioInputSelector, RightOfMonoSourceGivesMonoOnBothThroughDuplicateMono)
-{
-    StaircaseSource mono(1);
-    mono.prepare(44100, 64);
-    AudioInputSelector selector;
-    selector.setFirst(&mono);
-    selector.setMode(1);
-    AudioData r = request(64, 40);
-    ASSERT_TRUE(selector.provide(r));
-    EXPECT_TRUE(r.duplicateMono);
-    EXPECT_EQ(r.channels, 2);
-    ASSERT_NE(r.channel[0], nullptr);
-    EXPECT_EQ(r.channel[0], r.channel[1]);
-    EXPECT_EQ(r.channel[0][2], 42.0f);
-    EXPECT_EQ(selector.channels(), 1) << "the input's channels";
-}
-
-TEST(AudioInputSelector, FailureAndNoInput)
-{
-    AudioInputSelector selector;
-    AudioData r = request(16, 0);
-    EXPECT_FALSE(selector.provide(r));
-    StaircaseSource source;
-    source.failing = true;
-    selector.setFirst(&source);
-    selector.setMode(0);
-    Target t(16, 0, 0.5f);
-    EXPECT_FALSE(selector.read(t.data));
-    EXPECT_EQ(t.right[0], 0.5f) << "nothing copied after a failed read";
 }
 
 TEST(AudioSwitch, SelectsAndForwards)
@@ -267,22 +176,6 @@ TEST(AudioSwitchFeed, LoudTailRestartsTheHold)
     // The last loud block set the hold and took its own frames off it.
     EXPECT_EQ(rig.unit.reads - before, (24000 - 256) / 256 + 1);
     EXPECT_FALSE(rig.feed.isDraining());
-}
-
-TEST(AudioSwitchFeed, FreshSwitchOnDryPathDrainsOnce)
-{
-    // Initially draining with no hold: one quiet block ends it.
-    FeedRig rig(44100, 64);
-    rig.feed.selectSecond(true);
-    rig.pull(0);
-    rig.pull(64);
-    EXPECT_EQ(rig.unit.reads, 1);
-    EXPECT_FALSE(rig.feed.isDraining());
-
-    // Selecting the effect again re-arms the drain.
-    rig.feed.selectFirst(true);
-    rig.pull(128);
-    EXPECT_TRUE(rig.feed.isDraining());
 }
 
 TEST(AudioSwitchFeed, FailingUnitCountsAsQuiet)

@@ -7,7 +7,7 @@ namespace enginetest
 {
 
 EngineHarness::EngineHarness(Manager& manager, uint32_t sampleRate, uint32_t maxBlock, bool tellFormat)
-    : manager_(manager), sampleRate_(sampleRate), maxBlock_(maxBlock)
+    : manager_(manager), maxBlock_(maxBlock)
 {
     in_.alloc(maxBlock, 2);
     out_.alloc(maxBlock, 2);

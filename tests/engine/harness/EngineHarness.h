@@ -69,15 +69,12 @@ public:
     std::vector<float> right;
     std::vector<BlockRecord> blocks;
 
-    uint32_t sampleRate() const { return sampleRate_; }
-    uint32_t maxBlock() const { return maxBlock_; }
     int64_t deviceFrames() const { return deviceFrames_; }
     /** The device input as the last block left it (after the Manager's gain). */
     const AudioBuffer& input() const { return in_; }
 
 private:
     Manager& manager_;
-    uint32_t sampleRate_;
     uint32_t maxBlock_;
     AudioBuffer in_;
     AudioBuffer out_;

@@ -8,39 +8,16 @@ namespace
 constexpr int64_t kDefaultFrames = 8192;
 }
 
-StaircaseSource::StaircaseSource(int32_t channels, int64_t modulus) : channels_(channels), modulus_(modulus)
+StaircaseSource::StaircaseSource(int32_t channels) : channels_(channels)
 {
     own_.alloc(kDefaultFrames, channels_);
-}
-
-float StaircaseSource::valueAt(int64_t t) const
-{
-    if (modulus_ == 0)
-    {
-        return static_cast<float>(t);
-    }
-    int64_t r = t % modulus_;
-    if (r < 0)
-    {
-        r += modulus_;
-    }
-    return static_cast<float>(r) / static_cast<float>(modulus_);
-}
-
-int64_t StaircaseSource::positionOf(float sample) const
-{
-    if (modulus_ == 0)
-    {
-        return static_cast<int64_t>(sample);
-    }
-    return static_cast<int64_t>(sample * static_cast<float>(modulus_));
 }
 
 void StaircaseSource::fill(AudioData& d) const
 {
     for (int64_t i = 0; i < d.frames; ++i)
     {
-        const float v = valueAt(d.position + i);
+        const auto v = static_cast<float>(d.position + i);
         d.channel[0][i] = v;
         if (d.channels > 1 && d.channel[1] != d.channel[0] && d.channel[1] != nullptr)
         {
@@ -51,11 +28,8 @@ void StaircaseSource::fill(AudioData& d) const
 
 bool StaircaseSource::provide(AudioData& request)
 {
-    if (logging)
-    {
-        requests.push_back({request.position, request.frames, true});
-    }
-    if (failing || refuseProvide || request.frames > own_.capacity())
+    requests.push_back({request.position, request.frames, true});
+    if (failing || request.frames > own_.capacity())
     {
         return false;
     }
@@ -67,10 +41,7 @@ bool StaircaseSource::provide(AudioData& request)
 
 bool StaircaseSource::read(AudioData& into)
 {
-    if (logging)
-    {
-        requests.push_back({into.position, into.frames, false});
-    }
+    requests.push_back({into.position, into.frames, false});
     if (failing)
     {
         return false;
@@ -79,11 +50,8 @@ bool StaircaseSource::read(AudioData& into)
     return true;
 }
 
-void StaircaseSource::prepare(uint32_t sampleRate, uint32_t blockSize)
+void StaircaseSource::prepare(uint32_t, uint32_t blockSize)
 {
-    preparedRate = sampleRate;
-    preparedBlock = blockSize;
-    ++prepareCalls;
     if (blockSize > own_.capacity())
     {
         own_.alloc(blockSize, channels_);

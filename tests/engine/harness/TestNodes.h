@@ -21,24 +21,15 @@ struct Request
 };
 
 /**
- * A source whose sample at timeline position t is value(t) on channel 0 and -value(t) on channel 1,
- * where value(t) is t itself, or (t mod modulus) / modulus when a modulus is set (a power of two keeps
- * that exact and inside full scale). Any offset, seek or loop error shows as a wrong value.
+ * A source whose sample at timeline position t is t on channel 0 and -t on channel 1: any offset, seek
+ * or loop error shows as a wrong value.
  */
 class StaircaseSource : public AudioSource
 {
 public:
-    /**
-     * @param channels 1 or 2
-     * @param modulus 0 for the raw position, else a power of two
-     */
-    explicit StaircaseSource(int32_t channels = 2, int64_t modulus = 0);
+    /** @param channels 1 or 2 */
+    explicit StaircaseSource(int32_t channels = 2);
     virtual ~StaircaseSource() = default;
-
-    /** The value this source gives channel 0 at timeline position t. */
-    float valueAt(int64_t t) const;
-    /** Decodes a channel-0 sample back to t (mod modulus). */
-    int64_t positionOf(float sample) const;
 
     bool provide(AudioData& request) override;
     bool read(AudioData& into) override;
@@ -47,20 +38,12 @@ public:
 
     /** Answers false from both transfers while set. */
     bool failing = false;
-    /** Answers false from provide only (read still works) while set. */
-    bool refuseProvide = false;
-    /** Keeps every request in requests while set. */
-    bool logging = true;
     std::vector<Request> requests;
-    uint32_t preparedRate = 0;
-    uint32_t preparedBlock = 0;
-    int32_t prepareCalls = 0;
 
 private:
     void fill(AudioData& d) const;
 
     int32_t channels_;
-    int64_t modulus_;
     AudioBuffer own_;
 };
 

@@ -20,11 +20,6 @@ float TestTrack::valueAt(int64_t t)
     return static_cast<float>(r) / static_cast<float>(kModulus);
 }
 
-int64_t TestTrack::positionOf(float sample)
-{
-    return static_cast<int64_t>(sample * static_cast<float>(kModulus));
-}
-
 void TestTrack::prepare(uint32_t sampleRate, uint32_t blockSize)
 {
     preparedRate = sampleRate;
@@ -77,7 +72,6 @@ bool TestTrack::processInput(AudioData& input, AudioData& output)
 
 void TestTrack::setPlaying(bool on)
 {
-    setPlayingCalls.fetch_add(1, std::memory_order_relaxed);
     playing_.store(on, std::memory_order_relaxed);
 }
 

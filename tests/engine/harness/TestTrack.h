@@ -35,8 +35,6 @@ public:
 
     /** The value channel 0 carries at timeline position t. */
     static float valueAt(int64_t t);
-    /** Timeline position (mod kModulus) a channel-0 sample came from. */
-    static int64_t positionOf(float sample);
 
     void setLength(int64_t frames) { length_.store(frames, std::memory_order_relaxed); }
     void setArmed(bool on) { armed_.store(on, std::memory_order_relaxed); }
@@ -48,7 +46,6 @@ public:
     std::atomic<int32_t> provides{0};
     std::atomic<int32_t> liveCalls{0};
     std::atomic<int64_t> lastPosition{-1};
-    std::atomic<int32_t> setPlayingCalls{0};
     uint32_t preparedRate = 0;
     uint32_t preparedBlock = 0;
 

@@ -88,34 +88,6 @@ std::vector<float> heldLeft(const AudioFileLoaded& sample, size_t frames)
 
 } // namespace
 
-TEST(ClickChoice, LoadsBothClicksFromThePackWithTheirExactLengths)
-{
-    const std::string packPath = makePack({});
-    epiResourcePack pack;
-    ASSERT_TRUE(pack.openFile(epiPath(packPath)));
-    Manager manager;
-    manager.setFormat(44100, 512);
-    Metronome& metronome = manager.metronomeNode();
-
-    // El_Sticks is the one set whose accent and ordinary clicks differ in length.
-    EXPECT_EQ(ClickChoice::choose(manager, pack, 2, true, false), 2);
-    EXPECT_EQ(metronome.accentSample().frames(), 19404u);
-    EXPECT_EQ(metronome.beatSample().frames(), 19992u);
-    EXPECT_EQ(heldLeft(metronome.accentSample(), 2000), rawLeft("El_Sticks_accent_hi.raw", 2000));
-    EXPECT_EQ(heldLeft(metronome.beatSample(), 2000), rawLeft("El_Sticks_accent_lo.raw", 2000));
-    // Switched off, nothing was enabled behind the player's back.
-    EXPECT_FALSE(metronome.isEnabled());
-
-    // Without the accent both beats get the same click.
-    EXPECT_EQ(ClickChoice::choose(manager, pack, 0, false, false), 2);
-    EXPECT_EQ(metronome.accentSample().frames(), 1292u);
-    EXPECT_EQ(metronome.beatSample().frames(), 1292u);
-    EXPECT_EQ(heldLeft(metronome.accentSample(), 1292), rawLeft("Classic_noaccent.raw", 1292));
-    EXPECT_EQ(heldLeft(metronome.beatSample(), 1292), rawLeft("Classic_noaccent.raw", 1292));
-    pack.close();
-    fs::remove(packPath);
-}
-
 TEST(ClickChoice, AMissingResourceKeepsTheFormerClickAndTheClickComesBackOn)
 {
     const std::string packPath = makePack({"Perc_1_accent_hi.raw"});

@@ -97,27 +97,6 @@ TEST_F(MetronomeRig, BlockStraddlingABeatSplitsAtTheExactFrame)
     EXPECT_EQ(counter.beats, 1);
 }
 
-TEST_F(MetronomeRig, AShortClickLeavesTheRestOfTheBeatSilent)
-{
-    setUpClicks(44100, 1024, 100);
-    metronome.setPlaying(true);
-    const std::vector<float> block = pull(22050 * 4 - 10, 1024);
-    ASSERT_EQ(block.size(), 1024u);
-    for (int i = 0; i < 10; ++i)
-    {
-        EXPECT_EQ(block[static_cast<size_t>(i)], 0.0f) << i;
-    }
-    // Beat 4 is the second bar's first: an accent.
-    for (int i = 10; i < 110; ++i)
-    {
-        ASSERT_EQ(where(block[static_cast<size_t>(i)]), i - 10 + 1) << i;
-    }
-    for (int i = 110; i < 1024; ++i)
-    {
-        ASSERT_EQ(block[static_cast<size_t>(i)], 0.0f) << i;
-    }
-}
-
 TEST_F(MetronomeRig, AccentsFallEveryNumeratorBeatsFromPositionZero)
 {
     setUpClicks(44100, 512, 200);
