@@ -385,7 +385,7 @@ const uint32_t* epiUiContainer::attributeCodes() const
     return codes;
 }
 
-bool epiUiContainer::loadLayout(const epiText& name)
+bool epiUbo::loadChildLayout(const epiText& name)
 {
     if (name.empty())
         return false;
@@ -397,6 +397,11 @@ bool epiUiContainer::loadLayout(const epiText& name)
     const bool loaded = epiUbo::loadLayout(name);
     loading.pop_back();
     return loaded;
+}
+
+bool epiUiContainer::loadLayout(const epiText& name)
+{
+    return loadChildLayout(name);
 }
 
 // ---------------------------------------------------------------------------------------------

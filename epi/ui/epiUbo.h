@@ -192,6 +192,11 @@ public:
     virtual void readItems(const epiXmlChunk& chunk);
     /** Makes the items of the layout `name` this object's children. @return false when it can't be read */
     virtual bool loadLayout(const epiText& name);
+    /**
+     * loadLayout for a 'chil' attribute: a layout already being loaded through 'chil' further out, or
+     * one nested too deep, loads nothing, so that layouts naming each other can't recurse for ever.
+     */
+    bool loadChildLayout(const epiText& name);
     virtual void readAll(const epiXmlChunk& chunk);
     virtual bool loadLayoutNamed(const epiText& name);
     virtual bool loadLayoutText(const epiText& text);

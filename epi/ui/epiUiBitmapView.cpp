@@ -23,15 +23,6 @@ const uint32_t kDecorateCodes[] = {epiCode("fdim"),
                                    epiCode("frov"),
                                    0};
 
-// The 'chil' layouts that view containers are loading now: one that names itself again loads nothing.
-std::vector<std::string>& loadingViews()
-{
-    static std::vector<std::string> names;
-    return names;
-}
-
-constexpr size_t kMaxViewDepth = 32;
-
 // A bitmap table for each resource object. The table subscribes to its resources: a resource
 // object made later at the same address has no such subscription, so a stale entry is known.
 struct CastsEntry
@@ -279,16 +270,7 @@ const uint32_t* epiUiBitmapViewContainer::attributeCodes() const
 
 bool epiUiBitmapViewContainer::loadLayout(const epiText& name)
 {
-    if (name.empty())
-        return false;
-    std::vector<std::string>& loading = loadingViews();
-    if (loading.size() >= kMaxViewDepth ||
-        std::find(loading.begin(), loading.end(), std::string(name)) != loading.end())
-        return false;
-    loading.push_back(name);
-    const bool loaded = epiUbo::loadLayout(name);
-    loading.pop_back();
-    return loaded;
+    return loadChildLayout(name);
 }
 
 void epiUiBitmapViewContainer::setBackground(epiColour colour)
