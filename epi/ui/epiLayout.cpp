@@ -376,7 +376,39 @@ bool epiUiContainer::getAttribute(uint32_t code, epiText& dest)
         dest = childLayout_;
         return !childLayout_.empty();
     }
+    // Written only when it differs from the default, so that a disabled container stays so.
+    if (code == epiCode("enab") && !enabled_)
+    {
+        dest.assignLong(0);
+        return true;
+    }
     return epiUbo::getAttribute(code, dest);
+}
+
+void epiUiContainer::setAttributeInt(uint32_t code, int32_t value)
+{
+    if (code == epiCode("enab"))
+        enabled_ = value != 0;
+    else
+        epiUbo::setAttributeInt(code, value);
+}
+
+void epiUiContainer::mouseDown(const epiPoint& point)
+{
+    if (enabled_)
+        epiUbo::mouseDown(point);
+}
+
+void epiUiContainer::mouseUp(const epiPoint& point)
+{
+    if (enabled_)
+        epiUbo::mouseUp(point);
+}
+
+void epiUiContainer::mouseWheel(const epiPoint& point, int32_t delta)
+{
+    if (enabled_)
+        epiUbo::mouseWheel(point, delta);
 }
 
 const uint32_t* epiUiContainer::attributeCodes() const

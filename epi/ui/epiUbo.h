@@ -411,12 +411,22 @@ public:
     bool getAttribute(uint32_t code, epiText& dest) override;
     const uint32_t* attributeCodes() const override;
     bool loadLayout(const epiText& name) override;
+    /** 'enab' 0 disables the container. */
+    void setAttributeInt(uint32_t code, int32_t value) override;
+    // A disabled container swallows the pointer: neither it nor its children take a press, release or
+    // wheel, and nothing under it gets them either.
+    void mouseDown(const epiPoint& point) override;
+    void mouseUp(const epiPoint& point) override;
+    void mouseWheel(const epiPoint& point, int32_t delta) override;
 
     const epiText& childLayout() const { return childLayout_; }
+    bool isEnabled() const { return enabled_; }
+    void setEnabled(bool enabled) { enabled_ = enabled; }
 
 protected:
     epiText childLayout_;
     bool created_ = false;
+    bool enabled_ = true;
 };
 
 /** A container whose content may be larger than itself and scrolled. */

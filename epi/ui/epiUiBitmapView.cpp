@@ -78,6 +78,7 @@ const BitmapKind kBitmapKinds[] = {
     {epiCode("iBst"), makeWidget<epiUiBitmapText>},
     {epiCode("iBtr"), makeWidget<epiUiBitmapTextRolling>},
     {epiCode("iBlm"), makeWidget<epiUiBitmapLevMeter>},
+    {epiCode("iBpu"), makeWidget<epiUiBitmapPopup>},
     {epiCode("iBvw"), makeWidget<epiUiBitmapView>},
     {epiCode("iBco"), makeWidget<epiUiBitmapViewContainer>},
     {epiCode("iBde"), makeWidget<epiUiDecorate>},

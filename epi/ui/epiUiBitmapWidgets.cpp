@@ -33,6 +33,40 @@ epiText epiUiColourText(epiColour colour)
     return text;
 }
 
+void epiUiReadLines(const epiText& text, epiTextsList& dest)
+{
+    // The indentation of a laid-out value and blank lines are not entries.
+    dest.clear();
+    size_t from = 0;
+    while (from <= text.size())
+    {
+        size_t end = text.find('\n', from);
+        if (end == std::string::npos)
+            end = text.size();
+        epiText entry(std::string_view(text).substr(from, end - from));
+        const size_t first = entry.find_first_not_of(" \t\r");
+        if (first != std::string::npos)
+        {
+            entry.erase(0, first);
+            entry.erase(entry.find_last_not_of(" \t\r") + 1);
+            dest.appendCopy(&entry);
+        }
+        from = end + 1;
+    }
+}
+
+epiText epiUiJoinLines(const epiTextsList& lines)
+{
+    epiText joined;
+    for (int32_t i = 0; i < int32_t(lines.size()); ++i)
+    {
+        if (i > 0)
+            joined.push_back('\n');
+        joined.appendText(lines.textAt(i));
+    }
+    return joined;
+}
+
 // ---------------------------------------------------------------------------------------------
 // Image
 
@@ -365,12 +399,11 @@ bool epiUiButtonCaption::write(uint32_t code, epiText& dest) const
     return true;
 }
 
-void epiUiButtonCaption::draw(epiUbo& widget, const epiRect& rect, const epiText& text, int32_t index,
-                              bool enabled) const
+void epiUiButtonCaption::drawIn(epiUbo& widget, epiRect area, const epiRect& rect, const epiText& text,
+                                int32_t index, bool enabled) const
 {
     if (text.empty())
         return;
-    epiRect area = widget.boundsRect();
     area.offset(offset.x_, offset.y_);
     const epiColour colour = !enabled ? disabled : index == 0 ? off : on;
     const uint32_t face = (index & 1) != 0 && pressedFont != 0 ? pressedFont : font;
@@ -607,25 +640,7 @@ void epiUiBitmapTextRolling::setAttribute(uint32_t code, const epiText* value)
         epiUiBitmapText::setAttribute(code, value);
         return;
     }
-    // One entry a line; the indentation of a laid-out value and blank lines are not entries.
-    lines_.clear();
-    const epiText all = value != nullptr ? *value : epiText();
-    size_t from = 0;
-    while (from <= all.size())
-    {
-        size_t end = all.find('\n', from);
-        if (end == std::string::npos)
-            end = all.size();
-        epiText entry(std::string_view(all).substr(from, end - from));
-        const size_t first = entry.find_first_not_of(" \t\r");
-        if (first != std::string::npos)
-        {
-            entry.erase(0, first);
-            entry.erase(entry.find_last_not_of(" \t\r") + 1);
-            lines_.appendCopy(&entry);
-        }
-        from = end + 1;
-    }
+    epiUiReadLines(value != nullptr ? *value : epiText(), lines_);
     count_ = int32_t(lines_.size());
     index_ = std::clamp(index_, 0, std::max(0, count_ - 1));
     // A new list shows its entry at the index kept: the first one for a fresh widget.
@@ -637,13 +652,7 @@ bool epiUiBitmapTextRolling::getAttribute(uint32_t code, epiText& dest)
 {
     if (code != epiCode("cont"))
         return epiUiBitmapText::getAttribute(code, dest);
-    dest.clear();
-    for (int32_t i = 0; i < std::max(count_, 0); ++i)
-    {
-        if (i > 0)
-            dest.push_back('\n');
-        dest.appendText(lines_.textAt(i));
-    }
+    dest = epiUiJoinLines(lines_);
     return count_ > 0;
 }
 
@@ -771,4 +780,185 @@ void epiUiBitmapLevMeter::draw(const epiRect& rect)
     if (bar == nullptr || lit.isEmpty())
         return;
     drawPart(bar, lit, lit, rect);
+}
+
+// ---------------------------------------------------------------------------------------------
+// Popups
+
+void epiUiBitmapSubPopup::setAttribute(uint32_t code, const epiText* value)
+{
+    if (code != epiCode("cont"))
+    {
+        epiUiBitmapWithText::setAttribute(code, value);
+        return;
+    }
+    epiUiReadLines(value != nullptr ? *value : epiText(), lines_);
+    index_ = std::clamp(index_, 0, std::max(0, count() - 1));
+    setText(count() > 0 ? lines_.textAt(index_) : nullptr);
+}
+
+bool epiUiBitmapSubPopup::getAttribute(uint32_t code, epiText& dest)
+{
+    if (code != epiCode("cont"))
+        return epiUiBitmapWithText::getAttribute(code, dest);
+    dest = epiUiJoinLines(lines_);
+    return count() > 0;
+}
+
+const uint32_t* epiUiBitmapSubPopup::attributeCodes() const
+{
+    static const uint32_t codes[] = {epiCode("visi"),
+                                     epiCode("enab"),
+                                     epiCode("irOf"),
+                                     epiCode("ipOf"),
+                                     epiCode("irOn"),
+                                     epiCode("ipOn"),
+                                     epiCode("irDi"),
+                                     epiCode("teFo"),
+                                     epiCode("txAl"),
+                                     epiCode("cont"),
+                                     0};
+    return codes;
+}
+
+void epiUiBitmapSubPopup::setValue(float value)
+{
+    const auto i = int32_t(value);
+    if (i < 0 || i >= count())
+        return;
+    index_ = i;
+    setText(lines_.textAt(i));
+}
+
+void epiUiBitmapSubPopup::choose(int32_t index)
+{
+    if (index == index_ || index < 0 || index >= count())
+        return;
+    setValue(float(index));
+    hit();
+}
+
+void epiUiBitmapSubPopup::click()
+{
+    if (count() > 0)
+        choose((index_ + 1) % count());
+}
+
+void epiUiBitmapSubPopup::mouseWheel(const epiPoint&, int32_t delta)
+{
+    if (enabled_ && count() > 0)
+        choose(std::clamp(index_ + delta, 0, count() - 1));
+}
+
+void epiUiBitmapPopup::click()
+{
+    if (count() == 0)
+        return;
+    // The rows go in the window that holds the popup.
+    epiUbo* top = this;
+    while (top->parent() != nullptr && dynamic_cast<epiUiWindowBase*>(top) == nullptr)
+        top = top->parent();
+    if (list_ == nullptr)
+    {
+        list_ = new epiUiBitmapPopupList(this);
+        list_->startRefCount();
+        if (!top->addChild(list_))
+        {
+            list_->stop();
+            list_ = nullptr;
+            return;
+        }
+    }
+    // Over everything else in the window, so that every click reaches it.
+    list_->setFrame(top->boundsRect());
+    if (list_->childIndex() + 1 < top->childCount())
+    {
+        top->removeChild(list_);
+        top->addChild(list_);
+    }
+    list_->setVisible(true, true);
+}
+
+epiUiBitmapPopupList* epiUiBitmapPopup::openList() const
+{
+    return list_ != nullptr && list_->isVisible() ? list_ : nullptr;
+}
+
+void epiUiBitmapPopup::closeList()
+{
+    if (list_ != nullptr)
+        list_->setVisible(false, true);
+}
+
+void epiUiBitmapPopup::stop()
+{
+    if (list_ != nullptr)
+    {
+        epiUiBitmapPopupList* list = list_;
+        list_ = nullptr;
+        list->popup_ = nullptr;
+        list->stop();
+    }
+    epiUiBitmapSubPopup::stop();
+}
+
+epiRect epiUiBitmapPopup::rowRect(int32_t row)
+{
+    epiRect face = bounds_;
+    rectToAncestor(face, nullptr);
+    const int32_t height = face.height();
+    epiRect place = face;
+    place.offset(0, height * (row + 1));
+    // No room below: the rows end over the face instead.
+    const epiUbo* top = list_ != nullptr && list_->parent() != nullptr ? list_->parent() : nullptr;
+    if (top != nullptr && face.bottom_ + height * count() > top->boundsRect().bottom_ &&
+        face.top_ - height * count() >= top->boundsRect().top_)
+        place.offset(0, -height * (count() + 1));
+    return place;
+}
+
+void epiUiBitmapPopup::drawRow(epiUbo& list, int32_t row, const epiRect& area, const epiRect& rect)
+{
+    epiBitmap* back = row == index_ && images_[kOn] != nullptr ? images_[kOn] : images_[kOff];
+    if (back != nullptr)
+        list.blitBitmap(back, area, rect, back->usesAlpha());
+    caption().drawIn(list, area, rect, *lines_.textAt(row), row == index_ ? 2 : 0, true);
+}
+
+void epiUiBitmapPopupList::draw(const epiRect& rect)
+{
+    if (popup_ == nullptr)
+        return;
+    for (int32_t row = 0; row < popup_->count(); ++row)
+        popup_->drawRow(*this, row, popup_->rowRect(row), rect);
+}
+
+void epiUiBitmapPopupList::mouseDown(const epiPoint& point)
+{
+    if (popup_ == nullptr)
+        return;
+    epiUiBitmapPopup* popup = popup_;
+    popup->closeList();
+    for (int32_t row = 0; row < popup->count(); ++row)
+        if (popup->rowRect(row).containsPoint(point))
+        {
+            popup->choose(row);
+            return;
+        }
+}
+
+void epiUiBitmapPopupList::mouseWheel(const epiPoint& point, int32_t delta)
+{
+    if (popup_ == nullptr)
+        return;
+    popup_->mouseWheel(point, delta);
+    invalidateAll();
+}
+
+void epiUiBitmapPopupList::stop()
+{
+    if (popup_ != nullptr)
+        popup_->list_ = nullptr;
+    popup_ = nullptr;
+    epiUbo::stop();
 }

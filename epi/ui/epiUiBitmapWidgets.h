@@ -19,6 +19,13 @@ bool epiUiReadColour(const epiText& text, epiColour& dest);
 /** "r,g,b" of a colour, as a layout writes it. */
 epiText epiUiColourText(epiColour colour);
 
+/** Fills `dest` with the entries of a 'cont' value, one a line: blank lines and indentation are no entries.
+ */
+void epiUiReadLines(const epiText& text, epiTextsList& dest);
+
+/** The entries of `lines` as a 'cont' value, one a line. */
+epiText epiUiJoinLines(const epiTextsList& lines);
+
 /**
  * A widget drawn from up to five images of the bitmap table: released and pressed, each off and
  * on, and disabled. The plain image shows the first; buttons pick one by their state.
@@ -191,7 +198,13 @@ struct epiUiButtonCaption
     bool read(uint32_t code, const epiText* value);
     bool write(uint32_t code, epiText& dest) const;
     /** Draws `text` over the widget's bounds for the state index `index` (pressed + 2 * on). */
-    void draw(epiUbo& widget, const epiRect& rect, const epiText& text, int32_t index, bool enabled) const;
+    void draw(epiUbo& widget, const epiRect& rect, const epiText& text, int32_t index, bool enabled) const
+    {
+        drawIn(widget, widget.boundsRect(), rect, text, index, enabled);
+    }
+    /** The same over `area` of the widget's coordinates. */
+    void drawIn(epiUbo& widget, epiRect area, const epiRect& rect, const epiText& text, int32_t index,
+                bool enabled) const;
 };
 
 /** A button type with its caption drawn over the image. */
@@ -366,4 +379,75 @@ protected:
     float shown_ = 0;
     float fall_ = 10;
     int32_t box_ = 0;
+};
+
+class epiUiBitmapPopupList;
+
+/**
+ * The face of a choice among the entries of 'cont' (one a line): a button with the chosen entry as
+ * its caption. The wheel steps through the entries; a click moves to the next one, round to the
+ * first, unless a derived class opens a list instead.
+ */
+class epiUiBitmapSubPopup : public epiUiBitmapWithText<epiUiBitmapButton, epiCode("iBpu")>
+{
+public:
+    void setAttribute(uint32_t code, const epiText* value) override;
+    bool getAttribute(uint32_t code, epiText& dest) override;
+    const uint32_t* attributeCodes() const override;
+    void click() override;
+    void mouseWheel(const epiPoint& point, int32_t delta) override;
+    /** Chooses entry `value` when there is one; anything else changes nothing. */
+    void setValue(float value) override;
+    float getValue() override { return float(index_); }
+
+    int32_t count() const { return int32_t(lines_.size()); }
+    const epiTextsList& lines() const { return lines_; }
+    /** Chooses entry `index` as the user does: with a hit when it differs. */
+    void choose(int32_t index);
+
+protected:
+    epiTextsList lines_;
+    int32_t index_ = 0;
+};
+
+/**
+ * A popup that opens its entries as a list of rows under itself (over it when there is no room
+ * below), each row drawn with image 'irOf' and the chosen one with 'irOn', in the caption's font.
+ * The open list lies over the whole window: a click on a row chooses it, a click anywhere else
+ * closes it.
+ */
+class epiUiBitmapPopup : public epiUiBitmapSubPopup
+{
+public:
+    void click() override;
+    void stop() override;
+
+    /** The list while it is open; null when closed. */
+    epiUiBitmapPopupList* openList() const;
+    /** The rows in the window's coordinates, one per entry, as the list places them. */
+    epiRect rowRect(int32_t row);
+    void closeList();
+    /** Draws the row of entry `row` within `area` of `list`. */
+    void drawRow(epiUbo& list, int32_t row, const epiRect& area, const epiRect& rect);
+
+private:
+    friend class epiUiBitmapPopupList;
+    epiUiBitmapPopupList* list_ = nullptr;
+};
+
+/** The open rows of an epiUiBitmapPopup, over the whole window; only the popup makes one. */
+class epiUiBitmapPopupList : public epiUbo
+{
+public:
+    explicit epiUiBitmapPopupList(epiUiBitmapPopup* popup) : popup_(popup) {}
+    void draw(const epiRect& rect) override;
+    void mouseDown(const epiPoint& point) override;
+    void mouseUp(const epiPoint&) override {}
+    /** Steps the choice as the wheel over the popup does, the rows staying open. */
+    void mouseWheel(const epiPoint& point, int32_t delta) override;
+    void stop() override;
+
+private:
+    friend class epiUiBitmapPopup;
+    epiUiBitmapPopup* popup_;
 };

@@ -293,4 +293,59 @@ TEST_F(BitmapWidgets, DecorationFramesItsChildrenInTheColoursOfItsState)
     }
 }
 
+TEST_F(BitmapWidgets, PopupOpensItsRowsAndAClickChoosesOneOrClosesThem)
+{
+    layout("pop.xml", "<name>pops</name>",
+           item("iBpu", "popu",
+                at(0, 0, 20, 10) + attrs({{"irOf", "off.png"}, {"irOn", "on.png"}, {"cont", "a\nb\nc"}})));
+    struct Row
+    {
+        const char* enab;
+        epiPoint press; // after the click that opens the rows
+        int32_t wheel;
+        float value;
+        int hits;
+    } rows[] = {
+        {"1", epiPoint(5, 35), 0, 2, 1}, {"1", epiPoint(5, 45), 0, 0, 0},  // under the rows: closes them
+        {"1", epiPoint(5, 15), 0, 0, 0}, {"1", epiPoint(-1, -1), 5, 2, 1}, // the wheel stops at the last
+        {"0", epiPoint(5, 35), 1, 0, 0}, // a disabled container's children took input before
+    };
+    for (const Row& row : rows)
+    {
+        epiUbo* root =
+            window(20, 50,
+                   item("iCon", "cbox", at(0, 0, 20, 50) + attrs({{"chil", "pop.xml"}, {"enab", row.enab}})));
+        auto* popup =
+            dynamic_cast<epiUiBitmapPopup*>(root->childNamed(epiCode("cbox"))->childNamed(epiCode("popu")));
+        ASSERT_NE(popup, nullptr);
+        EXPECT_EQ(popup->kind(), epiCode("iBpu"));
+        HitCounter counter;
+        counter.listen(popup);
+        root->mouseDown(epiPoint(5, 5));
+        root->mouseUp(epiPoint(5, 5));
+        EXPECT_EQ(popup->openList() != nullptr, *row.enab == '1') << "enab " << row.enab;
+        paint(root);
+        if (popup->openList() != nullptr)
+        {
+            EXPECT_EQ(std::pair(pixel(5, 15), pixel(5, 25)), std::pair(kBlue, kRed)) << "the chosen row lit";
+        }
+        if (row.press.x_ >= 0)
+            root->mouseDown(row.press);
+        root->mouseWheel(epiPoint(5, 5), row.wheel);
+        EXPECT_EQ(popup->getValue(), row.value) << row.press.y_;
+        EXPECT_EQ(counter.hits, row.hits) << row.press.y_;
+        EXPECT_EQ(popup->openList() == nullptr, row.press.x_ >= 0 || *row.enab == '0');
+    }
+    // The face without rows of its own: a click moves to the next entry, round to the first.
+    epiUbo* root = loadText("<name>root</name>", "");
+    auto* face = new epiUiBitmapSubPopup();
+    face->startRefCount();
+    ASSERT_TRUE(root->addChild(face));
+    const epiText entries("x\ny");
+    face->setAttribute(epiCode("cont"), &entries);
+    face->click();
+    face->click();
+    EXPECT_EQ(std::pair(face->getValue(), face->kind()), std::pair(0.0f, epiCode("iBpu")));
+}
+
 } // namespace
