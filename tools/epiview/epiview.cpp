@@ -18,6 +18,7 @@
 #include "epi/ui/gtk/epiGtkDialogs.h"
 #include "epi/ui/gtk/epiUiSystem.h"
 #include "epi/ui/gtk/epiWindow.h"
+#include "host/ui/StripWidgets.h"
 
 #include <gtk/gtk.h>
 
@@ -143,6 +144,8 @@ int main(int argc, char** argv)
 
     epiFactory::add(epiCode("GrUi"), epiCode("iWin"),
                     [](uint32_t) -> epiObject* { return new ViewWindow(); });
+    // The host's widgets by name (the CPU meter, the faders...), over the plain bitmap kinds.
+    Korvalind3Host::registerStripWidgets();
     ViewApp app;
     if (!app.start() || app.resources() == nullptr)
     {
