@@ -393,6 +393,17 @@ void epiUiContainer::setAttributeInt(uint32_t code, int32_t value)
         epiUbo::setAttributeInt(code, value);
 }
 
+bool epiUiContainer::holdsPoint(const epiPoint& point)
+{
+    if (frame_.containsPoint(point))
+        return true;
+    epiPoint local;
+    pointFromParent(point, local);
+    return std::any_of(children_.begin(), children_.end(),
+                       [&](epiUbo* child)
+                       { return child->isHittable() && child->isVisible() && child->holdsPoint(local); });
+}
+
 void epiUiContainer::mouseDown(const epiPoint& point)
 {
     if (enabled_)

@@ -371,7 +371,7 @@ epiUbo* childUnder(const std::vector<epiUbo*>& children, const epiPoint& point)
     for (size_t i = children.size(); i-- > 0;)
     {
         epiUbo* child = children[i];
-        if (child->isHittable() && child->isVisible() && child->frame().containsPoint(point))
+        if (child->isHittable() && child->isVisible() && child->holdsPoint(point))
             return child;
     }
     return nullptr;
@@ -402,7 +402,7 @@ void epiUbo::mouseDown(const epiPoint& point)
             epiUbo* child = stack[i];
             if (std::find(children_.begin(), children_.end(), child) == children_.end())
                 continue;
-            if (!child->isHittable() || !child->isVisible() || !child->frame().containsPoint(point))
+            if (!child->isHittable() || !child->isVisible() || !child->holdsPoint(point))
                 continue;
             child->mouseDownAt(point);
             if (captureChild_ != nullptr)

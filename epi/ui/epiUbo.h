@@ -178,6 +178,8 @@ public:
     virtual void setGroup(int32_t groupId, int32_t groupIndex);
     virtual void selectInGroup(int32_t groupId, int32_t index, float value, bool notify);
     virtual bool isHittable() { return true; }
+    /** Whether a click at `point` of the parent's coordinates lands here: within the frame. */
+    virtual bool holdsPoint(const epiPoint& point) { return frame_.containsPoint(point); }
     virtual int32_t selectedInGroupOf(uint32_t name);
     virtual void selectInGroupOf(uint32_t name, float value, bool notify, int32_t flag);
     // 13. creation
@@ -418,6 +420,8 @@ public:
     void mouseDown(const epiPoint& point) override;
     void mouseUp(const epiPoint& point) override;
     void mouseWheel(const epiPoint& point, int32_t delta) override;
+    /** Its frame, and wherever a visible child's frame reaches past it (a popup's close area). */
+    bool holdsPoint(const epiPoint& point) override;
 
     const epiText& childLayout() const { return childLayout_; }
     bool isEnabled() const { return enabled_; }

@@ -281,6 +281,18 @@ void UiScrollBar::mouseWheel(const epiPoint&, int32_t delta)
 }
 
 // ---------------------------------------------------------------------------------------------
+// Click popup
+
+void UiClickPopup::onCommand(uint32_t code)
+{
+    // Hidden, not destroyed: the popup opens again with the choices it holds.
+    if (code == epiCode("clos"))
+        setVisible(false, true);
+    else
+        epiUiContainer::onCommand(code);
+}
+
+// ---------------------------------------------------------------------------------------------
 // Factory
 
 namespace
@@ -314,13 +326,14 @@ const StripName kStripNames[] = {
     {epiCode("masv"), make<BetterBitmapScroll>},
     {epiCode("inga"), make<BetterBitmapScroll>},
     {epiCode("lscr"), make<UiScrollBar>},
+    {epiCode("ckpo"), make<UiClickPopup>},
 };
 
 template <uint32_t Kind> epiObject* makeByName(uint32_t name)
 {
     if (epiUbo* widget = newStripWidget(name))
         return widget;
-    return epiUiNewBitmapWidget(Kind);
+    return epiUiNewNeutral(Kind);
 }
 
 } // namespace
@@ -343,6 +356,7 @@ void registerStripWidgets()
     epiFactory::add(family, epiCode("iBst"), makeByName<epiCode("iBst")>);
     epiFactory::add(family, epiCode("iBtr"), makeByName<epiCode("iBtr")>);
     epiFactory::add(family, epiCode("iBsc"), makeByName<epiCode("iBsc")>);
+    epiFactory::add(family, epiCode("iCon"), makeByName<epiCode("iCon")>);
 }
 
 } // namespace Korvalind3Host

@@ -138,12 +138,22 @@ private:
     bool grabbed_ = false;
 };
 
+/**
+ * The click popup: its first item, `clos`, is an imageless button whose frame reaches round the
+ * popup over the whole panel, so that a click anywhere but on the popup's own items hides it.
+ */
+class UiClickPopup : public epiUiContainer
+{
+public:
+    void onCommand(uint32_t code) override;
+};
+
 /** The host's widget for the control name `name`; null for a name the framework's classes serve. */
 epiUbo* newStripWidget(uint32_t name);
 
 /**
- * Enters the host's widgets in the factory over the bitmap kinds: a control named for one of them is
- * made as it whatever its kind, every other one as the framework's class of its kind.
+ * Enters the host's widgets in the factory over the bitmap kinds and containers: a control named for one of
+ * them is made as it whatever its kind, every other one as the framework's class of its kind.
  */
 void registerStripWidgets();
 

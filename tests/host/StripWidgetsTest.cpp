@@ -6,6 +6,8 @@
 #include "host/ui/ValueLookup.h"
 #include "tests/epi/ui/WidgetTestSupport.h"
 
+#include <filesystem>
+
 using namespace Korvalind3Host;
 
 namespace
@@ -211,6 +213,30 @@ TEST_F(StripWidgets, FileListScrollBarMapsItsThumbToTheValue)
         EXPECT_EQ(bar->thumb(), row.thumb) << "max " << row.maximum << " down " << row.down;
         EXPECT_FLOAT_EQ(bar->getValue(), row.value);
         EXPECT_EQ(counter.hits, row.hits);
+    }
+}
+
+TEST_F(StripWidgets, ClickPopupClosesOnAClickRoundItsItemsOnly)
+{
+    const std::string folder(app.resources()->media()->rootPathRef()->cstr());
+    std::filesystem::copy_file(KV3_SOURCE_DIR "/resources/layouts/clickPopup.xml",
+                               folder + "layouts/clickPopup.xml");
+    struct Row
+    {
+        epiPoint click;
+        bool open;
+    } rows[] = {{epiPoint(10, 10), false},
+                {epiPoint(800, 150), false},
+                {epiPoint(711, 52), true},
+                {epiPoint(800, 120), true}};
+    for (const Row& row : rows)
+    {
+        epiUbo* root = window(
+            850, 165, item("iCon", "ckpo", at(694, 8, 150, 124) + attrs({{"chil", "clickPopup.xml"}})));
+        auto* popup = dynamic_cast<UiClickPopup*>(root->childNamed(epiCode("ckpo")));
+        ASSERT_NE(popup, nullptr);
+        click(root, row.click);
+        EXPECT_EQ(popup->isVisible(), row.open) << row.click.x_ << "," << row.click.y_;
     }
 }
 
