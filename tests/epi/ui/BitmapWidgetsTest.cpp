@@ -5,6 +5,9 @@
 #include "epi/ui/epiUiBitmapWidgets.h"
 #include "tests/epi/ui/WidgetTestSupport.h"
 
+#include <filesystem>
+#include <fstream>
+
 namespace
 {
 
@@ -61,6 +64,38 @@ TEST_F(BitmapWidgets, ButtonDrawsTheImageOfItsStateAndNeverFallsBackToTheNormalO
         paint(root);
         EXPECT_EQ(pixel(button->frame().left_ + 5, 5), row.shown)
             << row.name << " enabled " << row.enabled << " pressed " << row.pressed << " on " << row.on;
+    }
+}
+
+TEST_F(BitmapWidgets, TextAndIconButtonsDrawTheirCaptionOverAPlainButton)
+{
+    const std::string fonts = std::string(app.resources()->media()->rootPathRef()->cstr()) + "fonts/";
+    std::filesystem::create_directories(fonts);
+    std::ofstream(fonts + "fontsystem_sy12.xml")
+        << "<epi><content><allplatforms><family>DejaVu "
+           "Sans</family><size>12</size></allplatforms></content></epi>";
+    image("icon.png", 4, 4, {kYellow});
+    struct Row
+    {
+        const char* kind;
+        std::string caption;
+        int least, most; // pixels that differ from the plain button beside it
+    } rows[] = {{"iBwt",
+                 "<text>W</text>" + attrs({{"irOf", "off.png"}, {"teFo", "sy12"}, {"tCof", "255,255,255"}}),
+                 10, 200},
+                {"iBbi", attrs({{"irOf", "off.png"}, {"IcOf", "icon.png"}}), 16, 16}};
+    for (const Row& row : rows)
+    {
+        epiUbo* root = window(40, 20,
+                              item("iBbt", "plan", at(0, 0, 20, 20) + attrs({{"irOf", "off.png"}})) +
+                                  item(row.kind, "capt", at(20, 0, 20, 20) + row.caption));
+        paint(root);
+        int differing = 0;
+        for (int y = 0; y < 20; ++y)
+            for (int x = 0; x < 20; ++x)
+                differing += pixel(x, y) != pixel(x + 20, y);
+        EXPECT_GE(differing, row.least) << row.kind;
+        EXPECT_LE(differing, row.most) << row.kind;
     }
 }
 
