@@ -12,54 +12,26 @@
 using Korvalind3Host::SettingsStore;
 using kv3test::SettingsFolder;
 
-TEST(SettingsStore, ValuesOfBothTypesRoundTrip)
-{
-    SettingsFolder folder;
-    SettingsStore store;
-    EXPECT_EQ(store.filePath(), folder.file());
-    ASSERT_TRUE(store.writeString("Text", "hello = world"));
-    ASSERT_TRUE(store.writeNumber("Number", 4294967295u));
-    std::string text;
-    std::uint32_t number = 0;
-    EXPECT_TRUE(store.readString("Text", text));
-    EXPECT_EQ(text, "hello = world");
-    EXPECT_TRUE(store.readNumber("Number", number));
-    EXPECT_EQ(number, 4294967295u);
-    EXPECT_EQ(folder.contents(), "Text = sz:hello = world\nNumber = dword:4294967295\n");
-}
-
-TEST(SettingsStore, AReadFailsForAMissingValueOrTheOtherType)
+TEST(SettingsStore, ValuesOfBothTypesRoundTripAndARewriteKeepsTheOthersInOrder)
 {
     SettingsFolder folder;
     SettingsStore store;
     std::string text = "kept";
     std::uint32_t number = 7;
-    EXPECT_FALSE(store.readString("Missing", text)); // no file at all
-    ASSERT_TRUE(store.writeString("Text", "12"));
-    ASSERT_TRUE(store.writeNumber("Number", 12));
-    EXPECT_FALSE(store.readString("Missing", text));
-    EXPECT_FALSE(store.readNumber("Text", number));
-    EXPECT_FALSE(store.readString("Number", text));
-    EXPECT_EQ(text, "kept");
-    EXPECT_EQ(number, 7u);
-}
-
-TEST(SettingsStore, RewritingAValueKeepsTheOthersAndTheirOrder)
-{
-    SettingsFolder folder;
-    SettingsStore store;
-    store.writeString("A", "1");
-    store.writeNumber("B", 2);
+    EXPECT_FALSE(store.readString("Text", text)); // no file at all
+    ASSERT_TRUE(store.writeString("Text", "hello = world"));
+    ASSERT_TRUE(store.writeNumber("Number", 4294967295u));
     store.writeString("C", "3");
-    store.writeNumber("B", 20);
-    EXPECT_EQ(folder.contents(), "A = sz:1\nB = dword:20\nC = sz:3\n");
-    // A value may change its type.
-    store.writeString("B", "twenty");
-    std::string b;
-    EXPECT_TRUE(store.readString("B", b));
-    EXPECT_EQ(b, "twenty");
-    EXPECT_TRUE(store.remove("A"));
-    EXPECT_EQ(folder.contents(), "B = sz:twenty\nC = sz:3\n");
+    EXPECT_FALSE(store.readNumber("Text", number)) << "the other type";
+    EXPECT_FALSE(store.readString("Number", text));
+    EXPECT_EQ(std::pair(text, number), std::pair(std::string("kept"), 7u));
+    EXPECT_TRUE(store.readString("Text", text));
+    EXPECT_TRUE(store.readNumber("Number", number));
+    EXPECT_EQ(std::pair(text, number), std::pair(std::string("hello = world"), 4294967295u));
+    EXPECT_EQ(folder.contents(), "Text = sz:hello = world\nNumber = dword:4294967295\nC = sz:3\n");
+    store.writeString("Number", "twenty"); // a value may change its type
+    EXPECT_TRUE(store.remove("Text"));
+    EXPECT_EQ(folder.contents(), "Number = sz:twenty\nC = sz:3\n");
 }
 
 TEST(SettingsStore, TextsWithLineBreaksAndBackslashesSurvive)
@@ -74,7 +46,6 @@ TEST(SettingsStore, TextsWithLineBreaksAndBackslashesSurvive)
     EXPECT_EQ(back, awkward);
     EXPECT_TRUE(store.readString("After", back));
     EXPECT_EQ(back, "x");
-    EXPECT_EQ(SettingsStore::unescape(SettingsStore::escape(awkward)), awkward);
 }
 
 TEST(SettingsStore, MalformedLinesAndNumbersAreNoValues)
@@ -102,6 +73,7 @@ TEST(SettingsStore, MalformedLinesAndNumbersAreNoValues)
     EXPECT_FALSE(store.readNumber("Empty", n));
     EXPECT_FALSE(store.readString("Untyped", s));
     EXPECT_FALSE(store.readString("# a comment", s));
+    EXPECT_FALSE(store.readString("Missing", s));
     EXPECT_EQ(n, 99u);
     EXPECT_TRUE(store.readNumber("Good", n)); // a CR line end is tolerated
     EXPECT_EQ(n, 10u);
