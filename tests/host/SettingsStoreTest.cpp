@@ -18,7 +18,9 @@ TEST(SettingsStore, ValuesOfBothTypesRoundTripAndARewriteKeepsTheOthersInOrder)
     SettingsStore store;
     std::string text = "kept";
     std::uint32_t number = 7;
-    EXPECT_FALSE(store.readString("Text", text)); // no file at all
+    EXPECT_FALSE(store.readString("Text", text));             // no file at all
+    for (const char* name : {"", "a\nb", "a = b", "#hidden"}) // names that can't stand on a line
+        EXPECT_FALSE(store.writeNumber(name, 1)) << name;
     ASSERT_TRUE(store.writeString("Text", "hello = world"));
     ASSERT_TRUE(store.writeNumber("Number", 4294967295u));
     store.writeString("C", "3");
@@ -85,30 +87,7 @@ TEST(SettingsStore, MalformedLinesAndNumbersAreNoValues)
     EXPECT_EQ(folder.contents().find("first"), std::string::npos);
 }
 
-TEST(SettingsStore, NamesThatCantStandOnALineAreRefused)
-{
-    SettingsFolder folder;
-    SettingsStore store;
-    EXPECT_FALSE(store.writeString("", "x"));
-    EXPECT_FALSE(store.writeString("a\nb", "x"));
-    EXPECT_FALSE(store.writeString("a = b", "x"));
-    EXPECT_FALSE(store.writeNumber("#hidden", 1));
-}
-
-TEST(SettingsStore, AFolderThatCantBeMadeFailsTheWriteAndLeavesNoFile)
-{
-    SettingsFolder folder;
-    // A file where the folder should be.
-    const std::string blocker = folder.path() + "/blocked";
-    std::ofstream(blocker) << "x";
-    ::setenv("KV3_CONFIG_DIR", (blocker + "/sub").c_str(), 1);
-    SettingsStore store;
-    EXPECT_FALSE(store.writeNumber("A", 1));
-    std::uint32_t n = 0;
-    EXPECT_FALSE(store.readNumber("A", n));
-}
-
-TEST(SettingsStore, AWriteIntoAReadOnlyFolderFailsAndKeepsTheFile)
+TEST(SettingsStore, AWriteThatCantReachTheFolderFailsAndKeepsTheFile)
 {
     SettingsFolder folder;
     SettingsStore store;
@@ -119,6 +98,12 @@ TEST(SettingsStore, AWriteIntoAReadOnlyFolderFailsAndKeepsTheFile)
     std::uint32_t n = 0;
     EXPECT_TRUE(store.readNumber("A", n));
     EXPECT_EQ(n, 1u);
+    // A file where the folder should be: nothing is written, nothing read.
+    std::ofstream(folder.path() + "/blocked") << "x";
+    ::setenv("KV3_CONFIG_DIR", (folder.path() + "/blocked/sub").c_str(), 1);
+    SettingsStore blocked;
+    EXPECT_FALSE(blocked.writeNumber("A", 1));
+    EXPECT_FALSE(blocked.readNumber("A", n));
 }
 
 TEST(SettingsStore, AFileOfRandomBytesIsReadWithoutHarmAndRepairedByAWrite)
@@ -134,11 +119,7 @@ TEST(SettingsStore, AFileOfRandomBytesIsReadWithoutHarmAndRepairedByAWrite)
             {
                 // Mostly printable with separators, so that some lines almost parse.
                 const unsigned r = random() % 64;
-                out << (r == 0   ? '\n'
-                        : r == 1 ? '='
-                        : r == 2 ? ':'
-                        : r == 3 ? '\0'
-                                 : static_cast<char>(random() % 256));
+                out << (r < 4 ? "\n=:"[r] : static_cast<char>(random() % 256));
             }
         }
         SettingsStore store;

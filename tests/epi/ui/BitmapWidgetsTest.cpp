@@ -352,15 +352,12 @@ TEST_F(BitmapWidgets, PopupOpensItsRowsAndAClickChoosesOneOrClosesThem)
         EXPECT_EQ(popup->openList() == nullptr, row.press.x_ >= 0 || *row.enab == '0');
     }
     // The face without rows of its own: a click moves to the next entry, round to the first.
-    epiUbo* root = loadText("<name>root</name>", "");
-    auto* face = new epiUiBitmapSubPopup();
-    face->startRefCount();
-    ASSERT_TRUE(root->addChild(face));
+    epiUiBitmapSubPopup face;
     const epiText entries("x\ny");
-    face->setAttribute(epiCode("cont"), &entries);
-    face->click();
-    face->click();
-    EXPECT_EQ(std::pair(face->getValue(), face->kind()), std::pair(0.0f, epiCode("iBpu")));
+    face.setAttribute(epiCode("cont"), &entries);
+    face.click();
+    face.click();
+    EXPECT_EQ(std::pair(face.getValue(), face.kind()), std::pair(0.0f, epiCode("iBpu")));
 }
 
 } // namespace
