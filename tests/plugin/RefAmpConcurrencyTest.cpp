@@ -2,10 +2,9 @@
 // thread while the interface asks for, saves and loads the state and switches the effect on and
 // off. Meant for the ThreadSanitizer run; it also checks that the audio stays finite throughout.
 
-#include "engine/graph/AudioData.h"
-#include "engine/graph/AudioSource.h"
 #include "plugin/AudioFxKV3Manager.h"
 #include "plugin/AudioFxKV3Unit.h"
+#include "tests/dsp/stretch/StretchTestNodes.h"
 #include "tests/plugin/TestLibrary.h"
 
 #include <gtest/gtest.h>
@@ -15,36 +14,15 @@
 #include <cmath>
 #include <thread>
 
-namespace
-{
-
-class Noise : public AudioSource
-{
-public:
-    bool provide(AudioData&) override { return false; }
-    bool read(AudioData& into) override
-    {
-        for (std::int64_t i = 0; i < into.frames; ++i)
-        {
-            seed_ = seed_ * 1664525u + 1013904223u;
-            into.channel[0][i] = into.channel[1][i] = static_cast<float>(seed_ >> 8) / 16777216.0f - 0.5f;
-        }
-        return true;
-    }
-    void prepare(std::uint32_t, std::uint32_t) override {}
-
-private:
-    std::uint32_t seed_ = 1;
-};
-
-} // namespace
-
 TEST(RefAmpConcurrency, StateAndSwitchingWhileTheEngineRuns)
 {
     kv3test::RecordingSink sink;
     AudioFxKV3Manager manager(&sink, KV3_REFAMP);
     ASSERT_TRUE(manager.isLoaded());
-    Noise noise;
+    // A noise of the position, so that blocks differ.
+    stretchtest::SignalNode noise(
+        1LL << 40, [](int64_t p, int32_t)
+        { return static_cast<float>((p * 1664525 + 1013904223) % 65536) / 65536.0f - 0.5f; });
     AudioFxKV3Unit unit;
     unit.setManager(&manager);
     unit.setSource(&noise);
