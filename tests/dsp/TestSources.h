@@ -1,5 +1,6 @@
 #pragma once
 
+#include "audiofiles/AudioFileLoaded.h"
 #include "dsp/RandomAccessPCM.h"
 
 #include <cmath>
@@ -60,5 +61,26 @@ inline std::vector<float> sine(double hz, double rate, int frames, double amplit
             static_cast<float>(amplitude * std::sin(2.0 * M_PI * hz * i / rate + phase));
     return v;
 }
+
+/** A sine in memory at a stated rate, 0.5 on the left and 0.25 on the right: the loaded-file reader. */
+class RatedSound : public AudioFileLoaded
+{
+public:
+    RatedSound(int32_t rate, int32_t channels, int64_t frames, double hz) : rate_(rate)
+    {
+        AudioBuffer b;
+        b.alloc(frames, channels);
+        b.frames = frames;
+        for (int32_t c = 0; c < channels; ++c)
+            for (int64_t i = 0; i < frames; ++i)
+                b.channel[c][i] =
+                    static_cast<float>((c == 0 ? 0.5 : 0.25) * std::sin(2.0 * M_PI * hz * i / rate));
+        loadFrom(b);
+    }
+    int32_t sampleRate() const override { return rate_; }
+
+private:
+    int32_t rate_;
+};
 
 } // namespace dsptest
