@@ -5,14 +5,13 @@
 
 #include "audiofiles/AudioPreview.h"
 #include "tests/support/SoundFile.h"
+#include "tests/support/TempFolder.h"
 
 #include <gtest/gtest.h>
 #include <sndfile.h>
 
 #include <chrono>
 #include <cmath>
-#include <cstdlib>
-#include <filesystem>
 #include <string>
 #include <thread>
 #include <vector>
@@ -32,20 +31,18 @@ double heard(double seconds)
 
 // The file: the tone, and 30 kHz at 0.5 above it, beyond the half of 44.1 kHz. Converted with a
 // low-pass it is gone; dropped samples fold it down to 14.1 kHz, where it shows at full height.
-std::string writeFile()
+std::string writeFile(const testsupport::TempFolder& folder)
 {
-    const char* dir = std::getenv("KV3_BINARY_DIR");
-    const std::string path = std::string(dir != nullptr ? dir : ".") + "/dsp_preview_resampler_test.wav";
-    std::vector<float> x(static_cast<std::size_t>(kFileFrames) * 2);
+    std::vector<float> x(static_cast<std::size_t>(kFileFrames));
     for (int64_t i = 0; i < kFileFrames; ++i)
     {
         const double t = static_cast<double>(i) / kFileRate;
-        const auto v = static_cast<float>(heard(t) + 0.5 * std::sin(2.0 * M_PI * 30000.0 * t));
-        x[static_cast<std::size_t>(2 * i)] = v;
-        x[static_cast<std::size_t>(2 * i + 1)] = v;
+        x[static_cast<std::size_t>(i)] =
+            static_cast<float>(heard(t) + 0.5 * std::sin(2.0 * M_PI * 30000.0 * t));
     }
-    EXPECT_TRUE(testsound::write(path, SF_FORMAT_WAV | SF_FORMAT_FLOAT, kFileRate, 2, x)) << path;
-    return path;
+    EXPECT_TRUE(
+        testsound::writeStereo(folder.file("tones.wav"), SF_FORMAT_WAV | SF_FORMAT_FLOAT, kFileRate, x, x));
+    return folder.file("tones.wav");
 }
 
 bool waitFinished(AudioPreview& preview)
@@ -88,49 +85,34 @@ int worstAgainstTheTone(const AudioPreview& preview)
 
 } // namespace
 
+// The file library by itself drops samples, and the 30 kHz tone folds down and shows. As the
+// program starts, every cache without a factory of its own converts with the quality resampler, and
+// so does a single preview opened by itself: the preview is the tone's, point for point within a
+// step. A cache's own factory comes before the default.
 TEST(PreviewResampler, TheQualityDefaultShowsTheToneWhereDroppingSamplesShowsItsAlias)
 {
-    const std::string path = writeFile();
-    AudioPreview::setDefaultResamplerFactory({});
-
-    // What the file library does by itself: the 30 kHz tone folds down and shows.
+    testsupport::TempFolder folder;
+    const std::string path = writeFile(folder);
+    auto cached = [&](bool ownFactory)
     {
         PreviewCache cache(kRate);
+        if (ownFactory)
+            cache.setResamplerFactory(qualityResamplerFactory());
         AudioPreview* preview = cache.show(epiPath(path.c_str()));
-        ASSERT_NE(preview, nullptr);
-        ASSERT_TRUE(preview->ready());
-        ASSERT_TRUE(waitFinished(*preview));
-        EXPECT_GT(worstAgainstTheTone(*preview), 30);
-    }
+        EXPECT_TRUE(preview != nullptr && preview->ready() && waitFinished(*preview));
+        return preview != nullptr ? worstAgainstTheTone(*preview) : 1000;
+    };
+    AudioPreview::setDefaultResamplerFactory({});
+    EXPECT_GT(cached(false), 30);
 
-    // As the program starts: every cache without a factory of its own converts with the quality
-    // resampler, and the preview is the tone's, point for point within a step.
     useQualityResamplerForPreviews();
-    {
-        PreviewCache cache(kRate);
-        AudioPreview* preview = cache.show(epiPath(path.c_str()));
-        ASSERT_NE(preview, nullptr);
-        ASSERT_TRUE(waitFinished(*preview));
-        EXPECT_LE(worstAgainstTheTone(*preview), 1);
-    }
-    // A single preview opened by itself takes the default too.
-    {
-        AudioPreview preview;
-        ASSERT_TRUE(preview.open(epiPath(path.c_str()), kRate));
-        preview.start();
-        ASSERT_TRUE(waitFinished(preview));
-        EXPECT_LE(worstAgainstTheTone(preview), 1);
-    }
+    EXPECT_LE(cached(false), 1);
+    AudioPreview preview;
+    ASSERT_TRUE(preview.open(epiPath(path.c_str()), kRate));
+    preview.start();
+    ASSERT_TRUE(waitFinished(preview));
+    EXPECT_LE(worstAgainstTheTone(preview), 1);
 
-    // A cache's own factory comes before the default.
     AudioPreview::setDefaultResamplerFactory({});
-    {
-        PreviewCache cache(kRate);
-        cache.setResamplerFactory(qualityResamplerFactory());
-        AudioPreview* preview = cache.show(epiPath(path.c_str()));
-        ASSERT_NE(preview, nullptr);
-        ASSERT_TRUE(waitFinished(*preview));
-        EXPECT_LE(worstAgainstTheTone(*preview), 1);
-    }
-    std::filesystem::remove(path);
+    EXPECT_LE(cached(true), 1);
 }
