@@ -4,6 +4,8 @@
 
 #include "dsp/stretchhq/AudioFxStretchChoice.h"
 #include "engine/graph/ContiguousReader.h"
+#include "tests/support/Signal.h"
+#include "tests/support/StereoBlock.h"
 
 #include <gtest/gtest.h>
 
@@ -37,23 +39,15 @@ struct Chain : AudioSource
         node.setStretch(static_cast<float>(1.0 / speed));
         node.setPitch(std::pow(2.0f, static_cast<float>(-semitones / 12.0)));
     }
-    // One block at a position into out (left channel kept), through read or provide.
-    void play(int64_t position, int64_t frames, float* out, bool provide = false)
+    // One block at a position, through read or provide; its sides land in `out`.
+    void play(int64_t position, int64_t frames, bool provide = false)
     {
-        std::vector<float>& r = right;
-        r.resize(static_cast<size_t>(frames));
-        AudioData d;
-        d.channels = 2;
+        AudioData d = out.data;
         d.frames = frames;
         d.position = position;
-        d.channel[0] = out;
-        d.channel[1] = r.data();
         ASSERT_TRUE(provide ? node.provide(d) : node.read(d));
-        if (provide)
-        {
-            std::copy(d.channel[0], d.channel[0] + frames, out);
-            std::copy(d.channel[1], d.channel[1] + frames, r.data());
-        }
+        for (int c = 0; c < 2 && provide; ++c)
+            std::copy_n(d.channel[c], frames, out.data.channel[c]);
     }
 
     bool provide(AudioData&) override { return false; }
@@ -68,7 +62,7 @@ struct Chain : AudioSource
     stretchtest::SignalNode source;
     ContiguousReader reader;
     AudioFxStretchChoice node;
-    std::vector<float> right;
+    testsupport::StereoBlock out{kBlock};
 };
 
 // A note on every beat at 240 bpm: a 1 kHz tone under a 50 ms Hann envelope, short enough to place
@@ -112,10 +106,9 @@ TEST(StretchChoice, UnityIsTheSourceBitForBit)
         Chain chain([](int64_t p, int32_t c)
                     { return static_cast<float>(p % 1000000) + 0.5f * static_cast<float>(c); });
         chain.set(quality, 0.5, 3.0);
-        std::vector<float> out(kBlock);
         for (int64_t b = 0; b < 40; ++b)
         {
-            chain.play(1000 + b * kBlock, kBlock, out.data());
+            chain.play(1000 + b * kBlock, kBlock);
         }
         chain.set(quality, 1.0, 0.0);
         std::mt19937 rng(7);
@@ -123,17 +116,13 @@ TEST(StretchChoice, UnityIsTheSourceBitForBit)
         for (int b = 0; b < 200; ++b)
         {
             const auto frames = static_cast<int64_t>(1 + rng() % kBlock);
-            if (b % 50 == 49)
-            {
-                position = static_cast<int64_t>(rng() % 900000);
-            }
-            chain.play(position, frames, out.data(), b % 2 == 1);
+            position = b % 50 == 49 ? static_cast<int64_t>(rng() % 900000) : position;
+            chain.play(position, frames, b % 2 == 1);
             for (int64_t i = 0; i < frames; ++i)
             {
-                ASSERT_EQ(out[static_cast<size_t>(i)], static_cast<float>((position + i) % 1000000))
-                    << position + i;
-                ASSERT_EQ(chain.right[static_cast<size_t>(i)],
-                          static_cast<float>((position + i) % 1000000) + 0.5f);
+                const auto expected = static_cast<float>((position + i) % 1000000);
+                ASSERT_EQ(chain.out.left[static_cast<size_t>(i)], expected) << position + i;
+                ASSERT_EQ(chain.out.right[static_cast<size_t>(i)], expected + 0.5f) << position + i;
             }
             position += frames;
         }
@@ -172,9 +161,9 @@ TEST_P(LoopOnTheBeat, EveryPassLinesUp)
         std::vector<float> out;
         for (int64_t position = start; position < end; position += kBlock)
         {
-            out.resize(out.size() + kBlock);
             const int64_t before = chain.fed;
-            chain.play(position, kBlock, out.data() + out.size() - kBlock);
+            chain.play(position, kBlock);
+            out.insert(out.end(), chain.out.left.begin(), chain.out.left.end());
             most = std::max(most, chain.fed - before);
         }
         // A jump back to the loop's start primed the stretcher there in one block: some 6,000 frames.
@@ -213,30 +202,21 @@ TEST(StretchChoice, ASeekRestartsCleanly)
             Chain chain(stretchtest::sine(440.0, kRate), 4 * kRate);
             chain.set(quality, speed, 0.0);
             const double stretch = 1.0 / speed;
-            std::vector<float> out(kBlock);
             for (int64_t b = 0; b < 100; ++b)
             {
-                chain.play(static_cast<int64_t>(kRate * stretch) + b * kBlock, kBlock, out.data());
+                chain.play(static_cast<int64_t>(kRate * stretch) + b * kBlock, kBlock);
             }
             const auto silent = static_cast<int64_t>(6 * kRate * stretch);
             for (int64_t b = 0; b < 20; ++b)
             {
-                chain.play(silent + b * kBlock, kBlock, out.data());
-                for (float v : out)
-                {
-                    ASSERT_LT(std::fabs(v), 1e-6f) << "block " << b << " at speed " << speed;
-                }
+                chain.play(silent + b * kBlock, kBlock);
+                ASSERT_LT(testsignal::peak(chain.out.left.data(), kBlock), 1e-6)
+                    << "block " << b << " speed " << speed;
             }
-            if (quality == StretchQuality::high)
-            {
-                chain.play(static_cast<int64_t>(2 * kRate * stretch), kBlock, out.data());
-                float peak = 0.0f;
-                for (float v : out)
-                {
-                    peak = std::max(peak, std::fabs(v));
-                }
-                EXPECT_GT(peak, 0.4f) << "speed " << speed;
-            }
+            chain.play(static_cast<int64_t>(2 * kRate * stretch), kBlock);
+            EXPECT_TRUE(quality == StretchQuality::standard ||
+                        testsignal::peak(chain.out.left.data(), kBlock) > 0.4)
+                << "speed " << speed;
         }
     }
 }
@@ -246,7 +226,6 @@ TEST(StretchChoice, APitchChangeGlidesWithoutABreak)
 {
     Chain chain(stretchtest::sine(440.0, kRate));
     chain.set(StretchQuality::high, 0.75, 0.0);
-    std::vector<float> out(kBlock);
     float last = 0.0f;
     for (int64_t b = 0; b < 200; ++b)
     {
@@ -254,12 +233,12 @@ TEST(StretchChoice, APitchChangeGlidesWithoutABreak)
         {
             chain.node.setPitch(std::pow(2.0f, -2.0f / 12.0f));
         }
-        chain.play(b * kBlock, kBlock, out.data());
-        for (int64_t i = 0; i < kBlock; ++i)
+        chain.play(b * kBlock, kBlock);
+        // A tone of 0.5 at 494 Hz moves at most 0.033 a frame; a restart jumps much further.
+        for (float v : chain.out.left)
         {
-            // A tone of 0.5 at 494 Hz moves at most 0.033 a frame; a restart jumps much further.
-            ASSERT_TRUE(b < 20 || std::fabs(out[static_cast<size_t>(i)] - last) < 0.06f) << "block " << b;
-            last = out[static_cast<size_t>(i)];
+            ASSERT_TRUE(b < 20 || std::fabs(v - last) < 0.06f) << "block " << b;
+            last = v;
         }
     }
 }
