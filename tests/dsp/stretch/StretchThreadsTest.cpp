@@ -3,9 +3,12 @@
 #include "StretchTestNodes.h"
 
 #include "dsp/stretch/AudioFxPSTS.h"
+#include "tests/support/Signal.h"
+#include "tests/support/StereoBlock.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cmath>
 #include <thread>
@@ -32,29 +35,18 @@ TEST(StretchThreads, ParametersChangeWhileBlocksRun)
             }
         });
 
-    std::vector<float> l(256);
-    std::vector<float> r(256);
-    int64_t pos = 0;
-    float peak = 0.0f;
-    for (int b = 0; b < 3000; ++b)
+    testsupport::StereoBlock block(256);
+    double peak = 0.0;
+    for (int b = 0; b < 3000; ++b, block.data.position += 256)
     {
-        AudioData d;
-        d.channel[0] = l.data();
-        d.channel[1] = r.data();
-        d.channels = 2;
-        d.frames = 256;
-        d.position = pos;
-        ASSERT_TRUE(node.read(d));
-        for (int i = 0; i < 256; ++i)
-        {
-            ASSERT_TRUE(std::isfinite(l[static_cast<size_t>(i)]));
-            peak = std::max(peak, std::fabs(l[static_cast<size_t>(i)]));
-        }
-        pos += 256;
+        ASSERT_TRUE(node.read(block.data));
+        ASSERT_TRUE(
+            std::all_of(block.left.begin(), block.left.end(), [](float v) { return std::isfinite(v); }));
+        peak = std::max(peak, testsignal::peak(block.left.data(), 256));
     }
     done.store(true, std::memory_order_release);
     ui.join();
     // Whatever the interleaving, the output stays a bounded version of the tone.
-    EXPECT_GT(peak, 0.1f);
-    EXPECT_LT(peak, 1.0f);
+    EXPECT_GT(peak, 0.1);
+    EXPECT_LT(peak, 1.0);
 }
