@@ -45,32 +45,6 @@ struct Prepared
 
 } // namespace
 
-TEST(AudioFxPSTS, UnityIsTheInputSampleForSample)
-{
-    for (uint32_t rate : {44100u, 48000u, 96000u})
-    {
-        Prepared p(rate, 256);
-        p.node.setStretch(1.0f);
-        p.node.setPitch(1.0f);
-        std::mt19937 rng(rate);
-        int64_t pos = 1234567;
-        for (int b = 0; b < 200; ++b)
-        {
-            const auto frames = static_cast<int32_t>(1 + rng() % 256);
-            pos = b % 37 == 0 ? static_cast<int64_t>(rng() % 5000000) : pos; // jumps too: no state to disturb
-            p.play(pos, frames);
-            for (int32_t i = 0; i < frames; ++i)
-            {
-                ASSERT_EQ(p.out.left[static_cast<size_t>(i)], static_cast<float>(pos + i))
-                    << rate << " " << b;
-                ASSERT_EQ(p.out.right[static_cast<size_t>(i)], -static_cast<float>(pos + i))
-                    << rate << " " << b;
-            }
-            pos += frames;
-        }
-    }
-}
-
 // The loop and locate case: a staircase played at speed 0.5 (stretch 2) with jumps. Every sample that
 // comes out must be near the source position its output position stands for, and the first sample
 // after each jump must be that position itself.
