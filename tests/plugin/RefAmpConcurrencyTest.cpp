@@ -29,14 +29,13 @@ TEST(RefAmpConcurrency, StateAndSwitchingWhileTheEngineRuns)
     unit.prepare(48000, 64);
     unit.setEnabled(true);
 
-    std::atomic<bool> running{true};
+    std::atomic<bool> running{true}; // relaxed: the join orders the rest
     std::atomic<bool> finite{true};
     std::atomic<int> blocks{0};
     std::thread engine(
         [&]
         {
-            std::uint32_t n = 0;
-            while (running.load(std::memory_order_relaxed))
+            for (std::uint32_t n = 0; running.load(std::memory_order_relaxed); ++n)
             {
                 MidiEventBlock midi;
                 midi.count = 2;
@@ -49,29 +48,23 @@ TEST(RefAmpConcurrency, StateAndSwitchingWhileTheEngineRuns)
                 request.position = static_cast<std::int64_t>(n) * 64;
                 unit.provide(request);
                 for (int i = 0; i < 64; ++i)
-                {
                     if (!std::isfinite(request.channel[0][i]) || !std::isfinite(request.channel[1][i]))
-                    {
                         finite.store(false, std::memory_order_relaxed);
-                    }
-                }
                 unit.noteTick();
                 blocks.fetch_add(1, std::memory_order_relaxed);
-                ++n;
                 std::this_thread::sleep_for(std::chrono::microseconds(300));
             }
         });
 
     const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(600);
-    int rounds = 0;
-    while (std::chrono::steady_clock::now() < end)
+    for (int rounds = 1; std::chrono::steady_clock::now() < end; ++rounds)
     {
         epiFileDump saved;
         unit.saveState(saved);
         EXPECT_GT(saved.size(), 0u);
         unit.isStateChanged();
         unit.loadState(saved);
-        if (++rounds % 20 == 0)
+        if (rounds % 20 == 0)
         {
             unit.setEnabled(false);
             unit.setEnabled(true);
