@@ -1,6 +1,6 @@
-// The engine chosen from another thread while blocks play: the choice crosses as an atomic and takes
-// effect only where the stream jumps, never in the middle of a running stream. Run under
-// ThreadSanitizer.
+// The engine, speed and pitch chosen from another thread while blocks play: the values cross as
+// atomics into both engines, and the choice of engine takes effect only where the stream jumps, never
+// in the middle of a running stream. Run under ThreadSanitizer.
 #include "tests/dsp/stretch/StretchTestNodes.h"
 
 #include "dsp/stretchhq/AudioFxStretchChoice.h"
@@ -30,7 +30,8 @@ TEST(StretchChoiceThreads, TheEngineChangesAtTheNextJumpOnly)
             for (int i = 0; !done.load(std::memory_order_acquire); ++i)
             {
                 node.setQuality(i % 2 == 0 ? StretchQuality::high : StretchQuality::standard);
-                node.setPitch(i % 40 < 20 ? 0.9f : 1.0f); // reaches the running stretcher
+                node.setPitch(i % 40 < 20 ? 0.9f : 1.0f);           // reaches the running stretcher
+                node.setStretch(i % 60 < 30 ? 1.0f / 0.75f : 1.5f); // never unity, which may switch at once
                 std::this_thread::sleep_for(std::chrono::microseconds(300));
             }
         });
