@@ -1,4 +1,6 @@
 #include "dsp/BiquadFilter.h"
+
+#include "TestSources.h"
 #include "tests/support/Signal.h"
 
 #include <gtest/gtest.h>
@@ -26,12 +28,6 @@ double digitalGain(const BiquadFilter& f, double hz)
     return std::abs(num / den);
 }
 
-// The bilinear transform without prewarping maps digital f to analog 2 fs tan(pi f / fs).
-double analogFrequency(double hz)
-{
-    return 2.0 * fs * std::tan(M_PI * hz / fs);
-}
-
 // Level of a sine at f Hz after the filter, measured by running it through processBlock.
 double measuredGain(BiquadFilter& f, double hz)
 {
@@ -44,21 +40,12 @@ double measuredGain(BiquadFilter& f, double hz)
     return testsignal::amplitudeAt(y.data() + n / 2, n / 2, hz, fs, n / 2);
 }
 
-std::vector<float> noise(std::size_t n, unsigned seed)
-{
-    std::mt19937 rng(seed);
-    std::uniform_real_distribution<float> dist(-1.0f, 1.0f);
-    std::vector<float> x(n);
-    for (float& v : x)
-        v = dist(rng);
-    return x;
-}
-
 void expectMatchesPrototype(BiquadFilter& f, auto analog, const char* what)
 {
     for (double hz : {50.0, 300.0, 1000.0, 2500.0, 6000.0, 12000.0, 20000.0})
     {
-        const double expected = std::abs(analog(cd(0.0, analogFrequency(hz))));
+        // The bilinear transform without prewarping maps digital f to analog 2 fs tan(pi f / fs).
+        const double expected = std::abs(analog(cd(0.0, 2.0 * fs * std::tan(M_PI * hz / fs))));
         EXPECT_NEAR(20 * std::log10(digitalGain(f, hz)), 20 * std::log10(expected), 0.01)
             << what << " " << hz;
         EXPECT_NEAR(20 * std::log10(measuredGain(f, hz)), 20 * std::log10(expected), 0.05)
@@ -144,7 +131,7 @@ TEST(BiquadFilter, BlockSampleAndVectorFormsAgreeForOneAndTwoChannels)
             f->setup(channels, 48000);
             f->designBandPass(2.0f * static_cast<float>(M_PI) * 1000.0f, 0.3f);
         }
-        const std::vector<float> x = noise(static_cast<std::size_t>(4000 * channels), 3);
+        const std::vector<float> x = dsptest::noise(static_cast<std::size_t>(4000 * channels), 3);
         std::vector<float> yb(x.size()), ys(x.size()), yv(x.size());
         int done = 0;
         for (int size : {2, 3, 17, 2, 100, 876, 1000, 2000})

@@ -2,6 +2,8 @@
 #include "dsp/SegmentedConv.h"
 #include "dsp/SimdKernels.h"
 
+#include "TestSources.h"
+
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -12,19 +14,10 @@
 
 using dsp::FilterSpectrum;
 using dsp::Domain::Adapters::AnySizeAdapter2;
+using dsptest::noise;
 
 namespace
 {
-
-std::vector<float> randomSignal(int n, unsigned seed, float amplitude)
-{
-    std::mt19937 rng(seed);
-    std::uniform_real_distribution<float> dist(-amplitude, amplitude);
-    std::vector<float> v(static_cast<std::size_t>(n));
-    for (float& x : v)
-        x = dist(rng);
-    return v;
-}
 
 std::vector<double> directConvolution(const std::vector<float>& x, const std::vector<float>& h)
 {
@@ -94,9 +87,9 @@ TEST(SegmentedConv, MatchesDirectConvolution)
     for (const Case& c : {Case{300, 2600, everySize}, Case{257, 12000, tableSizes},
                           Case{1000, 12000, tableSizes}, Case{4096, 12000, tableSizes}})
     {
-        const std::vector<float> h =
-            randomSignal(c.taps, static_cast<unsigned>(c.taps), 0.5f / std::sqrt(c.taps * 1.0f));
-        const std::vector<float> x = randomSignal(c.frames, 3, 1.0f);
+        const std::vector<float> h = noise(static_cast<std::size_t>(c.taps), static_cast<unsigned>(c.taps),
+                                           0.5f / std::sqrt(c.taps * 1.0f));
+        const std::vector<float> x = noise(static_cast<std::size_t>(c.frames), 3);
         const std::vector<double> reference = directConvolution(x, h);
         for (int segment : c.segments)
         {
@@ -116,11 +109,11 @@ TEST(SegmentedConv, MatchesDirectConvolution)
 
 TEST(SegmentedConv, ResetForgetsTheHistoryAndDenormalsComeOutAsZero)
 {
-    const std::vector<float> h = randomSignal(256, 5, 0.1f);
+    const std::vector<float> h = noise(256, 5, 0.1f);
     FilterSpectrum spectrum(64, h.data(), 256);
     AnySizeAdapter2 adapter(64, 0);
     ASSERT_TRUE(adapter.attach(spectrum));
-    const std::vector<float> x = randomSignal(1000, 6, 1.0f);
+    const std::vector<float> x = noise(1000, 6);
     std::vector<float> first(1000), second(1000);
     adapter.reset();
     adapter.process(x.data(), first.data(), 1000);
@@ -148,7 +141,7 @@ TEST(SimdKernels, ChosenAndSseFormsWithinRoundingOfDouble)
 {
     dsp::AlignedPool pool;
     const int floats = 264;
-    const std::vector<float> values = randomSignal(7 * floats + 7, 21, 1.0f);
+    const std::vector<float> values = noise(7 * floats + 7, 21);
     std::vector<dsp::ScatterTerm> terms;
     std::vector<double> scattered(floats, 0.0);
     for (int t = 0; t < 7; ++t)

@@ -1,6 +1,4 @@
-// Waveform previews of a file at another rate: through the quality resampler that the program
-// makes the previews' default at start-up, against the drop-sample one that the file library has
-// by itself.
+// Waveform previews of a file at another rate: the quality resampler against dropped samples.
 #include "dsp/AudioResampler_DSP.h"
 
 #include "audiofiles/AudioPreview.h"
@@ -29,8 +27,7 @@ double heard(double seconds)
     return 0.25 * std::sin(2.0 * M_PI * 1000.0 * seconds);
 }
 
-// The file: the tone, and 30 kHz at 0.5 above it, beyond the half of 44.1 kHz. Converted with a
-// low-pass it is gone; dropped samples fold it down to 14.1 kHz, where it shows at full height.
+// The tone, and 30 kHz at 0.5: a low-pass removes it, dropped samples fold it down to 14.1 kHz.
 std::string writeFile(const testsupport::TempFolder& folder)
 {
     std::vector<float> x(static_cast<std::size_t>(kFileFrames));
@@ -57,8 +54,7 @@ bool waitFinished(AudioPreview& preview)
     return true;
 }
 
-// The largest distance, in overview steps, between a preview's points and those of the tone
-// reduced straight at the display's rate.
+// The largest distance, in overview steps, from a preview's points to those of the tone itself.
 int worstAgainstTheTone(const AudioPreview& preview)
 {
     const auto frames = static_cast<int64_t>(static_cast<double>(kFileFrames) * kRate / kFileRate);
@@ -85,10 +81,9 @@ int worstAgainstTheTone(const AudioPreview& preview)
 
 } // namespace
 
-// The file library by itself drops samples, and the 30 kHz tone folds down and shows. As the
-// program starts, every cache without a factory of its own converts with the quality resampler, and
-// so does a single preview opened by itself: the preview is the tone's, point for point within a
-// step. A cache's own factory comes before the default.
+// By itself the file library drops samples and the 30 kHz tone shows. From the program's start every
+// cache and single preview without a factory of its own shows the tone alone; a cache's own factory
+// comes before the default.
 TEST(PreviewResampler, TheQualityDefaultShowsTheToneWhereDroppingSamplesShowsItsAlias)
 {
     testsupport::TempFolder folder;

@@ -88,8 +88,7 @@ TEST(AudioResampler_DSP, JumpGivesTheFramesAtTheNewPosition)
         ASSERT_NEAR(block.left[i], expected[20000 + i], 2e-4f) << i;
 }
 
-// No provider, an empty one, and a fall by 1,102 beyond the input stage: not ready, told why, and
-// reads refused.
+// No provider, an empty one, and a fall beyond the input stage: not ready, told why, reads refused.
 TEST(AudioResampler_DSP, WhatItCantServeIsRefusedAndSaysWhy)
 {
     AudioFileLoaded empty;
@@ -112,8 +111,7 @@ TEST(AudioResampler_DSP, WhatItCantServeIsRefusedAndSaysWhy)
     }
 }
 
-// Over the matrix of rates, in blocks of fixed and of random sizes, reading block by block gives
-// exactly what one long read gives: no block boundary leaves a trace.
+// Over the rate matrix, blocks of fixed and random sizes give exactly what one long read gives.
 TEST(AudioResampler_DSP, BlockSizesLeaveNoTraceAcrossTheRateMatrix)
 {
     std::mt19937 rng(17);
@@ -149,13 +147,9 @@ TEST(AudioResampler_DSP, BlockSizesLeaveNoTraceAcrossTheRateMatrix)
         }
 }
 
-// A file whose tone runs up to its last frame, converted down: the low-pass stage reads ahead of
-// the output, past the file's end. The frames up to the end must be the file's own and what lies
-// beyond silence, so the output is that of the same file followed by a second of silence, sample
-// for sample up to the interpolator's reach (128 output frames and a group of four) from the end.
-// Within it the padded file also hands the interpolator the low-pass's ring-out past the end, which
-// the interpolator never reads beyond a source's length: that differs by well under a hundredth,
-// where a stale input differs by the tone itself.
+// A tone to the last frame, converted down (the low-pass reads ahead, past the end), is the same file
+// followed by silence, sample for sample up to the interpolator's reach (132 frames) from the end and
+// within a hundredth there (the padded file's low-pass ring-out); a stale input differs by the tone.
 TEST(AudioResampler_DSP, FallingRateEndsWithTheFilesOwnLastFrames)
 {
     testsupport::TempFolder folder;
@@ -166,7 +160,7 @@ TEST(AudioResampler_DSP, FallingRateEndsWithTheFilesOwnLastFrames)
         const int64_t frames = in / 2 + 77; // not a whole number of any block
         writeToneToTheEnd(plain, in, frames, 0);
         writeToneToTheEnd(padded, in, frames, in);
-        // The safe reader (what the commands and the preview open) and the plain libsndfile one.
+        // The safe reader (what the commands and the preview open) and the plain one.
         for (const bool safe : {true, false})
         {
             std::unique_ptr<AudioFile> file, reference;

@@ -53,8 +53,7 @@ double dB(double x)
     return 20.0 * std::log10(x);
 }
 
-// The largest distance, away from the ends, between a resampled sine and the sine computed at the
-// output rate.
+// The largest distance, away from the ends, from a resampled sine to the sine at the output rate.
 double worstAgainstTheSine(double in, double out, double hz)
 {
     Resampled s(sine(hz, in, static_cast<int>(in / 4), 0.5, 0.3), in, out);
@@ -89,11 +88,7 @@ TEST(SincInterpolator, RefusesRatesItCannotServe)
 
 TEST(HiQualityResampler, EqualRatesPassThroughBitForBit)
 {
-    std::mt19937 rng(1);
-    std::uniform_real_distribution<float> dist(-1.0f, 1.0f);
-    std::vector<float> x(5000);
-    for (float& v : x)
-        v = dist(rng);
+    const std::vector<float> x = dsptest::noise(5000, 1);
     Resampled s(x, 48000.0, 48000.0);
     EXPECT_TRUE(s.r.bypass());
     EXPECT_FALSE(s.r.lowPassActive());
@@ -151,11 +146,9 @@ TEST(HiQualityResampler, SeekGivesTheSequentialSamples)
     }
 }
 
-// The end of the source fades out through the filter's tail, then silence, and the interpolator
-// never asks for frames past the end (the low-pass does). The step to silence half an input sample after the
-// last one crosses half its height there. On the way up it is exactly zero beyond the filter's reach of 128
-// output frames; on the way down the sinc reads the low-pass no further than the source's length, so
-// the low-pass's own ringing past the end moves the crossing by about a tenth of a frame, no more.
+// The end fades out through the filter's tail, crossing half height half an input sample after the
+// last one, then silence: exact beyond the sinc's reach of 128 frames on the way up, where nothing is
+// read past the end; within 1e-6 on the way down, where the low-pass's ringing moves the crossing.
 TEST(HiQualityResampler, EndFadesOutThroughTheTail)
 {
     struct Case
@@ -180,9 +173,8 @@ TEST(HiQualityResampler, EndFadesOutThroughTheTail)
     }
 }
 
-// The design fixes the quality: the implementation has to give what the design's own taps give,
-// computed here in double precision. Passband gain at 18 and 20 kHz, the image of a 21 kHz tone when
-// the rate rises, the alias of a 23 kHz tone when it falls, each within 1 dB.
+// Passband gain, images when the rate rises and aliases when it falls are those of the design's own
+// taps computed in double, within 1 dB.
 TEST(HiQualityResampler, MeasuredResponseMatchesTheDesign)
 {
     using cd = std::complex<double>;
@@ -202,8 +194,7 @@ TEST(HiQualityResampler, MeasuredResponseMatchesTheDesign)
         Resampled s(sine(c.tone, c.in, static_cast<int>(c.in), 0.5), c.in, c.out);
         HiQualityResampler& r = s.r;
 
-        // Expected: the sinc's response at the tone's frequency at the rate of filter units, times
-        // the low-pass's at the input rate when the rate falls.
+        // The sinc's response at the rate of filter units, times the low-pass's when the rate falls.
         const double unitRate = c.in * r.down();
         const auto hl = static_cast<int64_t>(r.halfLength());
         cd sinc = 0.0;

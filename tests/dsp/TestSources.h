@@ -5,6 +5,7 @@
 
 #include <cmath>
 #include <cstdint>
+#include <random>
 #include <vector>
 
 namespace dsptest
@@ -46,6 +47,17 @@ private:
     int64_t position_ = 0;
     int64_t framesOutside_ = 0;
 };
+
+/** Uniform noise within +-amplitude, the same for the same seed. */
+inline std::vector<float> noise(std::size_t n, unsigned seed, float amplitude = 1.0f)
+{
+    std::mt19937 rng(seed);
+    std::uniform_real_distribution<float> dist(-amplitude, amplitude);
+    std::vector<float> v(n);
+    for (float& x : v)
+        x = dist(rng);
+    return v;
+}
 
 inline std::vector<float> sine(double hz, double rate, int frames, double amplitude = 0.5, double phase = 0.0)
 {

@@ -117,8 +117,7 @@ TEST(AudioFxKV3Unit, AnEnabledUnitProcessesThroughTheInstance)
     EXPECT_EQ(rig.library.log()->lastFrames.load(), 40);
 }
 
-// Off, off again after having been on, on over a library that gives no instance, and on without a
-// library at all: the audio passes untouched and nothing reaches the library.
+// Off after having been on, on without an instance, and without a library: the audio passes untouched.
 TEST(AudioFxKV3Unit, AUnitWithoutARunningInstancePassesAudioThrough)
 {
     for (const char* path : {KV3_TEST_GAIN, KV3_TEST_NULLINSTANCE, "/nonexistent.so"})
@@ -168,8 +167,8 @@ TEST(AudioFxKV3Unit, AFailedSourceReadIsSilenceAndTooLongARequestIsRefused)
     EXPECT_FALSE(rig.unit.provide(tooLong));
 }
 
-// Switching on: prepare, createInstance, channels each way, initialise, the default state, then the
-// user's state when there is one, block size, rate, channels again, start, and a warm-up block.
+// Switching on: prepare, create, channels, initialise, the default state, then the user's if any,
+// block size, rate, channels again, start, and a warm-up block.
 TEST(AudioFxKV3Unit, TheLifeCycleCallsInOrderWithItsWarmUp)
 {
     for (const bool userState : {false, true})

@@ -45,9 +45,8 @@ struct Prepared
 
 } // namespace
 
-// The loop and locate case: a staircase played at speed 0.5 (stretch 2) with jumps. Every sample that
-// comes out must be near the source position its output position stands for, and the first sample
-// after each jump must be that position itself.
+// Loops and locates over a staircase: every sample is near the source position its output position
+// stands for, and the first after each jump is that position itself.
 class StaircaseJumps : public ::testing::TestWithParam<std::tuple<uint32_t, int32_t>>
 {
 };
@@ -80,15 +79,12 @@ TEST_P(StaircaseJumps, GrainsRestartAtTheCorrespondingSourcePosition)
                     const double got = p.out.left[static_cast<size_t>(i)];
                     if (first && i == 0)
                     {
-                        // The jump's first sample is the source frame itself, but for the window's
-                        // peak just short of 1. At 0 the grain has no first half, and the output
-                        // runs one frame ahead.
+                        // At 0 the grain has no first half, and the output runs one frame ahead.
                         const double at = from == 0 ? 1.0 : std::trunc(expect);
                         ASSERT_NEAR(got, at, std::max(0.01, expect * 2e-4))
                             << "jump to " << from << " stretch " << stretch;
                     }
-                    // Between jumps the lattice lets the source position lag or lead by about a
-                    // period.
+                    // Between jumps the lattice lets the position lag or lead by about a period.
                     ASSERT_NEAR(got, expect, 1.6 * period + 2.0) << pos + i << " stretch " << stretch;
                     ASSERT_NEAR(p.out.right[static_cast<size_t>(i)], -got, std::fabs(got) * 1e-5 + 1e-3);
                 }
@@ -131,8 +127,7 @@ TEST(AudioFxPSTS, PitchChangesTheFrequencyAndKeepsTheTime)
         const float* settled = out.data() + c.rate / 10;
         const double f = testsignal::medianPeriodFrequency(settled, 80000, rate);
         EXPECT_NEAR(f, c.expect, c.expect * 0.005) << c.semitones << " " << c.stretch;
-        // Over the whole run the phase steps between grains pull the mean towards the 25 Hz grain
-        // grid by up to about one percent; more would be a fault.
+        // Phase steps between grains pull the mean by up to about one percent; more is a fault.
         const double mean = testsignal::meanFrequency(settled, 80000, rate);
         EXPECT_NEAR(mean, c.expect, c.expect * 0.02) << c.semitones << " " << c.stretch;
     }

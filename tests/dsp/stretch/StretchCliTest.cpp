@@ -74,8 +74,8 @@ protected:
 
 } // namespace
 
-// The pitch moves and the length stays, or the length moves and the pitch stays, on both engines; a
-// rate conversion comes first; mono plays on both sides and stereo sides stay apart.
+// Pitch or length moves alone, on both engines, after a rate conversion too; mono plays on both
+// sides and stereo sides stay apart.
 TEST_F(StretchCli, PitchAndLengthOfEachSide)
 {
     struct Case
@@ -117,9 +117,8 @@ TEST_F(StretchCli, PitchAndLengthOfEachSide)
     }
 }
 
-// Bad input is a clear error (1) and bad usage a usage error (2); either way nothing is left behind
-// and the input is intact. A rate pair the resampler refuses is told as such, in one line naming the
-// file and both rates, not as a file without audio.
+// Bad input exits 1 and bad usage 2, leaving nothing behind; a refused rate pair is told in one line
+// naming the file and both rates, not as a file without audio.
 TEST_F(StretchCli, BadInputIsAClearErrorAndLeavesNoFile)
 {
     std::ofstream(dir_.file("junk.wav")) << "this is not audio at all";

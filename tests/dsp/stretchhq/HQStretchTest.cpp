@@ -20,8 +20,7 @@ namespace
 constexpr uint32_t kRate = 48000;
 constexpr uint32_t kBlock = 256;
 
-// A track's chain in front of the node: a source behind the history reader, and the frames the node
-// reads from it.
+// A track's chain: a source behind the history reader, then the node.
 struct Chain : AudioSource
 {
     explicit Chain(std::function<float(int64_t, int32_t)> f, int64_t length = 1LL << 40)
@@ -65,8 +64,7 @@ struct Chain : AudioSource
     testsupport::StereoBlock out{kBlock};
 };
 
-// A note on every beat at 240 bpm: a 1 kHz tone under a 50 ms Hann envelope, short enough to place
-// exactly and long enough for a stretcher to reproduce without smearing it over its window.
+// A note on every beat at 240 bpm: a 1 kHz tone under a 50 ms Hann envelope.
 constexpr int64_t kBeat = 12000;
 constexpr int64_t kBar = 4 * kBeat;
 constexpr int64_t kNote = 2400;
@@ -80,8 +78,7 @@ float beatNotes(int64_t p, int32_t)
                : 0.0f;
 }
 
-// The centre of the energy within 50 ms of a frame: an engine may spread a click over its window or
-// repeat it in neighbouring grains, but it must keep it centred where the click belongs.
+// The centre of the energy within 50 ms of a frame: where a note is heard, however spread.
 double centreNear(const std::vector<float>& x, int64_t at)
 {
     double sum = 0.0;
@@ -129,11 +126,9 @@ TEST(StretchChoice, UnityIsTheSourceBitForBit)
     }
 }
 
-// Bars 2 and 3 looped ten times in blocks, jumping back once a block has reached the loop end as the
-// transport does: every note of every pass lies within 1 ms of where the first pass put it, and of where
-// the source puts it on the high-quality engine (a 5 ms click was off by up to 7 ms there, which was
-// the stretcher smearing it over its window, not its timing). The standard engine repeats or skips
-// grains of a fixed lattice, which places a note up to about half a grain off.
+// Bars 2 and 3 looped ten times as the transport loops: every note of every pass lies within 1 ms of
+// where the first pass put it, and on the high-quality engine of where the source puts it; the
+// standard engine's grain lattice places a note up to about half a grain off.
 struct LoopCase
 {
     StretchQuality quality;
@@ -190,15 +185,12 @@ INSTANTIATE_TEST_SUITE_P(Engines, LoopOnTheBeat,
                                            LoopCase{StretchQuality::high, 1.5, 0.0, 1.0},
                                            LoopCase{StretchQuality::high, 1.0, -5.0, 1.0}));
 
-// A locate from a loud passage into silence must bring silence at once: nothing of what played before
-// may be heard after the jump. And back into the music, the first block is already at full level.
+// A locate into silence brings silence at once; back into the music, the first block is at full level.
 TEST(StretchChoice, ASeekRestartsCleanly)
 {
     for (StretchQuality quality : {StretchQuality::standard, StretchQuality::high})
-    {
         for (double speed : {0.5, 0.75, 1.5})
         {
-            // A tone for the first 4 s, silence after.
             Chain chain(stretchtest::sine(440.0, kRate), 4 * kRate);
             chain.set(quality, speed, 0.0);
             const double stretch = 1.0 / speed;
@@ -218,7 +210,6 @@ TEST(StretchChoice, ASeekRestartsCleanly)
                         testsignal::peak(chain.out.left.data(), kBlock) > 0.4)
                 << "speed " << speed;
         }
-    }
 }
 
 // A pitch change on the high-quality engine made a new stretcher and restarted the sound with a jump.
