@@ -4,8 +4,8 @@
 #include "TestSources.h"
 
 #if defined(DSP_TEST_NODE)
-#include "audiofiles/AudioFileLoaded.h"
 #include "dsp/AudioResampler_DSP.h"
+#include "tests/support/StereoBlock.h"
 #endif
 
 #include "tests/support/CountedAllocations.h"
@@ -39,48 +39,23 @@ TEST(Allocation, ResamplerReadsAndSeeksAllocateNothing)
 }
 
 #if defined(DSP_TEST_NODE)
-namespace
-{
-class RatedSound : public AudioFileLoaded
-{
-public:
-    RatedSound(int32_t rate, int64_t frames) : rate_(rate)
-    {
-        AudioBuffer b;
-        b.alloc(frames, 2);
-        b.frames = frames;
-        for (int64_t i = 0; i < frames; ++i)
-            b.channel[0][i] = b.channel[1][i] = static_cast<float>(std::sin(0.05 * static_cast<double>(i)));
-        loadFrom(b);
-    }
-    int32_t sampleRate() const override { return rate_; }
-
-private:
-    int32_t rate_;
-};
-} // namespace
-
 TEST(Allocation, ResamplerNodeReadsAllocateNothing)
 {
     for (int32_t in : {44100, 96000})
     {
-        RatedSound sound(in, 200000);
+        dsptest::RatedSound sound(in, 2, 200000, 440.0);
         AudioResampler_DSP r;
         r.setProvider(&sound);
         r.prepare(48000, 512);
         r.sourceChanged();
         ASSERT_TRUE(r.ready());
-        std::vector<float> left(512), right(512);
-        AudioData block;
-        block.channel[0] = left.data();
-        block.channel[1] = right.data();
-        block.channels = 2;
+        testsupport::StereoBlock block(512);
         const testsupport::CountedAllocations counting;
         for (int64_t position : {0, 512, 1024, 90000, 90512, 3})
         {
-            block.position = position;
-            block.frames = position == 3 ? 100 : 512;
-            ASSERT_TRUE(r.read(block));
+            block.data.position = position;
+            block.data.frames = position == 3 ? 100 : 512;
+            ASSERT_TRUE(r.read(block.data));
         }
         EXPECT_EQ(counting.count(), 0) << in;
     }

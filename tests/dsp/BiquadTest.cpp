@@ -1,5 +1,8 @@
 #include "dsp/BiquadFilter.h"
 
+#include "TestSources.h"
+#include "tests/support/Signal.h"
+
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -25,12 +28,6 @@ double digitalGain(const BiquadFilter& f, double hz)
     return std::abs(num / den);
 }
 
-// The bilinear transform without prewarping maps digital f to analog 2 fs tan(pi f / fs).
-double analogFrequency(double hz)
-{
-    return 2.0 * fs * std::tan(M_PI * hz / fs);
-}
-
 // Level of a sine at f Hz after the filter, measured by running it through processBlock.
 double measuredGain(BiquadFilter& f, double hz)
 {
@@ -40,20 +37,15 @@ double measuredGain(BiquadFilter& f, double hz)
         x[static_cast<std::size_t>(i)] = static_cast<float>(std::sin(2.0 * M_PI * hz * i / fs));
     f.reset();
     f.processBlock(y.data(), x.data(), n);
-    double s = 0.0, c = 0.0;
-    for (int i = n / 2; i < n; ++i)
-    {
-        s += y[static_cast<std::size_t>(i)] * std::sin(2.0 * M_PI * hz * i / fs);
-        c += y[static_cast<std::size_t>(i)] * std::cos(2.0 * M_PI * hz * i / fs);
-    }
-    return 2.0 * std::hypot(s, c) / (n / 2);
+    return testsignal::amplitudeAt(y.data() + n / 2, n / 2, hz, fs, n / 2);
 }
 
 void expectMatchesPrototype(BiquadFilter& f, auto analog, const char* what)
 {
     for (double hz : {50.0, 300.0, 1000.0, 2500.0, 6000.0, 12000.0, 20000.0})
     {
-        const double expected = std::abs(analog(cd(0.0, analogFrequency(hz))));
+        // The bilinear transform without prewarping maps digital f to analog 2 fs tan(pi f / fs).
+        const double expected = std::abs(analog(cd(0.0, 2.0 * fs * std::tan(M_PI * hz / fs))));
         EXPECT_NEAR(20 * std::log10(digitalGain(f, hz)), 20 * std::log10(expected), 0.01)
             << what << " " << hz;
         EXPECT_NEAR(20 * std::log10(measuredGain(f, hz)), 20 * std::log10(expected), 0.05)
@@ -99,22 +91,21 @@ TEST(BiquadFilter, DesignsMatchTheirAnalogPrototypes)
 
 TEST(BiquadFilter, DenormalResultsComeOutAsZero)
 {
-    for (int variant = 0; variant < 2; ++variant)
+    const float in[4] = {1e-30f, 1e-30f, 1.0f, -1.0f};
+    BiquadFilter plain;
+    BiquadFilterKATMAI vector;
+    for (BiquadFilter* f : {&plain, static_cast<BiquadFilter*>(&vector)})
     {
-        std::unique_ptr<BiquadFilter> f =
-            variant == 0 ? std::make_unique<BiquadFilter>() : std::make_unique<BiquadFilterKATMAI>();
         f->setup(2, 48000);
         f->setCoefficients(1e-10f, 0.0f, 0.0f, 0.0f, 0.0f);
-        const float in[4] = {1e-30f, 1e-30f, 1.0f, -1.0f};
         float out[4] = {1, 1, 1, 1};
         f->processBlock(out, in, 2);
-        EXPECT_EQ(out[0], 0.0f) << variant;
-        EXPECT_EQ(out[1], 0.0f) << variant;
+        EXPECT_EQ(out[0], 0.0f);
+        EXPECT_EQ(out[1], 0.0f);
         EXPECT_FLOAT_EQ(out[2], 1e-10f);
-        float s[2];
-        f->processSample(s, in);
-        EXPECT_EQ(s[0], 0.0f);
-        EXPECT_EQ(std::signbit(s[0]), false);
+        f->processSample(out, in);
+        EXPECT_EQ(out[0], 0.0f);
+        EXPECT_FALSE(std::signbit(out[0]));
     }
     // A decaying resonance reaches zero instead of creeping through denormals.
     BiquadFilter f;
@@ -127,62 +118,35 @@ TEST(BiquadFilter, DenormalResultsComeOutAsZero)
         ASSERT_TRUE(v == 0.0f || std::fpclassify(v) == FP_NORMAL);
 }
 
-TEST(BiquadFilter, BlockAndSampleAgreeForOneAndTwoChannels)
+// Blocks of uneven sizes (the first two frames of each from the stored history), one sample at a
+// time, and the vector form in blocks all give the same output.
+TEST(BiquadFilter, BlockSampleAndVectorFormsAgreeForOneAndTwoChannels)
 {
-    std::mt19937 rng(3);
-    std::uniform_real_distribution<float> dist(-1.0f, 1.0f);
     for (int channels : {1, 2})
     {
-        BiquadFilter a, b;
-        for (BiquadFilter* f : {&a, &b})
+        BiquadFilter blocks, samples;
+        BiquadFilterKATMAI vector;
+        for (BiquadFilter* f : {&blocks, &samples, static_cast<BiquadFilter*>(&vector)})
         {
             f->setup(channels, 48000);
             f->designBandPass(2.0f * static_cast<float>(M_PI) * 1000.0f, 0.3f);
         }
-        std::vector<float> x(static_cast<std::size_t>(4000 * channels));
-        for (float& v : x)
-            v = dist(rng);
-        std::vector<float> yb(x.size()), ys(x.size());
-        // Blocks of uneven sizes, each at least 2 frames, so the first two of every block come
-        // from the stored history.
+        const std::vector<float> x = dsptest::noise(static_cast<std::size_t>(4000 * channels), 3);
+        std::vector<float> yb(x.size()), ys(x.size()), yv(x.size());
         int done = 0;
-        for (int size : {2, 3, 17, 2, 100, 876})
+        for (int size : {2, 3, 17, 2, 100, 876, 1000, 2000})
         {
-            a.processBlock(yb.data() + done * channels, x.data() + done * channels, size);
+            blocks.processBlock(yb.data() + done * channels, x.data() + done * channels, size);
+            vector.processBlock(yv.data() + done * channels, x.data() + done * channels, size);
             done += size;
         }
-        a.processBlock(yb.data() + done * channels, x.data() + done * channels, 4000 - done);
         for (int i = 0; i < 4000; ++i)
-            b.processSample(ys.data() + i * channels, x.data() + i * channels);
+            samples.processSample(ys.data() + i * channels, x.data() + i * channels);
         for (std::size_t i = 0; i < x.size(); ++i)
+        {
             ASSERT_NEAR(yb[i], ys[i], 1e-5f) << "channels " << channels << " at " << i;
-    }
-}
-
-TEST(BiquadFilterKATMAI, WithinRoundingOfThePlainForm)
-{
-    std::mt19937 rng(9);
-    std::uniform_real_distribution<float> dist(-1.0f, 1.0f);
-    for (int channels : {1, 2})
-    {
-        BiquadFilter plain;
-        BiquadFilterKATMAI vector;
-        for (BiquadFilter* f : {static_cast<BiquadFilter*>(&plain), static_cast<BiquadFilter*>(&vector)})
-        {
-            f->setup(channels, 44100);
-            f->designLowPass(2.0f * static_cast<float>(M_PI) * 3000.0f, 0.6f);
+            ASSERT_NEAR(yv[i], ys[i], 2e-5f) << "channels " << channels << " at " << i;
         }
-        std::vector<float> x(static_cast<std::size_t>(10000 * channels));
-        for (float& v : x)
-            v = dist(rng);
-        std::vector<float> yp(x.size()), yv(x.size());
-        for (int done = 0; done < 10000; done += 500)
-        {
-            plain.processBlock(yp.data() + done * channels, x.data() + done * channels, 500);
-            vector.processBlock(yv.data() + done * channels, x.data() + done * channels, 500);
-        }
-        for (std::size_t i = 0; i < x.size(); ++i)
-            ASSERT_NEAR(yp[i], yv[i], 2e-5f) << channels << " " << i;
     }
     EXPECT_EQ(reinterpret_cast<std::uintptr_t>(std::make_unique<BiquadFilterKATMAI>().get()) % 16, 0u);
 }

@@ -1,18 +1,15 @@
-// Waveform previews of a file at another rate: through the quality resampler that the program
-// makes the previews' default at start-up, against the drop-sample one that the file library has
-// by itself.
+// Waveform previews of a file at another rate: the quality resampler against dropped samples.
 #include "dsp/AudioResampler_DSP.h"
 
 #include "audiofiles/AudioPreview.h"
 #include "tests/support/SoundFile.h"
+#include "tests/support/TempFolder.h"
 
 #include <gtest/gtest.h>
 #include <sndfile.h>
 
 #include <chrono>
 #include <cmath>
-#include <cstdlib>
-#include <filesystem>
 #include <string>
 #include <thread>
 #include <vector>
@@ -30,22 +27,19 @@ double heard(double seconds)
     return 0.25 * std::sin(2.0 * M_PI * 1000.0 * seconds);
 }
 
-// The file: the tone, and 30 kHz at 0.5 above it, beyond the half of 44.1 kHz. Converted with a
-// low-pass it is gone; dropped samples fold it down to 14.1 kHz, where it shows at full height.
-std::string writeFile()
+// The tone, and 30 kHz at 0.5: a low-pass removes it, dropped samples fold it down to 14.1 kHz.
+std::string writeFile(const testsupport::TempFolder& folder)
 {
-    const char* dir = std::getenv("KV3_BINARY_DIR");
-    const std::string path = std::string(dir != nullptr ? dir : ".") + "/dsp_preview_resampler_test.wav";
-    std::vector<float> x(static_cast<std::size_t>(kFileFrames) * 2);
+    std::vector<float> x(static_cast<std::size_t>(kFileFrames));
     for (int64_t i = 0; i < kFileFrames; ++i)
     {
         const double t = static_cast<double>(i) / kFileRate;
-        const auto v = static_cast<float>(heard(t) + 0.5 * std::sin(2.0 * M_PI * 30000.0 * t));
-        x[static_cast<std::size_t>(2 * i)] = v;
-        x[static_cast<std::size_t>(2 * i + 1)] = v;
+        x[static_cast<std::size_t>(i)] =
+            static_cast<float>(heard(t) + 0.5 * std::sin(2.0 * M_PI * 30000.0 * t));
     }
-    EXPECT_TRUE(testsound::write(path, SF_FORMAT_WAV | SF_FORMAT_FLOAT, kFileRate, 2, x)) << path;
-    return path;
+    EXPECT_TRUE(
+        testsound::writeStereo(folder.file("tones.wav"), SF_FORMAT_WAV | SF_FORMAT_FLOAT, kFileRate, x, x));
+    return folder.file("tones.wav");
 }
 
 bool waitFinished(AudioPreview& preview)
@@ -60,8 +54,7 @@ bool waitFinished(AudioPreview& preview)
     return true;
 }
 
-// The largest distance, in overview steps, between a preview's points and those of the tone
-// reduced straight at the display's rate.
+// The largest distance, in overview steps, from a preview's points to those of the tone itself.
 int worstAgainstTheTone(const AudioPreview& preview)
 {
     const auto frames = static_cast<int64_t>(static_cast<double>(kFileFrames) * kRate / kFileRate);
@@ -88,49 +81,33 @@ int worstAgainstTheTone(const AudioPreview& preview)
 
 } // namespace
 
+// By itself the file library drops samples and the 30 kHz tone shows. From the program's start every
+// cache and single preview without a factory of its own shows the tone alone; a cache's own factory
+// comes before the default.
 TEST(PreviewResampler, TheQualityDefaultShowsTheToneWhereDroppingSamplesShowsItsAlias)
 {
-    const std::string path = writeFile();
-    AudioPreview::setDefaultResamplerFactory({});
-
-    // What the file library does by itself: the 30 kHz tone folds down and shows.
+    testsupport::TempFolder folder;
+    const std::string path = writeFile(folder);
+    auto cached = [&](bool ownFactory)
     {
         PreviewCache cache(kRate);
+        if (ownFactory)
+            cache.setResamplerFactory(qualityResamplerFactory());
         AudioPreview* preview = cache.show(epiPath(path.c_str()));
-        ASSERT_NE(preview, nullptr);
-        ASSERT_TRUE(preview->ready());
-        ASSERT_TRUE(waitFinished(*preview));
-        EXPECT_GT(worstAgainstTheTone(*preview), 30);
-    }
+        EXPECT_TRUE(preview != nullptr && preview->ready() && waitFinished(*preview));
+        return preview != nullptr ? worstAgainstTheTone(*preview) : 1000;
+    };
+    AudioPreview::setDefaultResamplerFactory({});
+    EXPECT_GT(cached(false), 30);
 
-    // As the program starts: every cache without a factory of its own converts with the quality
-    // resampler, and the preview is the tone's, point for point within a step.
     useQualityResamplerForPreviews();
-    {
-        PreviewCache cache(kRate);
-        AudioPreview* preview = cache.show(epiPath(path.c_str()));
-        ASSERT_NE(preview, nullptr);
-        ASSERT_TRUE(waitFinished(*preview));
-        EXPECT_LE(worstAgainstTheTone(*preview), 1);
-    }
-    // A single preview opened by itself takes the default too.
-    {
-        AudioPreview preview;
-        ASSERT_TRUE(preview.open(epiPath(path.c_str()), kRate));
-        preview.start();
-        ASSERT_TRUE(waitFinished(preview));
-        EXPECT_LE(worstAgainstTheTone(preview), 1);
-    }
+    EXPECT_LE(cached(false), 1);
+    AudioPreview preview;
+    ASSERT_TRUE(preview.open(epiPath(path.c_str()), kRate));
+    preview.start();
+    ASSERT_TRUE(waitFinished(preview));
+    EXPECT_LE(worstAgainstTheTone(preview), 1);
 
-    // A cache's own factory comes before the default.
     AudioPreview::setDefaultResamplerFactory({});
-    {
-        PreviewCache cache(kRate);
-        cache.setResamplerFactory(qualityResamplerFactory());
-        AudioPreview* preview = cache.show(epiPath(path.c_str()));
-        ASSERT_NE(preview, nullptr);
-        ASSERT_TRUE(waitFinished(*preview));
-        EXPECT_LE(worstAgainstTheTone(*preview), 1);
-    }
-    std::filesystem::remove(path);
+    EXPECT_LE(cached(true), 1);
 }

@@ -2,10 +2,9 @@
 // thread while the interface asks for, saves and loads the state and switches the effect on and
 // off. Meant for the ThreadSanitizer run; it also checks that the audio stays finite throughout.
 
-#include "engine/graph/AudioData.h"
-#include "engine/graph/AudioSource.h"
 #include "plugin/AudioFxKV3Manager.h"
 #include "plugin/AudioFxKV3Unit.h"
+#include "tests/dsp/stretch/StretchTestNodes.h"
 #include "tests/plugin/TestLibrary.h"
 
 #include <gtest/gtest.h>
@@ -15,50 +14,28 @@
 #include <cmath>
 #include <thread>
 
-namespace
-{
-
-class Noise : public AudioSource
-{
-public:
-    bool provide(AudioData&) override { return false; }
-    bool read(AudioData& into) override
-    {
-        for (std::int64_t i = 0; i < into.frames; ++i)
-        {
-            seed_ = seed_ * 1664525u + 1013904223u;
-            into.channel[0][i] = into.channel[1][i] = static_cast<float>(seed_ >> 8) / 16777216.0f - 0.5f;
-        }
-        return true;
-    }
-    void prepare(std::uint32_t, std::uint32_t) override {}
-
-private:
-    std::uint32_t seed_ = 1;
-};
-
-} // namespace
-
 TEST(RefAmpConcurrency, StateAndSwitchingWhileTheEngineRuns)
 {
     kv3test::RecordingSink sink;
     AudioFxKV3Manager manager(&sink, KV3_REFAMP);
     ASSERT_TRUE(manager.isLoaded());
-    Noise noise;
+    // A noise of the position, so that blocks differ.
+    stretchtest::SignalNode noise(
+        1LL << 40, [](int64_t p, int32_t)
+        { return static_cast<float>((p * 1664525 + 1013904223) % 65536) / 65536.0f - 0.5f; });
     AudioFxKV3Unit unit;
     unit.setManager(&manager);
     unit.setSource(&noise);
     unit.prepare(48000, 64);
     unit.setEnabled(true);
 
-    std::atomic<bool> running{true};
+    std::atomic<bool> running{true}; // relaxed: the join orders the rest
     std::atomic<bool> finite{true};
     std::atomic<int> blocks{0};
     std::thread engine(
         [&]
         {
-            std::uint32_t n = 0;
-            while (running.load(std::memory_order_relaxed))
+            for (std::uint32_t n = 0; running.load(std::memory_order_relaxed); ++n)
             {
                 MidiEventBlock midi;
                 midi.count = 2;
@@ -71,29 +48,23 @@ TEST(RefAmpConcurrency, StateAndSwitchingWhileTheEngineRuns)
                 request.position = static_cast<std::int64_t>(n) * 64;
                 unit.provide(request);
                 for (int i = 0; i < 64; ++i)
-                {
                     if (!std::isfinite(request.channel[0][i]) || !std::isfinite(request.channel[1][i]))
-                    {
                         finite.store(false, std::memory_order_relaxed);
-                    }
-                }
                 unit.noteTick();
                 blocks.fetch_add(1, std::memory_order_relaxed);
-                ++n;
                 std::this_thread::sleep_for(std::chrono::microseconds(300));
             }
         });
 
     const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(600);
-    int rounds = 0;
-    while (std::chrono::steady_clock::now() < end)
+    for (int rounds = 1; std::chrono::steady_clock::now() < end; ++rounds)
     {
         epiFileDump saved;
         unit.saveState(saved);
         EXPECT_GT(saved.size(), 0u);
         unit.isStateChanged();
         unit.loadState(saved);
-        if (++rounds % 20 == 0)
+        if (rounds % 20 == 0)
         {
             unit.setEnabled(false);
             unit.setEnabled(true);

@@ -1,8 +1,7 @@
 #pragma once
 
-// Helpers shared by the plug-in tests: a handle on a test library's record of calls, a sink that
-// keeps the messages, a private settings folder, and the unit's state and switching-off helpers.
-
+// The plug-in tests' helpers: a test library's record of calls, a sink that keeps the messages, a
+// private settings folder, state bytes, and switching a unit off as the running engine does.
 #include "plugin/AudioFxKV3Messages.h"
 #include "plugin/AudioFxKV3Unit.h"
 #include "plugins/test/TestPluginLog.h"
@@ -10,9 +9,7 @@
 
 #include <atomic>
 #include <chrono>
-#include <cstdlib>
 #include <dlfcn.h>
-#include <filesystem>
 #include <string>
 #include <thread>
 #include <utility>
@@ -21,10 +18,7 @@
 namespace kv3test
 {
 
-/**
- * Opens a test library beside the host, so that its record survives the host's own loads and
- * unloads, and clears the record.
- */
+/** Opens a test library beside the host, so that its record survives the host's loads, and clears it. */
 class TestLibrary
 {
 public:
@@ -47,9 +41,7 @@ public:
     ~TestLibrary()
     {
         if (handle_ != nullptr)
-        {
             ::dlclose(handle_);
-        }
     }
 
     TestPluginLog* log() const { return log_; }
@@ -76,10 +68,8 @@ public:
     std::vector<std::pair<std::string, std::string>> messages;
 };
 
-/** A fresh settings folder for one test, the same as the settings' own tests use. */
 using ConfigFolder = SettingsFolder;
 
-/** The bytes of a state file as a string. */
 inline std::string bytesOf(const epiFileDump& dump)
 {
     return dump.size() == 0 ? std::string()
@@ -98,11 +88,8 @@ inline void disableWhileTicking(AudioFxKV3Unit& unit)
     std::thread engine(
         [&]
         {
-            while (running.load())
-            {
+            for (; running.load(); std::this_thread::sleep_for(std::chrono::milliseconds(1)))
                 unit.noteTick();
-                std::this_thread::sleep_for(std::chrono::milliseconds(1));
-            }
         });
     unit.setEnabled(false);
     running.store(false);

@@ -4,6 +4,7 @@
 #include "dsp/stretch/PstsButterworth.h"
 #include "dsp/stretch/PstsHannTable.h"
 #include "dsp/stretch/PstsScratch.h"
+#include "tests/support/Signal.h"
 
 #include <gtest/gtest.h>
 
@@ -56,35 +57,17 @@ TEST(PstsOverlapAdd, ConstantGainAwayFromTheStart)
     {
         ASSERT_NEAR(out[i], 1.0f, 5e-4f) << i;
     }
-    // A wrong hop shows at once: the same grains at a hop of 1,700 overlap too much.
-    PstsOverlapAdd dense(14113 + 64, scratch);
-    dense.setHop(1700);
-    std::vector<float> over(8000);
-    for (size_t done = 0; done < over.size(); done += 64)
-    {
-        runBlock(dense, over.data() + done, 64, grain);
-    }
-    float top = 0.0f;
-    for (size_t i = 1; i < over.size(); ++i)
-    {
-        top = std::max(top, over[i]);
-    }
-    EXPECT_GT(top, 1.01f);
 }
 
 TEST(PstsOverlapAdd, FilterIsNotAppliedTwiceAcrossBlockBorders)
 {
     // The same stream of grains, rendered once in one block and once in blocks of assorted sizes,
     // must come out the same: a frame filtered twice at a border would differ at once.
-    const std::vector<float> grain = []
+    std::vector<float> grain = hannGrain(800);
+    for (size_t i = 0; i < grain.size(); ++i)
     {
-        std::vector<float> g = hannGrain(800);
-        for (size_t i = 0; i < g.size(); ++i)
-        {
-            g[i] *= static_cast<float>(std::sin(0.37 * static_cast<double>(i)) + 0.3);
-        }
-        return g;
-    }();
+        grain[i] *= static_cast<float>(std::sin(0.37 * static_cast<double>(i)) + 0.3);
+    }
     const int32_t total = 3000;
     auto render = [&](const std::vector<int32_t>& sizes)
     {
@@ -111,13 +94,9 @@ TEST(PstsOverlapAdd, FilterIsNotAppliedTwiceAcrossBlockBorders)
     std::vector<float> ring(total + 1000, 0.0f);
     for (int64_t c = 0; c < total + 400; c += 400)
     {
-        for (int64_t j = 0; j < 800; ++j)
+        for (int64_t at = std::max<int64_t>(0, c - 400); at < c + 400; ++at)
         {
-            const int64_t at = c - 400 + j;
-            if (at >= 0 && at < static_cast<int64_t>(ring.size()))
-            {
-                ring[static_cast<size_t>(at)] += grain[static_cast<size_t>(j)];
-            }
+            ring[static_cast<size_t>(at)] += grain[static_cast<size_t>(at - c + 400)];
         }
     }
     PstsButterworth once;
@@ -134,14 +113,11 @@ TEST(PstsOverlapAdd, FilterIsNotAppliedTwiceAcrossBlockBorders)
 TEST(CRANewPolyPSTS, SourceAtAHigherRateIsLowPassed)
 {
     // 2 kHz tone at 88.2 kHz into a 44.1 kHz output passes; 30 kHz would alias and must be removed.
-    auto tone = [](double f)
-    {
-        return [f](int64_t i, int32_t)
-        { return static_cast<float>(std::sin(2.0 * std::numbers::pi * f * i / 88200.0)); };
-    };
     auto level = [&](double f)
     {
-        stretchtest::FunctionSource src(88200, 1, 1LL << 30, tone(f));
+        stretchtest::FunctionSource src(
+            88200, [f](int64_t i)
+            { return static_cast<float>(std::sin(2.0 * std::numbers::pi * f * i / 88200.0)); });
         CRANewPolyPSTS engine(true, nullptr);
         engine.setSource(&src);
         engine.setOutputRate(44100.0f);
@@ -152,12 +128,7 @@ TEST(CRANewPolyPSTS, SourceAtAHigherRateIsLowPassed)
         {
             engine.process(out.data() + d, 64);
         }
-        double peak = 0.0;
-        for (size_t i = 10000; i < out.size(); ++i)
-        {
-            peak = std::max(peak, static_cast<double>(std::fabs(out[i])));
-        }
-        return peak;
+        return testsignal::peak(out.data() + 10000, static_cast<int64_t>(out.size()) - 10000);
     };
     EXPECT_GT(level(2000.0), 0.8);
     EXPECT_LT(level(30000.0), 0.01);

@@ -25,7 +25,6 @@ public:
     bool provide(AudioData&) override { return false; }
     bool read(AudioData& into) override
     {
-        ++reads;
         for (int32_t c = 0; c < std::min(into.channels, 2); ++c)
         {
             for (int64_t i = 0; i < into.frames; ++i)
@@ -37,8 +36,6 @@ public:
         return true;
     }
     void prepare(uint32_t, uint32_t) override {}
-
-    int64_t reads = 0;
 
 private:
     int64_t length_;

@@ -13,39 +13,25 @@
 namespace stretchtest
 {
 
-/**
- * A random-access source computed from a function of the frame index.
- * Frames before 0 and past the length come out as silence, as a file's would.
- */
+/** A mono random-access source computed from a function of the frame index; silence before 0. */
 class FunctionSource : public dsp::Stretch::IRAPCMSource
 {
 public:
-    FunctionSource(int32_t rate, int32_t channels, int64_t length, std::function<float(int64_t, int32_t)> f)
-        : rate_(rate), channels_(channels), length_(length), f_(std::move(f))
-    {
-    }
+    FunctionSource(int32_t rate, std::function<float(int64_t)> f) : rate_(rate), f_(std::move(f)) {}
 
-    int64_t length() override { return length_; }
+    int64_t length() override { return 1LL << 40; }
     int32_t rate() override { return rate_; }
-    int32_t channels() override { return channels_; }
+    int32_t channels() override { return 1; }
     int32_t fetch(float* destination, int64_t first, int64_t last) override
     {
         for (int64_t i = first; i <= last; ++i)
-        {
-            for (int32_t c = 0; c < channels_; ++c)
-            {
-                const bool inside = i >= 0 && i < length_;
-                destination[(i - first) * channels_ + c] = inside ? f_(i, c) : 0.0f;
-            }
-        }
-        return 7;
+            destination[i - first] = i >= 0 ? f_(i) : 0.0f;
+        return 0;
     }
 
 private:
     int32_t rate_;
-    int32_t channels_;
-    int64_t length_;
-    std::function<float(int64_t, int32_t)> f_;
+    std::function<float(int64_t)> f_;
 };
 
 /** Sample i has value i (channel 0) and -i (channel 1): any offset, seek or loop error shows exactly. */
