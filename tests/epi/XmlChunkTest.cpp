@@ -45,19 +45,6 @@ TEST(XmlChunkTags, IncompleteAndInvalidTagsEndTheScan)
     EXPECT_EQ(tag.tagKind(), epiXmlChunk::kNoTag);
 }
 
-TEST(XmlChunkChild, SelfClosedAndEmptyElementsAreFoundAndEmpty)
-{
-    for (const epiText& doc : {epiText("<x/>"), epiText("<x></x>"), epiText("<x />")})
-    {
-        const epiXmlChunk root(doc);
-        epiXmlChunk content;
-        EXPECT_TRUE(root.findElementChars("x", &content, nullptr)) << doc;
-        EXPECT_TRUE(content.isEmpty()) << doc;
-        EXPECT_TRUE(root.child("x").text().isEmpty()) << doc;
-        EXPECT_TRUE(root.child("x").isEmpty()) << doc;
-    }
-}
-
 TEST(XmlChunkChild, ContentInsideAndAttributes)
 {
     const epiText doc("<r><a b=\"1\">t</a></r>");
@@ -87,6 +74,9 @@ TEST(XmlChunkChild, ChildrenByExactNameAndTheirClosingTags)
         const char* want;
     };
     const Row rows[] = {
+        {"<x/>", {"x"}, ""},
+        {"<x />", {"x"}, ""},
+        {"<x></x>", {"x"}, ""},
         {"<r><Item>1</Item><item>2</item></r>", {"r", "item"}, "2"},
         {"<r><Item>1</Item><item>2</item></r>", {"r", "Item"}, "1"},
         {"<r><Item>1</Item><item>2</item></r>", {"r", "ite"}, nullptr},
@@ -107,18 +97,18 @@ TEST(XmlChunkChild, ChildrenByExactNameAndTheirClosingTags)
     {
         const epiText doc(row.doc);
         epiXmlChunk at(doc);
+        epiXmlChunk child(doc);
         epiXmlChunk content;
         bool found = true;
         for (const char* name : row.path)
         {
             found = at.findElementChars(name, &content, nullptr);
             at = content;
+            child = child.child(name);
         }
         EXPECT_EQ(found, row.want != nullptr) << row.doc;
-        if (found && row.want != nullptr)
-        {
-            EXPECT_EQ(str(content), row.want) << row.doc;
-        }
+        EXPECT_EQ(str(content), row.want != nullptr ? row.want : "") << row.doc;
+        EXPECT_EQ(str(child), str(content)) << row.doc;
     }
 }
 
@@ -156,10 +146,8 @@ TEST(XmlChunkText, LinesFoldIntoOneAndNothingIsDecoded)
     EXPECT_EQ(textOf(""), "");
 
     const epiText doc("<v>\r\n\tx\r\n</v>");
-    const epiXmlChunk v = epiXmlChunk(doc).child("v");
-    EXPECT_EQ(std::string(v.rawText()), "\r\n\tx\r\n");
     epiText dest("old contents");
-    v.textInto(dest);
+    epiXmlChunk(doc).child("v").textInto(dest);
     EXPECT_EQ(dest, "x");
 }
 
@@ -179,7 +167,6 @@ TEST(XmlChunkEnumerator, StepsThroughChildrenOfOneName)
     while (items.next(&item, nullptr))
         seen.push_back(str(item));
     EXPECT_EQ(seen, (std::vector<std::string>{"1", "<sub>2</sub>", "", "4"}));
-    EXPECT_EQ(items.filter().index(), 4);
     EXPECT_FALSE(items.next(&item, nullptr));
     EXPECT_TRUE(item.isEmpty());
 
