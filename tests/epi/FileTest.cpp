@@ -127,23 +127,6 @@ TEST_F(FileTest, ReadOnlyFiles)
     EXPECT_EQ(readAll(ro), "locked");
 }
 
-TEST_F(FileTest, NonAsciiNames)
-{
-    // Names are UTF-8 bytes on Linux: "Übung – Gitarre 🎸.txt".
-    const std::string name = "\xC3\x9C"
-                             "bung \xE2\x80\x93 Gitarre \xF0\x9F\x8E\xB8.txt";
-    const epiPath path(at(name));
-    epiTextFile text("riff");
-    ASSERT_TRUE(text.saveFile(path));
-    EXPECT_EQ(readAll(at(name)), "riff");
-    epiFolder folder;
-    ASSERT_TRUE(folder.scan(epiPath(at(""))));
-    ASSERT_EQ(folder.count(), 1);
-    EXPECT_EQ(folder.nameAt(0), name);
-    EXPECT_EQ(folder.pathAt(0), path);
-    EXPECT_TRUE(path.remove());
-}
-
 // Memory files and their deliberate differences.
 
 TEST(RamFile, BuffersAreBorrowedOrHandedOverNeverFreedByClose)
@@ -228,8 +211,13 @@ TEST(RamFile, SeekRules)
 
 // Folders.
 
+// Names are UTF-8 bytes on Linux: "Übung – Gitarre 🎸.txt".
+const std::string kUnicodeName = "\xC3\x9C"
+                                 "bung \xE2\x80\x93 Gitarre \xF0\x9F\x8E\xB8.txt";
+
 TEST_F(FileTest, FolderListsSortedEntries)
 {
+    writeAll(at(kUnicodeName), "u");
     writeAll(at("b.wav"), "b");
     writeAll(at("A.aif"), "a");
     writeAll(at(".hidden"), "h");
@@ -240,12 +228,13 @@ TEST_F(FileTest, FolderListsSortedEntries)
     epiFolder folder;
     ASSERT_TRUE(folder.scan(epiPath(tmp_.path())));
     EXPECT_EQ(folder.path(), at(""));
-    ASSERT_EQ(folder.count(), 4);
+    ASSERT_EQ(folder.count(), 5);
     EXPECT_EQ(folder.nameAt(0), "A.aif");
     EXPECT_EQ(folder.nameAt(1), "b.wav");
     EXPECT_EQ(folder.nameAt(2), "link");
     EXPECT_TRUE(folder.isFolderAt(2)); // a link to a folder counts as one
     EXPECT_EQ(folder.pathAt(3), at("loops/"));
+    EXPECT_EQ(folder.pathAt(4), at(kUnicodeName));
     EXPECT_EQ(folder.pathAt(-1), "");
     ASSERT_TRUE(folder.scan(epiPath(at("")), true));
     EXPECT_EQ(folder.nameAt(0), ".hidden");
@@ -253,10 +242,10 @@ TEST_F(FileTest, FolderListsSortedEntries)
     // Lists hold files only, one a line; recursive ones name the folder too.
     epiText list("head\r\n");
     ASSERT_TRUE(folder.listTo(epiPath(tmp_.path()), &list, false));
-    EXPECT_EQ(list, "head\r\nA.aif\r\nb.wav\r\n");
+    EXPECT_EQ(list, "head\r\nA.aif\r\nb.wav\r\n" + kUnicodeName + "\r\n");
     list.clear();
     ASSERT_TRUE(folder.listTo(epiPath(at("")), &list, true));
-    EXPECT_EQ(list, "A.aif\r\nb.wav\r\nlink/x.wav\r\nloops/x.wav\r\n");
+    EXPECT_EQ(list, "A.aif\r\nb.wav\r\nlink/x.wav\r\nloops/x.wav\r\n" + kUnicodeName + "\r\n");
 }
 
 TEST_F(FileTest, FolderFailures)
@@ -279,7 +268,7 @@ TEST_F(FileTest, TextFileRoundTripIsByteExact)
 {
     epiTextFile text;
     text.assignBytes(9, "a\r\nb\0\xFF\xC3\n!");
-    const std::string name = at("text.txt");
+    const std::string name = at(kUnicodeName);
     ASSERT_TRUE(text.saveFile(name.c_str()));
     epiTextFile back("before");
     ASSERT_TRUE(back.loadFile(name.c_str()));

@@ -136,6 +136,14 @@ TEST_F(PathSpecialFolders, UserFoldersFollowTheEnvironment)
     EXPECT_EQ(p, home_ + "/");
     EXPECT_TRUE(p.setSpecialFolder(epiCode("sRot"), false));
     EXPECT_EQ(p, "/");
+    // The program's folder: the tests run from the build tree, so it lies inside it.
+    ASSERT_TRUE(p.setSpecialFolder(epiCode("sApp"), false));
+    EXPECT_TRUE(p.isFolder() && p.exists()) << p;
+    if (const char* binary = std::getenv("KV3_BINARY_DIR"))
+    {
+        const epiText prefix(std::filesystem::canonical(binary).string());
+        EXPECT_TRUE(p.startsWith(&prefix)) << p << " is not inside " << prefix;
+    }
 
     // The folder is made only when asked for.
     EXPECT_TRUE(p.setSpecialFolder(epiCode("uAps"), false));
@@ -168,18 +176,4 @@ TEST_F(PathSpecialFolders, DesktopComesFromTheUserDirs)
     EXPECT_TRUE(p.setSpecialFolder(epiCode("uDes"), true));
     EXPECT_EQ(p, home_ + "/Schreibtisch/");
     EXPECT_TRUE(std::filesystem::is_directory(home_ + "/Schreibtisch"));
-}
-
-TEST(PathProgramFolder, HoldsThisProgram)
-{
-    epiPath p;
-    ASSERT_TRUE(p.setSpecialFolder(epiCode("sApp"), false));
-    EXPECT_TRUE(p.isFolder());
-    EXPECT_TRUE(p.exists());
-    // The tests run from the build tree: the program's folder lies inside it.
-    if (const char* binary = std::getenv("KV3_BINARY_DIR"))
-    {
-        const epiText prefix(std::filesystem::canonical(binary).string());
-        EXPECT_TRUE(p.startsWith(&prefix)) << p << " is not inside " << prefix;
-    }
 }
