@@ -54,51 +54,41 @@ protected:
     epiResources resources;
 };
 
-TEST_P(ResourcesOnEveryMedium, ReadsByKindAndAsPlainPath)
+TEST_P(ResourcesOnEveryMedium, ReadsListsFindsAndWritesTheSameTree)
 {
     const std::string main = readAll(kTree + "/layouts/main.xml");
     EXPECT_EQ(read("main.xml", epiCode("laya")), main);
     // A kind outside the table leaves the name as a path from the root.
     EXPECT_EQ(read("layouts/main.xml", epiCode("zzzz")), main);
     EXPECT_EQ(read("empty.txt", epiCode("text")), "");
-    epiText missing = "kept";
-    EXPECT_FALSE(resources.readTextChars("main.xml", epiCode("text"), missing));
-}
+    epiText text = "kept";
+    EXPECT_FALSE(resources.readTextChars("main.xml", epiCode("text"), text));
 
-TEST_P(ResourcesOnEveryMedium, ListsOneFolderOrTheWholeTree)
-{
-    epiText flat;
-    epiText deep;
-    ASSERT_TRUE(resources.listKind(epiCode("fnts"), flat, false));
-    ASSERT_TRUE(resources.listKind(epiCode("fnts"), deep, true));
-    EXPECT_EQ(flat, "a.png\r\n");
-    EXPECT_NE(deep.find("a.png\r\n"), std::string::npos);
-    EXPECT_NE(deep.find("sub/b.png\r\n"), std::string::npos);
-}
+    // One folder of a kind, or the whole tree under it; lists append.
+    text.clear();
+    ASSERT_TRUE(resources.listKind(epiCode("fnts"), text, false));
+    EXPECT_EQ(text, "a.png\r\n");
+    ASSERT_TRUE(resources.listKind(epiCode("fnts"), text, true));
+    EXPECT_NE(text.find("a.png\r\n"), std::string::npos);
+    EXPECT_NE(text.find("sub/b.png\r\n"), std::string::npos);
 
-TEST_P(ResourcesOnEveryMedium, FindsByInternalNameAndReadsLayoutSizes)
-{
-    epiText name;
-    EXPECT_TRUE(resources.findByInternalName(epiCode("laya"), epiCode("NoSz"), name));
-    EXPECT_EQ(name, "nosize.xml");
-    EXPECT_TRUE(resources.findByInternalName(epiCode("menu"), epiCode("Bar "), name));
-    EXPECT_EQ(name, "bar.xml");
-    EXPECT_FALSE(resources.findByInternalName(epiCode("laya"), epiCode("Bar "), name));
+    EXPECT_TRUE(resources.findByInternalName(epiCode("laya"), epiCode("NoSz"), text));
+    EXPECT_EQ(text, "nosize.xml");
+    EXPECT_TRUE(resources.findByInternalName(epiCode("menu"), epiCode("Bar "), text));
+    EXPECT_EQ(text, "bar.xml");
+    EXPECT_FALSE(resources.findByInternalName(epiCode("laya"), epiCode("Bar "), text));
 
     epiPoint size(-1, -1);
-    const epiText names[] = {"nosize.xml", "none.xml", "main.xml"};
+    const epiText names[] = {"nosize.xml", "none.xml", "main.xml", "about.txt"};
     EXPECT_FALSE(resources.layoutSize(&names[0], size));
     EXPECT_FALSE(resources.layoutSize(&names[1], size));
     EXPECT_EQ(size, epiPoint(-1, -1));
     EXPECT_TRUE(resources.layoutSize(&names[2], size));
     EXPECT_EQ(size, epiPoint(640, 480));
-}
 
-TEST_P(ResourcesOnEveryMedium, WritesGoToFoldersOnlyAndPacksKeepTheirBytes)
-{
-    const epiText name = "about.txt";
-    const epiText data = "changed";
-    EXPECT_TRUE(resources.writeText(&name, epiCode("text"), &data));
+    // Writes go to folders only; packs keep their bytes.
+    text = "changed";
+    EXPECT_TRUE(resources.writeText(&names[3], epiCode("text"), &text));
     EXPECT_EQ(read("about.txt", epiCode("text")), GetParam() == Medium::Folder ? "changed" : "about");
 }
 
