@@ -183,35 +183,30 @@ TEST(XmlChunkEnumerator, StepsThroughChildrenOfOneName)
 TEST(XmlChunkSearch, IndexPassesChildrenFirst)
 {
     const epiText doc("<a>1</a><b>2</b><c/><b>4</b>");
-    const epiXmlChunk root(doc);
-    epiXmlChunk filter;
-    epiXmlChunk content;
+    // {name or any, index, the element found or null}. With a name: 'a' isn't b at index 0, so the
+    // limit falls to -1 and the first b is found; at 2 it passes a and b, then c is not b, and it
+    // goes on by name to the second b (so an enumerator over a mixed list gives that b twice).
+    struct Row
+    {
+        const char* name;
+        int32_t index;
+        const char* found;
+    };
+    for (const Row& row : {Row{nullptr, 1, "b|2"}, Row{nullptr, 2, "c|"}, Row{nullptr, 4, nullptr},
+                           Row{"b", 0, "b|2"}, Row{"b", 2, "b|4"}, Row{"b", -1, "b|2"}})
+    {
+        epiXmlChunk filter;
+        if (row.name != nullptr)
+            filter.setBytes(row.name, row.name + 1);
+        filter.setIndex(row.index);
+        epiXmlChunk content;
+        epiXmlChunk inside;
+        const bool found = epiXmlChunk(doc).findElement(&filter, &content, &inside);
+        EXPECT_EQ(found, row.found != nullptr) << row.index;
+        EXPECT_EQ(str(inside) + "|" + str(content), row.found ? row.found : "|") << row.index;
+    }
     epiXmlChunk inside;
-
-    filter.setIndex(1); // any name, pass one child
-    ASSERT_TRUE(root.findElement(&filter, &content, &inside));
-    EXPECT_EQ(str(inside), "b");
-    EXPECT_EQ(str(content), "2");
-    filter.setIndex(2);
-    ASSERT_TRUE(root.findElement(&filter, &content, &inside));
-    EXPECT_EQ(str(inside), "c");
-    filter.setIndex(4);
-    EXPECT_FALSE(root.findElement(&filter, &content, &inside));
-
-    const char* name = "b";
-    filter.setBytes(name, name + 1);
-    filter.setIndex(0); // 'a' isn't b: the limit falls to -1 and the first b is found
-    ASSERT_TRUE(root.findElement(&filter, &content, nullptr));
-    EXPECT_EQ(str(content), "2");
-    // Passes a and b, then c is not b: on by name to the second b. (So an enumerator over a mixed
-    // list gives that b twice.)
-    filter.setIndex(2);
-    ASSERT_TRUE(root.findElement(&filter, &content, nullptr));
-    EXPECT_EQ(str(content), "4");
-    filter.setIndex(-1);
-    ASSERT_TRUE(root.findElement(&filter, &content, nullptr));
-    EXPECT_EQ(str(content), "2");
-    ASSERT_TRUE(root.findElement(nullptr, &content, &inside));
+    ASSERT_TRUE(epiXmlChunk(doc).findElement(nullptr, nullptr, &inside));
     EXPECT_EQ(str(inside), "a");
 }
 
