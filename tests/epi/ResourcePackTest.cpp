@@ -69,12 +69,20 @@ void expectSample(epiResourcePack& pack)
     EXPECT_FALSE(pack.nameAt(-1, &name));
 }
 
-TEST(ResourcePack, ReadsFromMemoryAndFromDisk)
+TEST(ResourcePack, ReadsFromALentAtomsFileAndFromDisk)
 {
     const std::string bytes = packBytes(kSample);
-    epiResourcePack memory;
-    ASSERT_TRUE(openBytes(memory, bytes));
-    expectSample(memory);
+    {
+        epitest::MemoryAtoms lent(bytes);
+        ASSERT_TRUE(lent.attach());
+        {
+            epiResourcePack pack;
+            ASSERT_TRUE(pack.parse(&lent.atoms));
+            expectSample(pack);
+        }
+        // The pack closed the lent atoms file but didn't delete it (the sanitizers would see that).
+        EXPECT_FALSE(lent.ram.isOpen());
+    }
 
     const testsupport::TempFolder tmp;
     const std::string file = tmp.file("res.pack");
@@ -173,23 +181,6 @@ TEST(ResourcePack, EveryCutOfAPackFailsUntilTheLastDataIsWhole)
             expectSample(pack);
         pack.close();
     }
-}
-
-TEST(ResourcePack, ParseOverALentAtomsFile)
-{
-    std::string bytes = packBytes(kSample);
-    epiRamFile ram;
-    ram.setBuffer(bytes.data(), uint32_t(bytes.size()));
-    epiAtomsFile atoms;
-    ASSERT_TRUE(atoms.attach(&ram, true));
-    {
-        epiResourcePack pack;
-        ASSERT_TRUE(pack.parse(&atoms));
-        EXPECT_EQ(pack.atoms(), &atoms);
-        expectSample(pack);
-    }
-    // The pack closed the lent atoms file but didn't delete it (the sanitizers would see that).
-    EXPECT_FALSE(ram.isOpen());
 }
 
 } // namespace
