@@ -153,7 +153,7 @@ TEST(AtomsFileRead, TruncatedAndOversizedAtomsFailInPlace)
     // readText makes no room for the promised size, and the good atom before it is unharmed.
     for (const uint32_t promised : {6u, 1000u, 0x7FFFFFFFu, 0xFFFFFFF0u})
     {
-        MemoryAtoms m(Builder(false).head().u32(kTagA, 1).atomSized(kTagT, promised, "abcde").bytes());
+        MemoryAtoms m(Builder(false).head().u32(kTagA, 1).atom(kTagT, "abcde", promised).bytes());
         ASSERT_TRUE(m.attach());
         uint32_t v = 0;
         ASSERT_TRUE(m.atoms.readU32(kTagA, v));

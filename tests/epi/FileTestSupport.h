@@ -68,14 +68,13 @@ public:
             bytes_.push_back(char((w >> (big_ ? 24 - 8 * i : 8 * i)) & 0xFF));
         return *this;
     }
-    /** An atom whose header says `size` while `body` is what follows it. */
-    Builder& atomSized(uint32_t tag, uint32_t size, std::string_view body)
+    /** An atom of `body`, whose header may say another `size`. */
+    Builder& atom(uint32_t tag, std::string_view body, uint32_t size = UINT32_MAX)
     {
-        word(tag).word(size).word(0);
+        word(tag).word(size == UINT32_MAX ? uint32_t(body.size()) : size).word(0);
         bytes_.append(body);
         return *this;
     }
-    Builder& atom(uint32_t tag, std::string_view body) { return atomSized(tag, uint32_t(body.size()), body); }
     Builder& u32(uint32_t tag, uint32_t value) { return word(tag).word(4).word(0).word(value); }
     const std::string& bytes() const { return bytes_; }
 
