@@ -47,11 +47,9 @@ int main(int argc, char** argv)
         uint32_t position = 0;
         if (!atoms.readText(epiResourcePack::kTagName, name) ||
             !atoms.readU32(epiResourcePack::kTagSize, declared) ||
-            !atoms.skipAtom(epiResourcePack::kTagData, size, position))
-            return failure("entry " + std::to_string(i) + " lacks one of its three atoms");
-        if (declared != size)
-            return failure("entry " + std::string(name) + ": size atom " + std::to_string(declared) +
-                           ", data atom " + std::to_string(size));
+            !atoms.skipAtom(epiResourcePack::kTagData, size, position) || declared != size)
+            return failure("entry " + std::to_string(i) +
+                           " lacks one of its three atoms, or its sizes differ");
     }
     uint32_t endValue = 1;
     if (!atoms.readU32(epiResourcePack::kTagEnd, endValue) || endValue != 0)

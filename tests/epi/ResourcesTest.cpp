@@ -124,7 +124,6 @@ TEST(ResourcesOpen, NothingReadsWithoutAMedium)
 {
     epiResources resources;
     epiText text;
-    EXPECT_FALSE(resources.readTextChars("main.xml", epiCode("laya"), text));
     ASSERT_TRUE(resources.openNative(0, nullptr));
     resources.closeMedia();
     EXPECT_FALSE(resources.readTextChars("main.xml", epiCode("laya"), text));
