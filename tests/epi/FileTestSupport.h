@@ -6,7 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <dirent.h>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <string>
@@ -28,14 +28,8 @@ inline void writeAll(const std::string& path, const std::string& bytes)
 
 inline int openDescriptors()
 {
-    int count = 0;
-    if (DIR* dir = ::opendir("/proc/self/fd"))
-    {
-        while (::readdir(dir) != nullptr)
-            ++count;
-        ::closedir(dir);
-    }
-    return count;
+    const std::filesystem::directory_iterator descriptors("/proc/self/fd");
+    return int(std::distance(descriptors, std::filesystem::directory_iterator()));
 }
 
 /** A fresh folder for each test, which must close every file it opens. */
