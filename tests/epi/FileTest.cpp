@@ -298,6 +298,7 @@ TEST_F(FileTest, DumpSavesAndLoadsFiles)
 
     ASSERT_TRUE(dump.saveFile(path, "xy", 2));
     EXPECT_EQ(readAll(at("state.bin")), "xy");
+    EXPECT_FALSE(dump.saveFile(epiPath(at("no/folder/x")), nullptr, 0));
 
     // A failed load leaves the dump empty; an empty file loads as an empty dump.
     EXPECT_FALSE(dump.loadFile(epiPath(at("missing"))));

@@ -56,6 +56,7 @@ TEST(Text, FormatterDirectives)
         {fmt("[%*s]", -3, "z"), "[z  ]"},
         {fmt("%c%c|%k|%k", 'a', 'b', 0x61620000u, 0u), "ab|ab__|____"},
         {fmt("%I", 0xC0A80001u), "192.168.0.1"},
+        {fmt("%p", reinterpret_cast<void*>(uintptr_t(0xABC))), "00000ABC"},
         {fmt("<%s>", big.c_str()), ("<" + big + ">").c_str()},
     });
     // %t takes every byte of the text, a NUL inside included.
