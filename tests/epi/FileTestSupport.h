@@ -1,15 +1,16 @@
 #pragma once
 
-#include "tests/epi/TempFolder.h"
-#include "tests/support/Unprivileged.h"
+#include "epi/epiAtomsFile.h"
+#include "tests/support/TempFolder.h"
 
 #include <gtest/gtest.h>
 
-#include <dirent.h>
+#include <cstdint>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <string>
-#include <sys/stat.h>
+#include <string_view>
 
 namespace epitest
 {
@@ -27,45 +28,67 @@ inline void writeAll(const std::string& path, const std::string& bytes)
 
 inline int openDescriptors()
 {
-    int count = 0;
-    if (DIR* dir = ::opendir("/proc/self/fd"))
-    {
-        while (::readdir(dir) != nullptr)
-            ++count;
-        ::closedir(dir);
-    }
-    return count;
+    const std::filesystem::directory_iterator descriptors("/proc/self/fd");
+    return int(std::distance(descriptors, std::filesystem::directory_iterator()));
 }
 
+/** A fresh folder for each test, which must close every file it opens. */
 class FileTest : public ::testing::Test
 {
 protected:
-    void SetUp() override
-    {
-        ASSERT_FALSE(tmp_.path().empty());
-        descriptorsBefore_ = openDescriptors();
-    }
-    void TearDown() override
-    {
-        // Every test closes what it opens: no handle may leak.
-        EXPECT_EQ(openDescriptors(), descriptorsBefore_);
-    }
-    std::string at(const std::string& name) const { return tmp_.path() + name; }
-    /**
-     * A read-only file in a folder open to all, so that only the file's own protection stands in
-     * the way.
-     */
-    std::string readOnlyFile(const std::string& name, const std::string& bytes)
-    {
-        const std::string path = at(name);
-        writeAll(path, bytes);
-        EXPECT_EQ(::chmod(path.c_str(), 0444), 0);
-        EXPECT_EQ(::chmod(tmp_.path().c_str(), 0777), 0);
-        return path;
-    }
+    void SetUp() override { descriptorsBefore_ = openDescriptors(); }
+    void TearDown() override { EXPECT_EQ(openDescriptors(), descriptorsBefore_); }
+    /** A name in the folder; at("") is the folder with the trailing '/' of the framework's folder paths. */
+    std::string at(const std::string& name) const { return tmp_.file(name); }
 
-    TempFolder tmp_;
+    testsupport::TempFolder tmp_;
     int descriptorsBefore_ = 0;
+};
+
+/** Builds atoms files byte by byte, in either byte order, without the writer under test. */
+class Builder
+{
+public:
+    explicit Builder(bool bigEndian) : big_(bigEndian) {}
+
+    /** The 12-byte head with the given words. */
+    Builder& head(uint32_t magic = 0x61746D73, uint32_t zero = 0, uint32_t version = 1)
+    {
+        return word(magic).word(zero).word(version);
+    }
+    Builder& word(uint32_t w)
+    {
+        for (int i = 0; i < 4; ++i)
+            bytes_.push_back(char((w >> (big_ ? 24 - 8 * i : 8 * i)) & 0xFF));
+        return *this;
+    }
+    /** An atom of `body`, whose header may say another `size`. */
+    Builder& atom(uint32_t tag, std::string_view body, uint32_t size = UINT32_MAX)
+    {
+        word(tag).word(size == UINT32_MAX ? uint32_t(body.size()) : size).word(0);
+        bytes_.append(body);
+        return *this;
+    }
+    Builder& u32(uint32_t tag, uint32_t value) { return word(tag).word(4).word(0).word(value); }
+    const std::string& bytes() const { return bytes_; }
+
+private:
+    bool big_;
+    std::string bytes_;
+};
+
+/** An atoms file over bytes in memory. The memory file outlives the atoms file that closes it. */
+struct MemoryAtoms
+{
+    explicit MemoryAtoms(std::string content) : bytes(std::move(content))
+    {
+        ram.setBuffer(bytes.data(), uint32_t(bytes.size()));
+    }
+    bool attach() { return atoms.attach(&ram, true); }
+
+    std::string bytes;
+    epiRamFile ram;
+    epiAtomsFile atoms;
 };
 
 } // namespace epitest

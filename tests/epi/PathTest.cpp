@@ -1,57 +1,16 @@
 #include "epi/epiPath.h"
 
-#include "tests/epi/TempFolder.h"
+#include "tests/support/TempFolder.h"
 
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <functional>
+#include <optional>
 #include <string>
-#include <sys/stat.h>
-#include <unistd.h>
-
-namespace
-{
-
-// Sets an environment variable for one test and puts the old value back.
-class ScopedEnv
-{
-public:
-    ScopedEnv(const char* name, const char* value) : name_(name)
-    {
-        const char* old = std::getenv(name);
-        had_ = old != nullptr;
-        if (had_)
-            old_ = old;
-        if (value != nullptr)
-            ::setenv(name, value, 1);
-        else
-            ::unsetenv(name);
-    }
-    ~ScopedEnv()
-    {
-        if (had_)
-            ::setenv(name_, old_.c_str(), 1);
-        else
-            ::unsetenv(name_);
-    }
-    ScopedEnv(const ScopedEnv&) = delete;
-    ScopedEnv& operator=(const ScopedEnv&) = delete;
-
-private:
-    const char* name_;
-    std::string old_;
-    bool had_ = false;
-};
-
-bool isDirectory(const std::string& path)
-{
-    struct stat info;
-    return ::stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
-}
-
-} // namespace
+#include <utility>
 
 // What an edit of a path gives: each row applies one edit to a path and names the result.
 struct PathRow
@@ -95,11 +54,9 @@ TEST(Path, EditsOfFoldersAndNames)
         row.edit(p);
         EXPECT_EQ(p, row.want) << row.path;
     }
-    EXPECT_TRUE(epiPath("/").isFolder());
-    EXPECT_FALSE(epiPath("a/b").isAbsolute());
 }
 
-TEST(PathNative, RelativePathsTakeTheBaseFolder)
+TEST(PathNative, RelativePathsTakeTheBaseFolderAndDrivesMapToVolumes)
 {
     char native[epiPath::kNativeCapacity];
     const epiPath base("/opt/kv3/bin/kv3");
@@ -112,7 +69,6 @@ TEST(PathNative, RelativePathsTakeTheBaseFolder)
 
     const epiPath appFolder("/usr/lib/kv3/");
     epiPath::setDefaultBase(&appFolder);
-    EXPECT_EQ(epiPath::defaultBase(), &appFolder);
     rel.toNative(native);
     EXPECT_STREQ(native, "/usr/lib/kv3/resources/a.xml");
     // An explicit base wins over the default.
@@ -121,106 +77,97 @@ TEST(PathNative, RelativePathsTakeTheBaseFolder)
     epiPath::setDefaultBase(nullptr);
     rel.toNative(native);
     EXPECT_STREQ(native, "resources/a.xml");
-}
 
-TEST(PathNative, DriveLetterNotation)
-{
-    epiPath p;
-    p.fromWindowsNative("C:\\x\\y.wav");
-    EXPECT_EQ(p, "/Volumes/C/x/y.wav");
-    char native[epiPath::kNativeCapacity];
-    p.toWindowsNative(native);
-    EXPECT_STREQ(native, "C:\\x\\y.wav");
-
-    p.fromWindowsNative("D:\\");
-    EXPECT_EQ(p, "/Volumes/D/");
-    p.toWindowsNative(native);
-    EXPECT_STREQ(native, "D:\\");
-
-    p.fromWindowsNative("sub\\file.txt");
-    EXPECT_EQ(p, "sub/file.txt");
-    p.toWindowsNative(native);
-    EXPECT_STREQ(native, "sub\\file.txt");
-
-    const epiPath base("/Volumes/E/prog/");
-    const epiPath rel("res/a.xml");
-    rel.toWindowsNative(native, &base);
+    // Drive-letter notation.
+    for (const auto& [windows, path] :
+         {std::pair{"C:\\x\\y.wav", "/Volumes/C/x/y.wav"}, std::pair{"D:\\", "/Volumes/D/"},
+          std::pair{"sub\\file.txt", "sub/file.txt"}})
+    {
+        epiPath p;
+        p.fromWindowsNative(windows);
+        EXPECT_EQ(p, path);
+        p.toWindowsNative(native);
+        EXPECT_STREQ(native, windows);
+    }
+    const epiPath volume("/Volumes/E/prog/");
+    epiPath("res/a.xml").toWindowsNative(native, &volume);
     EXPECT_STREQ(native, "E:\\prog\\res\\a.xml");
 }
 
-TEST(PathSpecialFolders, UserFoldersFollowTheEnvironment)
+// Each test has its own HOME and XDG_CONFIG_HOME; the old values come back after it.
+class PathSpecialFolders : public ::testing::Test
 {
-    TempFolder tmp;
-    const std::string home = tmp.path() + "home";
-    const std::string config = tmp.path() + "cfg/deep";
-    ASSERT_EQ(::mkdir(home.c_str(), 0755), 0);
-    ScopedEnv homeEnv("HOME", home.c_str());
-    ScopedEnv configEnv("XDG_CONFIG_HOME", config.c_str());
-
-    epiPath p("unchanged");
-    EXPECT_TRUE(p.setSpecialFolder(epiCode("uHom"), false));
-    EXPECT_EQ(p, home + "/");
-    EXPECT_TRUE(p.setSpecialFolder(epiCode("uDoc"), false));
-    EXPECT_EQ(p, home + "/");
-
-    EXPECT_TRUE(p.setSpecialFolder(epiCode("uAps"), false));
-    EXPECT_EQ(p, config + "/");
-    EXPECT_FALSE(isDirectory(config));
-    EXPECT_TRUE(p.setSpecialFolder(epiCode("uPrf"), true));
-    EXPECT_EQ(p, config + "/");
-    EXPECT_TRUE(isDirectory(config));
-
+protected:
+    void SetUp() override
     {
-        // A relative XDG_CONFIG_HOME is ignored in favour of ~/.config.
-        ScopedEnv relative("XDG_CONFIG_HOME", "relative/cfg");
-        EXPECT_TRUE(p.setSpecialFolder(epiCode("uAps"), false));
-        EXPECT_EQ(p, home + "/.config/");
+        for (auto& [name, old] : saved_)
+        {
+            if (const char* value = std::getenv(name))
+                old = value;
+        }
+        ASSERT_TRUE(std::filesystem::create_directory(home_));
+        ::setenv("HOME", home_.c_str(), 1);
+        ::setenv("XDG_CONFIG_HOME", config_.c_str(), 1);
+    }
+    void TearDown() override
+    {
+        for (const auto& [name, old] : saved_)
+            old ? ::setenv(name, old->c_str(), 1) : ::unsetenv(name);
     }
 
+    testsupport::TempFolder tmp_;
+    const std::string home_ = tmp_.file("home");
+    const std::string config_ = tmp_.file("cfg/deep");
+    std::pair<const char*, std::optional<std::string>> saved_[2] = {{"HOME", {}}, {"XDG_CONFIG_HOME", {}}};
+};
+
+TEST_F(PathSpecialFolders, UserFoldersFollowTheEnvironment)
+{
+    epiPath p("unchanged");
+    EXPECT_TRUE(p.setSpecialFolder(epiCode("uHom"), false));
+    EXPECT_EQ(p, home_ + "/");
+    EXPECT_TRUE(p.setSpecialFolder(epiCode("uDoc"), false));
+    EXPECT_EQ(p, home_ + "/");
     EXPECT_TRUE(p.setSpecialFolder(epiCode("sRot"), false));
     EXPECT_EQ(p, "/");
+    // The program's folder: the tests run from the build tree, so it lies inside it.
+    ASSERT_TRUE(p.setSpecialFolder(epiCode("sApp"), false));
+    EXPECT_TRUE(p.isFolder() && p.exists()) << p;
+    if (const char* binary = std::getenv("KV3_BINARY_DIR"))
+    {
+        const epiText prefix(std::filesystem::canonical(binary).string());
+        EXPECT_TRUE(p.startsWith(&prefix)) << p << " is not inside " << prefix;
+    }
+
+    // The folder is made only when asked for.
+    EXPECT_TRUE(p.setSpecialFolder(epiCode("uAps"), false));
+    EXPECT_EQ(p, config_ + "/");
+    EXPECT_FALSE(std::filesystem::is_directory(config_));
+    EXPECT_TRUE(p.setSpecialFolder(epiCode("uPrf"), true));
+    EXPECT_EQ(p, config_ + "/");
+    EXPECT_TRUE(std::filesystem::is_directory(config_));
 
     p = "kept";
     EXPECT_FALSE(p.setSpecialFolder(epiCode("zzzz"), true));
     EXPECT_EQ(p, "kept");
+
+    // A relative XDG_CONFIG_HOME is ignored in favour of ~/.config.
+    ::setenv("XDG_CONFIG_HOME", "relative/cfg", 1);
+    EXPECT_TRUE(p.setSpecialFolder(epiCode("uAps"), false));
+    EXPECT_EQ(p, home_ + "/.config/");
 }
 
-TEST(PathSpecialFolders, DesktopComesFromTheUserDirs)
+TEST_F(PathSpecialFolders, DesktopComesFromTheUserDirs)
 {
-    TempFolder tmp;
-    const std::string home = tmp.path() + "home";
-    const std::string config = tmp.path() + "cfg";
-    ASSERT_EQ(::mkdir(home.c_str(), 0755), 0);
-    ASSERT_EQ(::mkdir(config.c_str(), 0755), 0);
-    ScopedEnv homeEnv("HOME", home.c_str());
-    ScopedEnv configEnv("XDG_CONFIG_HOME", config.c_str());
-
     epiPath p;
     EXPECT_TRUE(p.setSpecialFolder(epiCode("uDes"), false));
-    EXPECT_EQ(p, home + "/Desktop/");
+    EXPECT_EQ(p, home_ + "/Desktop/");
 
-    std::ofstream(config + "/user-dirs.dirs") << "# written by a test\n"
-                                                 "XDG_DOCUMENTS_DIR=\"$HOME/Docs\"\n"
-                                                 "XDG_DESKTOP_DIR=\"$HOME/Schreibtisch\"\n";
+    ASSERT_TRUE(std::filesystem::create_directories(config_));
+    std::ofstream(config_ + "/user-dirs.dirs") << "# written by a test\n"
+                                                  "XDG_DOCUMENTS_DIR=\"$HOME/Docs\"\n"
+                                                  "XDG_DESKTOP_DIR=\"$HOME/Schreibtisch\"\n";
     EXPECT_TRUE(p.setSpecialFolder(epiCode("uDes"), true));
-    EXPECT_EQ(p, home + "/Schreibtisch/");
-    EXPECT_TRUE(isDirectory(home + "/Schreibtisch"));
-}
-
-TEST(PathSpecialFolders, ProgramFolderHoldsThisProgram)
-{
-    epiPath p;
-    ASSERT_TRUE(p.setSpecialFolder(epiCode("sApp"), false));
-    EXPECT_TRUE(p.isAbsolute());
-    EXPECT_TRUE(p.isFolder());
-    EXPECT_TRUE(p.exists());
-    // The tests run from the build tree: the program's folder lies inside it.
-    if (const char* binary = std::getenv("KV3_BINARY_DIR"))
-    {
-        char* resolved = ::realpath(binary, nullptr);
-        ASSERT_NE(resolved, nullptr);
-        const epiText prefix(resolved);
-        std::free(resolved);
-        EXPECT_TRUE(p.startsWith(&prefix)) << p << " is not inside " << prefix;
-    }
+    EXPECT_EQ(p, home_ + "/Schreibtisch/");
+    EXPECT_TRUE(std::filesystem::is_directory(home_ + "/Schreibtisch"));
 }

@@ -5,7 +5,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <filesystem>
 #include <string>
 
@@ -14,6 +13,7 @@ namespace
 
 namespace fs = std::filesystem;
 using epitest::readAll;
+using testsupport::TempFolder;
 
 const std::string kTree = EPI_TEST_TREE;
 const std::string kPack = EPI_TEST_PACK;
@@ -25,17 +25,6 @@ enum class Medium
     Linked
 };
 
-std::string linkedBytes(int32_t id)
-{
-    const void* data = nullptr;
-    uint32_t size = 0;
-    char name[16];
-    std::snprintf(name, sizeof name, "#%d", int(id));
-    if (!epiLinkedResources::find(name, &data, &size))
-        return {};
-    return std::string(static_cast<const char*>(data), size);
-}
-
 // The same tree as a folder (a copy, so that writes are free), as the pack file, and as the pack
 // linked into this program: every medium must give the same answers.
 class ResourcesOnEveryMedium : public ::testing::TestWithParam<Medium>
@@ -45,8 +34,8 @@ protected:
     {
         if (GetParam() == Medium::Folder)
         {
-            fs::copy(kTree, temp.path() + "res.frs", fs::copy_options::recursive);
-            ASSERT_TRUE(resources.openPathChars((temp.path() + "res.frs").c_str()));
+            fs::copy(kTree, temp.file("res.frs"), fs::copy_options::recursive);
+            ASSERT_TRUE(resources.openPathChars(temp.file("res.frs").c_str()));
         }
         else if (GetParam() == Medium::PackFile)
             ASSERT_TRUE(resources.openPathChars(kPack.c_str()));
@@ -65,54 +54,41 @@ protected:
     epiResources resources;
 };
 
-TEST_P(ResourcesOnEveryMedium, ReadsByKindAndAsPlainPath)
+TEST_P(ResourcesOnEveryMedium, ReadsListsFindsAndWritesTheSameTree)
 {
     const std::string main = readAll(kTree + "/layouts/main.xml");
     EXPECT_EQ(read("main.xml", epiCode("laya")), main);
     // A kind outside the table leaves the name as a path from the root.
     EXPECT_EQ(read("layouts/main.xml", epiCode("zzzz")), main);
     EXPECT_EQ(read("empty.txt", epiCode("text")), "");
-    epiText missing = "kept";
-    EXPECT_FALSE(resources.readTextChars("main.xml", epiCode("text"), missing));
-}
+    epiText text = "kept";
+    EXPECT_FALSE(resources.readTextChars("main.xml", epiCode("text"), text));
 
-TEST_P(ResourcesOnEveryMedium, ListsOneFolderOrTheWholeTree)
-{
-    epiText flat;
-    epiText deep;
-    ASSERT_TRUE(resources.listKind(epiCode("fnts"), flat, false));
-    ASSERT_TRUE(resources.listKind(epiCode("fnts"), deep, true));
-    EXPECT_EQ(flat, "a.png\r\n");
-    EXPECT_NE(deep.find("a.png\r\n"), std::string::npos);
-    EXPECT_NE(deep.find("sub/b.png\r\n"), std::string::npos);
-}
+    // One folder of a kind, or the whole tree under it; lists append.
+    text.clear();
+    ASSERT_TRUE(resources.listKind(epiCode("fnts"), text, false));
+    EXPECT_EQ(text, "a.png\r\n");
+    ASSERT_TRUE(resources.listKind(epiCode("fnts"), text, true));
+    EXPECT_NE(text.find("a.png\r\n"), std::string::npos);
+    EXPECT_NE(text.find("sub/b.png\r\n"), std::string::npos);
 
-TEST_P(ResourcesOnEveryMedium, FindsByInternalNameAndReadsLayoutSizes)
-{
-    epiText name;
-    EXPECT_TRUE(resources.findByInternalName(epiCode("laya"), epiCode("NoSz"), name));
-    EXPECT_EQ(name, "nosize.xml");
-    EXPECT_TRUE(resources.findByInternalName(epiCode("menu"), epiCode("Bar "), name));
-    EXPECT_EQ(name, "bar.xml");
-    EXPECT_FALSE(resources.findByInternalName(epiCode("laya"), epiCode("Bar "), name));
+    EXPECT_TRUE(resources.findByInternalName(epiCode("laya"), epiCode("NoSz"), text));
+    EXPECT_EQ(text, "nosize.xml");
+    EXPECT_TRUE(resources.findByInternalName(epiCode("menu"), epiCode("Bar "), text));
+    EXPECT_EQ(text, "bar.xml");
+    EXPECT_FALSE(resources.findByInternalName(epiCode("laya"), epiCode("Bar "), text));
 
     epiPoint size(-1, -1);
-    const epiText main = "main.xml";
-    const epiText noSize = "nosize.xml";
-    const epiText none = "none.xml";
-    EXPECT_TRUE(resources.layoutSize(&main, size));
-    EXPECT_EQ(size, epiPoint(640, 480));
-    size = epiPoint(-1, -1);
-    EXPECT_FALSE(resources.layoutSize(&noSize, size));
-    EXPECT_FALSE(resources.layoutSize(&none, size));
+    const epiText names[] = {"nosize.xml", "none.xml", "main.xml", "about.txt"};
+    EXPECT_FALSE(resources.layoutSize(&names[0], size));
+    EXPECT_FALSE(resources.layoutSize(&names[1], size));
     EXPECT_EQ(size, epiPoint(-1, -1));
-}
+    EXPECT_TRUE(resources.layoutSize(&names[2], size));
+    EXPECT_EQ(size, epiPoint(640, 480));
 
-TEST_P(ResourcesOnEveryMedium, WritesGoToFoldersOnlyAndPacksKeepTheirBytes)
-{
-    const epiText name = "about.txt";
-    const epiText data = "changed";
-    EXPECT_TRUE(resources.writeText(&name, epiCode("text"), &data));
+    // Writes go to folders only; packs keep their bytes.
+    text = "changed";
+    EXPECT_TRUE(resources.writeText(&names[3], epiCode("text"), &text));
     EXPECT_EQ(read("about.txt", epiCode("text")), GetParam() == Medium::Folder ? "changed" : "about");
 }
 
@@ -122,10 +98,10 @@ INSTANTIATE_TEST_SUITE_P(Media, ResourcesOnEveryMedium,
 TEST(ResourcesOpen, TheExtensionChoosesTheMediumIgnoringCase)
 {
     TempFolder temp;
-    fs::copy(kTree, temp.path() + "upper.FRS", fs::copy_options::recursive);
-    fs::create_directory(temp.path() + "unmarked.frs");
-    fs::copy_file(kPack, temp.path() + "pack.PRS");
-    fs::copy_file(kPack, temp.path() + "pack.bin");
+    fs::copy(kTree, temp.file("upper.FRS"), fs::copy_options::recursive);
+    fs::create_directory(temp.file("unmarked.frs"));
+    fs::copy_file(kPack, temp.file("pack.PRS"));
+    fs::copy_file(kPack, temp.file("pack.bin"));
 
     struct Row
     {
@@ -138,7 +114,7 @@ TEST(ResourcesOpen, TheExtensionChoosesTheMediumIgnoringCase)
           Row{"pack.bin", false, false}, Row{"missing.prs", false, false}})
     {
         epiResources resources;
-        EXPECT_EQ(resources.openPathChars((temp.path() + row.name).c_str()), row.opens) << row.name;
+        EXPECT_EQ(resources.openPathChars(temp.file(row.name).c_str()), row.opens) << row.name;
         EXPECT_EQ(resources.isFolderMedia(), row.folder) << row.name;
         EXPECT_EQ(resources.media() != nullptr, row.opens) << row.name;
     }
@@ -148,9 +124,7 @@ TEST(ResourcesOpen, NothingReadsWithoutAMedium)
 {
     epiResources resources;
     epiText text;
-    EXPECT_FALSE(resources.readTextChars("main.xml", epiCode("laya"), text));
     ASSERT_TRUE(resources.openNative(0, nullptr));
-    EXPECT_TRUE(resources.readTextChars("main.xml", epiCode("laya"), text));
     resources.closeMedia();
     EXPECT_FALSE(resources.readTextChars("main.xml", epiCode("laya"), text));
     // A failed open leaves no medium behind, not even the one before.
@@ -159,34 +133,25 @@ TEST(ResourcesOpen, NothingReadsWithoutAMedium)
     EXPECT_EQ(resources.media(), nullptr);
 }
 
-TEST(ResourcesLinked, TheLinkedBytesAreThePackFile)
+TEST(ResourcesLinked, TheLinkedBytesAreThePackFileWithTheGeneratedFile)
 {
-    const std::string bytes = linkedBytes(epiLinkedResources::kProgramPackId);
-    ASSERT_FALSE(bytes.empty());
-    EXPECT_TRUE(bytes == readAll(kPack));
-
-    // The generated file went into the pack with the tree's own.
+    const void* data = nullptr;
+    uint32_t size = 0;
+    ASSERT_TRUE(epiLinkedResources::find("#22000", &data, &size));
+    EXPECT_TRUE(std::string(static_cast<const char*>(data), size) == readAll(kPack));
     epiResMediaNativePack linked;
     ASSERT_TRUE(linked.openId(22000, nullptr));
     epiFileDump generated;
     ASSERT_TRUE(linked.read(epiText("aux/generated.txt"), generated));
     EXPECT_EQ(std::string(reinterpret_cast<const char*>(generated.data()), generated.size()),
               "made by the build\n");
-}
 
-TEST(ResourcesLinked, OnlyLinkedIdsOpen)
-{
-    epiResMediaNativePack medium;
-    EXPECT_FALSE(medium.openId(22001, nullptr));
-    // Another module has no linked ranges.
+    // Only linked ids of this program open.
+    EXPECT_FALSE(linked.openId(22001, nullptr));
     int module = 0;
-    EXPECT_FALSE(medium.openId(22000, &module));
+    EXPECT_FALSE(linked.openId(22000, &module));
     for (const char* name : {"#", "22000", "#22000x", "#-", ""})
-    {
-        const void* data = nullptr;
-        uint32_t size = 0;
         EXPECT_FALSE(epiLinkedResources::find(name, &data, &size)) << name;
-    }
 }
 
 // The search runs from the application's folder: the linked pack first, then beside the program
@@ -194,7 +159,8 @@ TEST(ResourcesLinked, OnlyLinkedIdsOpen)
 TEST(ResourcesSearch, TakesTheFirstMediumInOrder)
 {
     TempFolder temp;
-    const std::string app = temp.path() + "bin/";
+    const std::string root = temp.file("");
+    const std::string app = root + "bin/";
     fs::create_directories(app);
     const epiPath appPath((app + "Korvalind3Host").c_str());
     epiPath::setDefaultBase(&appPath);
@@ -204,8 +170,8 @@ TEST(ResourcesSearch, TakesTheFirstMediumInOrder)
 
     fs::copy(kTree, app + "Korvalind3Host.frs", fs::copy_options::recursive);
     fs::copy_file(kPack, app + "Korvalind3Host.prs");
-    fs::create_directories(temp.path() + "Resources");
-    fs::copy_file(kPack, temp.path() + "Resources/Korvalind3Host.prs");
+    fs::create_directories(root + "Resources");
+    fs::copy_file(kPack, root + "Resources/Korvalind3Host.prs");
     fs::create_directories(app + "Korvalind3Host.app/Contents/Resources");
     fs::copy(kTree, app + "Korvalind3Host.app/Contents/Resources/Host.frs", fs::copy_options::recursive);
 
@@ -226,11 +192,11 @@ TEST(ResourcesSearch, TakesTheFirstMediumInOrder)
                            Row{nullptr, "bin/Korvalind3Host.prs", "bin/../Resources/Korvalind3Host.prs"}})
     {
         if (row.removeFirst != nullptr)
-            fs::remove(temp.path() + row.removeFirst);
+            fs::remove(root + row.removeFirst);
         ASSERT_TRUE(resources.openSearch("Korvalind3Host", row.fileName)) << row.expectedRoot;
-        EXPECT_EQ(resources.media()->rootPathRef()->toNativeText(), temp.path() + row.expectedRoot);
+        EXPECT_EQ(resources.media()->rootPathRef()->toNativeText(), root + row.expectedRoot);
     }
-    fs::remove(temp.path() + "Resources/Korvalind3Host.prs");
+    fs::remove(root + "Resources/Korvalind3Host.prs");
     EXPECT_FALSE(resources.openSearch("Korvalind3Host", nullptr));
 
     epiLinkedResources::add(epiLinkedResources::kProgramPackId, linked, linkedSize);
