@@ -87,6 +87,20 @@ float music(int64_t frame, int32_t channel, int32_t rate)
                               (0.5 * std::sin(2.0 * M_PI * f1 * t) + 0.25 * std::sin(2.0 * M_PI * f2 * t)));
 }
 
+bool writeMusic(const std::string& path, int format, int32_t channels, int32_t rate, int64_t frames)
+{
+    return writeSignal(path, format, channels, rate, frames,
+                       [rate](int64_t i, int32_t c) { return music(i, c, rate); });
+}
+
+std::vector<float> musicChannel(int32_t channel, int32_t rate, int64_t frames)
+{
+    std::vector<float> samples(static_cast<size_t>(frames));
+    for (int64_t i = 0; i < frames; ++i)
+        samples[static_cast<size_t>(i)] = music(i, channel, rate);
+    return samples;
+}
+
 bool encode(const std::string& wav, const std::string& out, const std::string& codec,
             const std::string& extra)
 {

@@ -33,6 +33,10 @@ bool writeSignal(const std::string& path, int format, int32_t channels, int32_t 
 
 /** A signal with structure at every scale: two sines per channel, below full scale. */
 float music(int64_t frame, int32_t channel, int32_t rate);
+/** Writes `frames` of the music as a file of floats (or of the format's own samples). */
+bool writeMusic(const std::string& path, int format, int32_t channels, int32_t rate, int64_t frames);
+/** One channel of the music, frames [0, frames). */
+std::vector<float> musicChannel(int32_t channel, int32_t rate, int64_t frames);
 
 /** Encodes a WAV file with the ffmpeg command line; codec "libmp3lame" or "aac". */
 bool encode(const std::string& wav, const std::string& out, const std::string& codec,
