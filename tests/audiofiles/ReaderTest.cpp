@@ -14,6 +14,7 @@
 #include <sndfile.h>
 
 using testfiles::staircase;
+using testfiles::wrongFrames;
 
 namespace
 {
@@ -46,16 +47,6 @@ void fillWith(AudioBuffer& buffer, int64_t frames, int32_t channels, float value
     buffer.position = position;
     for (int32_t c = 0; c < channels; ++c)
         std::fill(buffer.channel[c], buffer.channel[c] + frames, value);
-}
-
-/** The samples of a block that differ from the staircase at its position. */
-int64_t wrongFrames(const AudioBuffer& block, int32_t channels)
-{
-    int64_t wrong = 0;
-    for (int32_t c = 0; c < channels; ++c)
-        for (int64_t i = 0; i < block.frames; ++i)
-            wrong += block.channel[c][i] != staircase(block.position + i, c);
-    return wrong;
 }
 
 /** Reads a whole file sequentially in blocks of varying size, as a track would. */

@@ -11,7 +11,7 @@
 #include <sndfile.h>
 #include <thread>
 
-using testfiles::staircase;
+using testfiles::wrongFrames;
 using Clock = std::chrono::steady_clock;
 
 namespace
@@ -30,16 +30,6 @@ constexpr bool kUnderThreadSanitizer = false;
 #endif
 
 constexpr int32_t kRate = 48000;
-
-/** The frames of a block that differ from the staircase at its position. */
-int64_t wrongFrames(const AudioData& block, int32_t channels)
-{
-    int64_t wrong = 0;
-    for (int64_t i = 0; i < block.frames; ++i)
-        for (int32_t c = 0; c < channels; ++c)
-            wrong += block.channel[c][i] != staircase(block.position + i, c) ? 1 : 0;
-    return wrong;
-}
 
 bool allSilent(const AudioData& block)
 {
@@ -127,14 +117,6 @@ TEST_F(StreamingTest, AJumpGivesSilenceUntilTheDiskThreadHasRefilled)
         ASSERT_EQ(wrongFrames(block_, 2), 0) << at;
         std::this_thread::sleep_for(std::chrono::microseconds(200));
     }
-
-    // A second jump, to a stretch no buffer has held.
-    const int64_t back = 12 * kRate;
-    EXPECT_TRUE(readAt(file, block_, back, 1024));
-    EXPECT_TRUE(file.underrun());
-    EXPECT_TRUE(allSilent(block_));
-    ASSERT_GE(playUntilData(file, block_, back + 1024, 1024), 0);
-    EXPECT_EQ(wrongFrames(block_, 2), 0);
 }
 
 TEST_F(StreamingTest, ALongFileReadsInSequenceWithoutUnderrunAfterTheFirstRefill)
@@ -208,35 +190,26 @@ TEST_F(StreamingTest, AFileShorterThanOneBlockWrapsAtItsEnd)
         ASSERT_EQ(mono.channel[0][i], 0.0f);
 }
 
-TEST_F(StreamingTest, ProvideHandsOutTheSameFramesAsRead)
+// After prepare, blocks up to its size, smaller ones between them included, are handed out from one
+// buffer: nothing is allocated on the audio thread.
+TEST_F(StreamingTest, ProvideHandsOutTheFramesFromOneBuffer)
 {
     AudioFileStreaming file;
     ASSERT_TRUE(file.open(path_));
     const int64_t at = playUntilData(file, block_, 5000, 512);
     ASSERT_GE(at, 0);
-    AudioData request;
-    request.channels = 2;
-    request.position = at + 512;
-    request.frames = 512;
-    ASSERT_TRUE(file.provide(request));
-    EXPECT_FALSE(file.underrun());
-    EXPECT_EQ(request.position, at + 512);
-    EXPECT_EQ(wrongFrames(request, 2), 0);
-
-    // After prepare, blocks up to its size, smaller ones between them included, reuse one buffer:
-    // nothing is allocated on the audio thread.
     file.prepare(48000, 1024);
     std::vector<const float*> arrays;
     for (const int64_t frames : {1024, 100, 1024, 512})
     {
-        AudioData again;
-        again.channels = 2;
-        again.position = at + 1024;
-        again.frames = frames;
-        ASSERT_TRUE(file.provide(again));
+        AudioData request;
+        request.channels = 2;
+        request.position = at + 512;
+        request.frames = frames;
+        ASSERT_TRUE(file.provide(request));
         EXPECT_FALSE(file.underrun());
-        EXPECT_EQ(wrongFrames(again, 2), 0);
-        arrays.push_back(again.channel[0]);
+        EXPECT_EQ(wrongFrames(request, 2), 0);
+        arrays.push_back(request.channel[0]);
     }
     EXPECT_EQ(std::count(arrays.begin(), arrays.end(), arrays.front()), 4);
 }
@@ -245,8 +218,7 @@ TEST_F(StreamingTest, CloseReturnsPromptlyFromAnyState)
 {
     // A compressed file makes the disk thread's reads slow enough to be caught in one.
     const std::string wav = dir_.file("src.wav");
-    ASSERT_TRUE(testfiles::writeSignal(wav, SF_FORMAT_WAV | SF_FORMAT_FLOAT, 2, 44100, 44100 * 20,
-                                       [](int64_t i, int32_t c) { return testfiles::music(i, c, 44100); }));
+    ASSERT_TRUE(testfiles::writeMusic(wav, SF_FORMAT_WAV | SF_FORMAT_FLOAT, 2, 44100, 44100 * 20));
     const std::string mp3 = dir_.file("slow.mp3");
     ASSERT_TRUE(testfiles::encode(wav, mp3, "libmp3lame"));
     const double limit = kUnderThreadSanitizer ? 3.0 : 0.5;
@@ -275,8 +247,6 @@ TEST_F(StreamingTest, CloseReturnsPromptlyFromAnyState)
         readAt(file, block_, 10 * 44100, 1024);
         std::this_thread::sleep_for(std::chrono::milliseconds(2));
         EXPECT_LT(secondsToClose(file), limit);
-        // Twice.
-        EXPECT_LT(secondsToClose(file), limit);
         // And by destruction, reopened.
         ASSERT_TRUE(file.open(path));
     }
@@ -287,11 +257,11 @@ TEST_F(StreamingTest, FilesThatCantBeStreamedFailToOpen)
     const std::string empty = dir_.file("empty.wav");
     ASSERT_TRUE(testfiles::writeStaircase(empty, SF_FORMAT_WAV | SF_FORMAT_PCM_16, 2, kRate, 0));
     AudioFileStreaming file;
-    EXPECT_FALSE(file.open(empty));
-    EXPECT_FALSE(file.opened());
-    EXPECT_FALSE(file.read(block_));
-    EXPECT_FALSE(file.open(dir_.file("missing.wav")));
-    EXPECT_FALSE(file.opened());
+    for (const std::string& path : {empty, dir_.file("missing.wav")})
+    {
+        EXPECT_FALSE(file.open(path));
+        EXPECT_FALSE(file.read(block_));
+    }
     // Still usable for a good file afterwards.
     ASSERT_TRUE(file.open(path_));
     ASSERT_GE(playUntilData(file, block_, 100, 1024), 0);

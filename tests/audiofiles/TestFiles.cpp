@@ -21,6 +21,15 @@ float staircase(int64_t frame, int32_t channel)
     return static_cast<float>(staircaseStep(frame, channel)) / 128.0f;
 }
 
+int64_t wrongFrames(const AudioData& block, int32_t channels)
+{
+    int64_t wrong = 0;
+    for (int32_t c = 0; c < channels; ++c)
+        for (int64_t i = 0; i < block.frames; ++i)
+            wrong += block.channel[c][i] != staircase(block.position + i, c);
+    return wrong;
+}
+
 bool writeStaircase(const std::string& path, int format, int32_t channels, int32_t rate, int64_t frames)
 {
     SF_INFO info{};

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "engine/graph/AudioData.h"
 #include "tests/support/TempFolder.h"
 
 #include <cstdint>
@@ -19,6 +20,8 @@ using TempDir = testsupport::TempFolder;
  */
 int32_t staircaseStep(int64_t frame, int32_t channel);
 float staircase(int64_t frame, int32_t channel);
+/** The samples of the first `channels` channels of a block that differ from the staircase at its position. */
+int64_t wrongFrames(const AudioData& block, int32_t channels);
 
 /**
  * Writes a file with libsndfile itself: the staircase, through libsndfile's integer interface so
