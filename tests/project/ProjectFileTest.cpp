@@ -12,7 +12,6 @@
 #include <filesystem>
 #include <fstream>
 #include <limits>
-#include <random>
 #include <string>
 
 namespace fs = std::filesystem;
@@ -99,22 +98,8 @@ FileBytes expectedSmallProject(const std::string& folder)
     {
         projecttest::plainTrack(f, -1);
     }
-    f.text("wdir", folder)
-        .text("exfn", "out.wav")
-        .i32("masv", 870)
-        .byte("ckEn", 1)
-        .f32("meTe", 96.5f)
-        .i32("meSn", 3)
-        .i32("meSd", 4)
-        .i32("mevo", 80)
-        .byte("telk", 1)
-        .text("rpat", folder)
-        .i32("sara", 44100)
-        .byte("loen", 1)
-        .i32("lost", 1000)
-        .i32("loso", 88200)
-        .f32("mate", 2.0f)
-        .f32("inga", 6.0f);
+    projecttest::sessionUpToRatio(f, folder, 96.5f);
+    f.f32("inga", 6.0f);
     return f;
 }
 
@@ -151,16 +136,9 @@ TEST_F(ProjectFile, SavedLayoutMatchesTheHandBuiltFileAtomForAtom)
     t.mute = true;
     const uint8_t state[] = {0xDE, 0xAD, 0xBE, 0xEF, 0x01};
     t.effectState.copyBytes(state, sizeof(state));
-    doc.workFolder = folder();
-    doc.exportName = "out.wav";
-    doc.clickEnabled = true;
+    doc.workFolder = folder() + "takes/";
     doc.clickTempo = 96.5f;
-    doc.clickNumerator = 3;
-    doc.clickVolume = 80;
-    doc.loopEnabled = true;
-    doc.loopStart = 1000;
-    doc.loopEnd = 88200;
-    doc.speedRatio = 2.0f;
+    doc.clickVolume = 100;
 
     // The extension is forced to kv3h.
     ASSERT_TRUE(doc.save(epiPath(folder() + "small.project")));
@@ -341,62 +319,41 @@ TEST_F(ProjectFile, FailedSaveKeepsTheOldFileAndTheDocumentsPath)
     EXPECT_EQ(projecttest::readAll(folder() + "keep.kv3h"), good);
 }
 
-// Every cut of a full file, then random bytes overwritten: at least four tracks and a usable tempo.
-TEST_F(ProjectFile, TruncatedOrCorruptedFilesNeverBreakTheLoader)
+// Every cut of a full file: at least four tracks, a usable tempo, and only what was saved.
+TEST_F(ProjectFile, EveryTruncationLoadsAPartialProject)
 {
     Document doc;
     fillEverything(doc, folder());
     ASSERT_TRUE(doc.save(epiPath(folder() + "full.kv3h")));
     const std::vector<uint8_t> full = projecttest::readAll(folder() + "full.kv3h");
-    const std::string bad = folder() + "bad.kv3h";
-    auto load = [&](const std::vector<uint8_t>& bytes, size_t length, Document& back)
-    {
-        {
-            std::ofstream out(bad, std::ios::binary | std::ios::trunc);
-            out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(length));
-        }
-        const bool ok = back.load(epiPath(bad));
-        EXPECT_GE(back.tracks.size(), 4u) << length;
-        EXPECT_GE(back.clickTempo, 60.0f) << length;
-        return ok;
-    };
+    const std::string cut = folder() + "cut.kv3h";
     size_t successes = 0;
     for (size_t length = 0; length < full.size(); ++length)
     {
+        {
+            std::ofstream out(cut, std::ios::binary | std::ios::trunc);
+            out.write(reinterpret_cast<const char*>(full.data()), static_cast<std::streamsize>(length));
+        }
         Document back;
-        successes += load(full, length, back) ? 1 : 0;
+        successes += back.load(epiPath(cut)) ? 1 : 0;
+        ASSERT_GE(back.tracks.size(), 4u) << length;
+        ASSERT_GE(back.clickTempo, 60.0f) << length;
         // Whatever was read before the cut is what was saved.
         ASSERT_LE(back.elements.size(), doc.elements.size()) << length;
         for (size_t i = 0; i < back.elements.size(); ++i)
         {
-            if (back.elements[i]->id != -1)
-            {
-                ASSERT_EQ(back.elements[i]->id, doc.elements[i]->id) << length;
-            }
+            ASSERT_TRUE(back.elements[i]->id == -1 || back.elements[i]->id == doc.elements[i]->id) << length;
         }
     }
     // Only a file cut inside the optional input gain (or not at all) reads completely.
     EXPECT_EQ(successes, 16u);
-
-    std::mt19937 random(1234);
-    for (int round = 0; round < 400; ++round)
-    {
-        std::vector<uint8_t> bytes = full;
-        for (int k = 0; k < 1 + static_cast<int>(random() % 8); ++k)
-        {
-            bytes[random() % bytes.size()] = static_cast<uint8_t>(random());
-        }
-        Document back;
-        load(bytes, bytes.size(), back);
-        // A damaged count can't make the loader invent more records than the file has room for.
-        ASSERT_LE(back.elements.size(), bytes.size() / 36) << round;
-        ASSERT_LE(back.tracks.size(), std::max<size_t>(4, bytes.size() / 180)) << round;
-    }
 }
 
 TEST_F(ProjectFile, DemoSessionCopiedElsewherePlaysTheCopiedAudio)
 {
-    const fs::path demo = fs::path(std::getenv("KV3_SOURCE_DIR")) / "resources" / "demo";
+    const char* source = std::getenv("KV3_SOURCE_DIR");
+    ASSERT_NE(source, nullptr);
+    const fs::path demo = fs::path(source) / "resources" / "demo";
     for (const char* name : {"demo.kv3h", "demo_bass.flac", "demo_chords.flac"})
     {
         fs::copy_file(demo / name, root_ / name);
