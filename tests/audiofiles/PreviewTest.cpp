@@ -107,25 +107,6 @@ TEST_F(PreviewTest, TheThreadReducesAFileToItsOverview)
     EXPECT_FALSE(preview.isRunning());
 }
 
-TEST_F(PreviewTest, AFileOfAnotherRateIsReducedAtTheCachesRate)
-{
-    const std::string path = dir_.file("at48.wav");
-    ASSERT_TRUE(testfiles::writeSignal(path, SF_FORMAT_WAV | SF_FORMAT_FLOAT, 1, 48000, 96000,
-                                       [](int64_t i, int32_t) { return i % 1000 < 500 ? 0.9f : -0.3f; }));
-    AudioPreview preview;
-    ASSERT_TRUE(preview.open(path, 24000));
-    preview.start();
-    ASSERT_TRUE(waitFinished(preview));
-    preview.stop();
-    // Half the rate: the 1000-frame square wave has a period of 500 output frames.
-    const auto high = static_cast<int8_t>(AudioPreview::shape(0.9f) * 127.0f);
-    const auto low = static_cast<int8_t>(AudioPreview::shape(-0.3f) * 127.0f);
-    EXPECT_EQ(preview.minimum(0), high);
-    EXPECT_EQ(preview.maximum(9), low);
-    EXPECT_EQ(preview.maximum(7), high); // frames 224..255 still in the first half period
-    EXPECT_EQ(preview.minimum(7), low);
-}
-
 TEST_F(PreviewTest, TheCacheKeepsOneOverviewPerFileAndRunsOneAtATime)
 {
     std::vector<std::string> paths;

@@ -30,7 +30,13 @@ int64_t wrongFrames(const AudioData& block, int32_t channels)
     return wrong;
 }
 
-bool writeStaircase(const std::string& path, int format, int32_t channels, int32_t rate, int64_t frames)
+namespace
+{
+
+/** Writes a file with libsndfile in blocks, sample(frame, channel) by sample, through `write`. */
+template <typename Sample, typename Write>
+bool writeBlocks(const std::string& path, int format, int32_t channels, int32_t rate, int64_t frames,
+                 const std::function<Sample(int64_t, int32_t)>& sample, Write write)
 {
     SF_INFO info{};
     info.channels = channels;
@@ -39,50 +45,38 @@ bool writeStaircase(const std::string& path, int format, int32_t channels, int32
     SNDFILE* file = sf_open(path.c_str(), SFM_WRITE, &info);
     if (!file)
         return false;
-    // Integers for PCM, where libsndfile shifts them exactly; floats for the float formats, whose
-    // integer path scales by a factor that is not a power of two.
-    const int subformat = format & SF_FORMAT_SUBMASK;
-    if (subformat == SF_FORMAT_FLOAT || subformat == SF_FORMAT_DOUBLE)
-    {
-        sf_close(file);
-        return writeSignal(path, format, channels, rate, frames, staircase);
-    }
-    std::vector<int> block(static_cast<size_t>(4096 * channels));
+    std::vector<Sample> block(static_cast<size_t>(4096 * channels));
     bool good = true;
     for (int64_t at = 0; at < frames && good; at += 4096)
     {
         const int64_t count = std::min<int64_t>(4096, frames - at);
         for (int64_t i = 0; i < count; ++i)
             for (int32_t c = 0; c < channels; ++c)
-                block[static_cast<size_t>(i * channels + c)] = staircaseStep(at + i, c) * (1 << 24);
-        good = sf_writef_int(file, block.data(), count) == count;
+                block[static_cast<size_t>(i * channels + c)] = sample(at + i, c);
+        good = write(file, block.data(), count) == count;
     }
     sf_close(file);
     return good;
 }
 
+} // namespace
+
+bool writeStaircase(const std::string& path, int format, int32_t channels, int32_t rate, int64_t frames)
+{
+    // Integers for PCM, where libsndfile shifts them exactly; floats for the float formats, whose
+    // integer path scales by a factor that is not a power of two.
+    const int subformat = format & SF_FORMAT_SUBMASK;
+    if (subformat == SF_FORMAT_FLOAT || subformat == SF_FORMAT_DOUBLE)
+        return writeSignal(path, format, channels, rate, frames, staircase);
+    return writeBlocks<int>(
+        path, format, channels, rate, frames,
+        [](int64_t i, int32_t c) { return staircaseStep(i, c) * (1 << 24); }, sf_writef_int);
+}
+
 bool writeSignal(const std::string& path, int format, int32_t channels, int32_t rate, int64_t frames,
                  const std::function<float(int64_t, int32_t)>& signal)
 {
-    SF_INFO info{};
-    info.channels = channels;
-    info.samplerate = rate;
-    info.format = format;
-    SNDFILE* file = sf_open(path.c_str(), SFM_WRITE, &info);
-    if (!file)
-        return false;
-    std::vector<float> block(static_cast<size_t>(4096 * channels));
-    bool good = true;
-    for (int64_t at = 0; at < frames && good; at += 4096)
-    {
-        const int64_t count = std::min<int64_t>(4096, frames - at);
-        for (int64_t i = 0; i < count; ++i)
-            for (int32_t c = 0; c < channels; ++c)
-                block[static_cast<size_t>(i * channels + c)] = signal(at + i, c);
-        good = sf_writef_float(file, block.data(), count) == count;
-    }
-    sf_close(file);
-    return good;
+    return writeBlocks<float>(path, format, channels, rate, frames, signal, sf_writef_float);
 }
 
 float music(int64_t frame, int32_t channel, int32_t rate)
