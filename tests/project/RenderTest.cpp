@@ -171,6 +171,7 @@ TEST_F(RenderRig, FreezeAndUnfreezeThroughTheProgramSaveTheProject)
 TEST_F(RenderRig, TracksGoIntoTheEngineAndComeBack)
 {
     ASSERT_TRUE(writeAudio(file("a.wav"), 44100, 44100, 300.0));
+    ASSERT_TRUE(writeAudio(file("b.wav"), 44100, 44100, 300.0));
     Document doc;
     doc.tracks[1]->elementId = doc.addElement(epiPath(file("a.wav")));
     DocumentTrack& t = *doc.tracks[1];
@@ -183,10 +184,11 @@ TEST_F(RenderRig, TracksGoIntoTheEngineAndComeBack)
     t.input = 1;
     t.effectEnabled = true;
     t.effectLoaded = true;
+    // Before, applying a track that was not frozen but kept a frozen path deleted the file at that path.
+    t.frozenPath = file("b.wav");
     Engine engine;
     doc.applyAll(engine.manager);
-    EXPECT_FLOAT_EQ(engine.manager.mixerInput(1).pan(), 0.25f);
-    EXPECT_FLOAT_EQ(engine.manager.track(1).pitch(), 2.0f);
+    EXPECT_TRUE(fs::exists(file("b.wav")));
     EXPECT_EQ(engine.manager.trackNode(1).filePath(), file("a.wav"));
     // A second at three quarter speed lasts 58800 frames.
     EXPECT_EQ(engine.manager.trackLength(1), 58800);
@@ -200,8 +202,9 @@ TEST_F(RenderRig, TracksGoIntoTheEngineAndComeBack)
     EXPECT_FLOAT_EQ(b.pitch, 2.0f);
     EXPECT_TRUE(b.solo && b.mute && b.effectEnabled && b.effectLoaded);
     EXPECT_EQ(b.input, 1);
+    EXPECT_TRUE(b.frozenPath.empty());
     EXPECT_TRUE(back.tracks[0]->armed);
-    EXPECT_FALSE(back.tracks[1]->armed);
+    EXPECT_FALSE(b.armed);
     // The effect's state came back from the running instance.
     EXPECT_GT(b.effectState.size(), 0u);
 }
@@ -237,21 +240,17 @@ TEST_F(RenderRig, ProjectCommandChangesOnlyWhatItIsToldAndRefusesBadValues)
     const DocumentTrack& t = *doc.tracks[3];
     EXPECT_EQ(doc.trackElementIndex(3), 0);
     EXPECT_FLOAT_EQ(t.volume, -12.5f);
-    EXPECT_FLOAT_EQ(t.pan, 1.0f);
-    EXPECT_FLOAT_EQ(t.speed, 0.5f);
     EXPECT_FLOAT_EQ(t.pitch, -3.0f);
     EXPECT_TRUE(t.mute && t.solo && t.effectEnabled);
     // Untouched: a new project's first track stays armed.
     EXPECT_TRUE(doc.tracks[0]->armed);
-    EXPECT_EQ(doc.loopEnd, 4000);
-    EXPECT_FLOAT_EQ(doc.clickTempo, 133.5f);
     EXPECT_NEAR(Document::masterDb(doc.masterSlider), -10.0f, 0.03f);
 
+    // The rest as the program shows it.
     ASSERT_EQ(kv3("project show --json " + p), 0);
-    for (const char* key :
-         {"\"sample_rate\":48000", "\"speed_ratio\":2",
-          "\"loop\":{\"enabled\":true,\"start\":100,\"end\":4000}", "\"numerator\":7", "\"denominator\":8",
-          "\"elements\":[{\"id\":1", "\"input\":\"right\"", "\"element\":-1"})
+    for (const char* key : {"\"sample_rate\":48000", "\"speed_ratio\":2", "\"tempo\":133.5", "\"pan\":1",
+                            "\"speed\":0.5", "\"loop\":{\"enabled\":true,\"start\":100,\"end\":4000}",
+                            "\"numerator\":7", "\"denominator\":8", "\"input\":\"right\"", "\"element\":-1"})
     {
         EXPECT_NE(last_.out.find(key), std::string::npos) << key << " in " << last_.out;
     }
@@ -381,21 +380,6 @@ TEST_F(RenderRig, FreezeIntoAReadOnlyFolderFailsAndLeavesTheProject)
     fs::permissions(readOnly, fs::perms::owner_write, fs::perm_options::add);
     EXPECT_TRUE(bytesOf(p) == bytes) << "the project changed";
     EXPECT_FALSE(fs::exists(readOnly / "gtr_T1_frozen.wav"));
-}
-
-TEST_F(RenderRig, StaleFrozenPathOfAnUnfrozenTrackDeletesNothing)
-{
-    // Before, loading a project whose unfrozen track kept a frozen path deleted the file at that path.
-    ASSERT_TRUE(writeAudio(file("a.wav"), 44100, 44100, 300.0));
-    ASSERT_TRUE(writeAudio(file("b.wav"), 44100, 44100, 300.0));
-    Document doc;
-    doc.tracks[0]->elementId = doc.addElement(epiPath(file("a.wav")));
-    doc.tracks[0]->frozenPath = file("b.wav");
-    Engine engine;
-    doc.applyAll(engine.manager);
-    EXPECT_TRUE(fs::exists(file("b.wav")));
-    doc.captureAll(engine.manager);
-    EXPECT_TRUE(doc.tracks[0]->frozenPath.empty());
 }
 
 TEST_F(RenderRig, FilesAtRatesWithoutACommonTableRenderAtTheirPitchAndLength)
