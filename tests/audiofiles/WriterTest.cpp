@@ -9,7 +9,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstring>
 #include <functional>
 #include <sndfile.h>
 #include <vector>
@@ -161,30 +160,4 @@ TEST_F(WriterTest, IntegerDepthsClipBeyondFullScaleAndFloatDepthsKeepIt)
                                }),
                   0);
     }
-}
-
-TEST_F(WriterTest, WriteIntPassesIntegersThrough)
-{
-    const std::string out = dir_.file("int.caf");
-    AudioFileWriter writer;
-    ASSERT_TRUE(writer.open(out, AudioFileFormat{2, 96000, 2, 2}));
-    AudioBuffer block;
-    block.alloc(64, 2);
-    block.frames = 64;
-    std::vector<int> expected;
-    for (int64_t i = 0; i < 64; ++i)
-        for (int32_t c = 0; c < 2; ++c)
-        {
-            expected.push_back(static_cast<int32_t>((i * 33554432LL) - (c ? 1073741824LL : 0)));
-            std::memcpy(&block.channel[c][i], &expected.back(), 4);
-        }
-    ASSERT_TRUE(writer.writeInt(block));
-    writer.close();
-    SF_INFO info{};
-    SNDFILE* file = sf_open(out.c_str(), SFM_READ, &info);
-    ASSERT_NE(file, nullptr);
-    std::vector<int> back(128);
-    EXPECT_EQ(sf_readf_int(file, back.data(), 64), 64);
-    sf_close(file);
-    EXPECT_EQ(back, expected);
 }
