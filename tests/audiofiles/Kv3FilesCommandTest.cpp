@@ -1,7 +1,6 @@
 // `kv3 info` and `kv3 convert`, run as a user runs them.
 #include "TestFiles.h"
 
-#include "audiofiles/AudioFileGuess.h"
 #include "tests/support/Program.h"
 #include "tests/support/SoundFile.h"
 
@@ -84,41 +83,33 @@ TEST_F(Kv3FilesCommandTest, ConvertWritesTheContainerAndDepthAsked)
 {
     struct Case
     {
-        std::string in, out, options;
+        std::string out, options;
         int format;
         double step;
     };
-    // From a compressed file too: what the chain reads is what gets written.
     for (const Case& c :
-         {Case{wav_, "a.wav", "", SF_FORMAT_WAV | SF_FORMAT_PCM_24, 1.0 / (1 << 23)},
-          Case{wav_, "b.data", "--container caf --depth float", SF_FORMAT_CAF | SF_FORMAT_FLOAT, 0},
-          Case{m4a_, "c.AIF", "--depth=16", SF_FORMAT_AIFF | SF_FORMAT_PCM_16, 1.0 / (1 << 15)}})
+         {Case{"a.wav", "", SF_FORMAT_WAV | SF_FORMAT_PCM_24, 1.0 / (1 << 23)},
+          Case{"b.data", "--container caf --depth float", SF_FORMAT_CAF | SF_FORMAT_FLOAT, 0}})
     {
-        SCOPED_TRACE(testfiles::join(c.in, " -> ", c.out));
-        AudioFileGuess source;
-        ASSERT_TRUE(source.open(c.in));
-        const auto frames = static_cast<int64_t>(source.frames());
-        AudioBuffer expected;
-        expected.alloc(frames, 2);
-        expected.frames = frames;
-        expected.position = 0;
-        ASSERT_TRUE(source.read(expected));
+        SCOPED_TRACE(c.out);
         const std::string out = dir_.file(c.out);
-        const Result result = kv3(testfiles::join("convert '", c.in, "' '", out, "' ", c.options));
+        const Result result = kv3(testfiles::join("convert '", wav_, "' '", out, "' ", c.options));
         ASSERT_EQ(result.exit, 0) << result.err;
         const testsound::Sound back = testsound::read(out);
         EXPECT_EQ(back.format, c.format);
-        EXPECT_EQ(back.channels, 2);
         EXPECT_EQ(back.rate, 48000);
-        ASSERT_EQ(back.frames(), frames);
+        ASSERT_EQ(back.frames(), 96000);
         // libsndfile scales floats to integers by 2^(bits-1) - 1 and back by 2^(bits-1): within
         // two steps of the depth.
-        int64_t wrong = 0;
-        for (int64_t i = 0; i < frames; ++i)
-            for (int32_t ch = 0; ch < 2; ++ch)
-                wrong += std::fabs(back.samples[static_cast<size_t>(i * 2 + ch)] - expected.channel[ch][i]) >
-                         c.step * 2.0;
-        EXPECT_EQ(wrong, 0);
+        for (int32_t ch = 0; ch < 2; ++ch)
+        {
+            const std::vector<float> expected = testfiles::musicChannel(ch, 48000, 96000);
+            const std::vector<float> channel = back.channel(ch);
+            int64_t wrong = 0;
+            for (size_t i = 0; i < expected.size(); ++i)
+                wrong += std::fabs(channel[i] - expected[i]) > c.step * 2.0;
+            EXPECT_EQ(wrong, 0) << ch;
+        }
     }
 }
 
