@@ -32,39 +32,22 @@ public:
         word(1);
     }
 
-    FileBytes& i32(const char (&tag)[5], int32_t value)
-    {
-        header(tag, 4);
-        word(static_cast<uint32_t>(value));
-        return *this;
-    }
+    FileBytes& i32(const char (&tag)[5], int32_t value) { return raw(tag, le(static_cast<uint32_t>(value))); }
     FileBytes& f32(const char (&tag)[5], float value)
     {
         uint32_t bits = 0;
         std::memcpy(&bits, &value, 4);
-        header(tag, 4);
-        word(bits);
-        return *this;
+        return raw(tag, le(bits));
     }
-    FileBytes& byte(const char (&tag)[5], uint8_t value)
-    {
-        header(tag, 1);
-        bytes_.push_back(value);
-        return *this;
-    }
+    FileBytes& byte(const char (&tag)[5], uint8_t value) { return raw(tag, {value}); }
     FileBytes& text(const char (&tag)[5], const std::string& value)
     {
-        header(tag, static_cast<uint32_t>(value.size()));
-        bytes_.insert(bytes_.end(), value.begin(), value.end());
-        return *this;
+        return raw(tag, {value.begin(), value.end()});
     }
     /** An effect state as the dump writes it: 'size' then 'data'. */
     FileBytes& dump(const std::vector<uint8_t>& state)
     {
-        i32("size", static_cast<int32_t>(state.size()));
-        header("data", static_cast<uint32_t>(state.size()));
-        bytes_.insert(bytes_.end(), state.begin(), state.end());
-        return *this;
+        return i32("size", static_cast<int32_t>(state.size())).raw("data", state);
     }
 
     const std::vector<uint8_t>& bytes() const { return bytes_; }
@@ -77,18 +60,24 @@ public:
     }
 
 private:
-    void header(const char (&tag)[5], uint32_t size)
+    static std::vector<uint8_t> le(uint32_t value)
     {
-        word(tagOf(tag));
-        word(size);
-        word(0);
+        return {static_cast<uint8_t>(value), static_cast<uint8_t>(value >> 8),
+                static_cast<uint8_t>(value >> 16), static_cast<uint8_t>(value >> 24)};
     }
     void word(uint32_t value)
     {
-        for (int i = 0; i < 4; ++i)
-        {
-            bytes_.push_back(static_cast<uint8_t>(value >> (8 * i)));
-        }
+        const std::vector<uint8_t> bytes = le(value);
+        bytes_.insert(bytes_.end(), bytes.begin(), bytes.end());
+    }
+    /** An atom: tag, size, a zero word, then the payload. */
+    FileBytes& raw(const char (&tag)[5], const std::vector<uint8_t>& payload)
+    {
+        word(tagOf(tag));
+        word(static_cast<uint32_t>(payload.size()));
+        word(0);
+        bytes_.insert(bytes_.end(), payload.begin(), payload.end());
+        return *this;
     }
 
     std::vector<uint8_t> bytes_;
