@@ -19,26 +19,6 @@ using testfiles::wrongFrames;
 namespace
 {
 
-struct PcmFormat
-{
-    const char* name;
-    int format;
-};
-
-const PcmFormat kPcmFormats[] = {
-    {"wav-u8", SF_FORMAT_WAV | SF_FORMAT_PCM_U8},     {"wav-16", SF_FORMAT_WAV | SF_FORMAT_PCM_16},
-    {"wav-24", SF_FORMAT_WAV | SF_FORMAT_PCM_24},     {"wav-32", SF_FORMAT_WAV | SF_FORMAT_PCM_32},
-    {"wav-float", SF_FORMAT_WAV | SF_FORMAT_FLOAT},   {"wav-double", SF_FORMAT_WAV | SF_FORMAT_DOUBLE},
-    {"aiff-8", SF_FORMAT_AIFF | SF_FORMAT_PCM_S8},    {"aiff-16", SF_FORMAT_AIFF | SF_FORMAT_PCM_16},
-    {"aiff-24", SF_FORMAT_AIFF | SF_FORMAT_PCM_24},   {"aiff-32", SF_FORMAT_AIFF | SF_FORMAT_PCM_32},
-    {"aiff-float", SF_FORMAT_AIFF | SF_FORMAT_FLOAT}, {"aiff-double", SF_FORMAT_AIFF | SF_FORMAT_DOUBLE},
-    {"caf-8", SF_FORMAT_CAF | SF_FORMAT_PCM_S8},      {"caf-16", SF_FORMAT_CAF | SF_FORMAT_PCM_16},
-    {"caf-24", SF_FORMAT_CAF | SF_FORMAT_PCM_24},     {"caf-32", SF_FORMAT_CAF | SF_FORMAT_PCM_32},
-    {"caf-float", SF_FORMAT_CAF | SF_FORMAT_FLOAT},   {"caf-double", SF_FORMAT_CAF | SF_FORMAT_DOUBLE},
-    {"flac-8", SF_FORMAT_FLAC | SF_FORMAT_PCM_S8},    {"flac-16", SF_FORMAT_FLAC | SF_FORMAT_PCM_16},
-    {"flac-24", SF_FORMAT_FLAC | SF_FORMAT_PCM_24},
-};
-
 /** A buffer whose every sample is a value no reader produces, to see what a read leaves alone. */
 void fillWith(AudioBuffer& buffer, int64_t frames, int32_t channels, float value, int64_t position = 0)
 {
@@ -139,15 +119,28 @@ protected:
 
 TEST_F(ReaderTest, EveryPcmFormatRateAndChannelCountReadsBackExactly)
 {
-    for (const PcmFormat& format : kPcmFormats)
+    // Every depth libsndfile writes in each container (FLAC has no 32-bit or float depths); WAV's
+    // 8-bit samples are unsigned.
+    std::vector<int> formats;
+    for (const int container : {SF_FORMAT_WAV, SF_FORMAT_AIFF, SF_FORMAT_CAF, SF_FORMAT_FLAC})
+        for (const int depth : {SF_FORMAT_PCM_S8, SF_FORMAT_PCM_16, SF_FORMAT_PCM_24, SF_FORMAT_PCM_32,
+                                SF_FORMAT_FLOAT, SF_FORMAT_DOUBLE})
+        {
+            const int u8 = container == SF_FORMAT_WAV && depth == SF_FORMAT_PCM_S8 ? SF_FORMAT_PCM_U8 : depth;
+            SF_INFO info{0, 44100, 2, container | u8, 0, 0};
+            if (sf_format_check(&info))
+                formats.push_back(info.format);
+        }
+    ASSERT_EQ(formats.size(), 21u);
+    for (const int format : formats)
         for (int32_t rate : {22050, 44100, 48000, 88200, 96000, 176400, 192000})
             for (int32_t channels : {1, 2})
             {
-                SCOPED_TRACE(testfiles::join(format.name, " ", rate, " Hz ", channels, " ch"));
-                const std::string path = dir_.file(testfiles::join(format.name, "-", rate, "-", channels));
+                SCOPED_TRACE(testfiles::join(std::hex, format, std::dec, " ", rate, " Hz ", channels, " ch"));
+                const std::string path = dir_.file(testfiles::join(format, "-", rate, "-", channels));
                 // Even: libsndfile counts the pad byte of an odd 8-bit mono AIFF as a frame.
                 const int64_t frames = rate / 40 * 2 + 18;
-                ASSERT_TRUE(testfiles::writeStaircase(path, format.format, channels, rate, frames));
+                ASSERT_TRUE(testfiles::writeStaircase(path, format, channels, rate, frames));
                 AudioFileGuess file;
                 ASSERT_TRUE(file.open(path));
                 EXPECT_STREQ(file.readerName(), "sndfile");
@@ -272,32 +265,6 @@ TEST_F(ReaderTest, ATruncatedFilePlaysWhatExistsThenSilence)
     EXPECT_TRUE(file.read(block));
     for (int32_t c = 0; c < 2; ++c)
         EXPECT_EQ(testsignal::peak(block.channel[c], 4000), 0.0) << c;
-
-    // Compressed files cut in half: the chain still opens them, the start is the music and what is
-    // read past what the file holds is silence.
-    for (const Encoded& kind : {kEncoded[1], kEncoded[2]})
-    {
-        SCOPED_TRACE(kind.extension);
-        const std::string encoded = dir_.file(testfiles::join("e.", kind.extension));
-        ASSERT_TRUE(writeEncoded(dir_, kind, encoded, 2, 44100, 88200, "-movflags +faststart"));
-        const std::string all = testfiles::readBytes(encoded);
-        const std::string half = dir_.file(testfiles::join("half.", kind.extension));
-        ASSERT_TRUE(testfiles::writeBytes(half, all.substr(0, all.size() / 2)));
-        AudioFileGuessSafe cutFile;
-        ASSERT_TRUE(cutFile.open(half));
-        const auto length = static_cast<int64_t>(cutFile.frames());
-        ASSERT_GT(length, 20000);
-        fillWith(block, length + 100, 2, 9.0f);
-        EXPECT_TRUE(cutFile.read(block));
-        const std::vector<float> head(block.channel[0], block.channel[0] + 20000);
-        const std::vector<float> reference = testfiles::musicChannel(0, 44100, 20000);
-        EXPECT_LT(rmsError(head, reference), 0.02);
-        EXPECT_EQ(bestLag(head, reference, 1100), 0);
-        for (int64_t i = 0; i < length + 100; ++i)
-            ASSERT_TRUE(std::isfinite(block.channel[0][i]) && std::fabs(block.channel[0][i]) <= 1.5f) << i;
-        EXPECT_EQ(block.channel[0][length + 99], 0.0f);
-        EXPECT_EQ(block.channel[1][length - 1], 0.0f);
-    }
 }
 
 TEST_F(ReaderTest, ReadsAtTheEdgesOfTheFile)
