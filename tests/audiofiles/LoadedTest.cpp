@@ -3,7 +3,6 @@
 
 #include "audiofiles/AudioFileGuess.h"
 #include "audiofiles/AudioFileLoaded.h"
-#include "audiofiles/AudioResampler.h"
 
 #include <gtest/gtest.h>
 
@@ -124,24 +123,6 @@ TEST_F(LoadedTest, LoadResampledConvertsByDroppingOrRepeatingSamples)
             }
         EXPECT_EQ(wrong, 0);
     }
-}
-
-TEST_F(LoadedTest, TheDropSampleResamplerIsAnExactCopyAtEqualRatesAndReadsAtAnyPosition)
-{
-    AudioResampler_aliased resampler;
-    resampler.setProvider(&open("a.caf", SF_FORMAT_CAF | SF_FORMAT_PCM_16, 48000, 20000));
-    for (const auto& [rate, step] : {std::pair{48000, 1}, {24000, 2}})
-    {
-        // At half the rate: every other input frame, from the position's frame.
-        resampler.prepare(rate, 1024);
-        AudioBuffer block;
-        fill(block, 1024, 2, 3000);
-        ASSERT_TRUE(resampler.read(block));
-        for (int64_t i = 0; i < 1024; ++i)
-            ASSERT_EQ(block.channel[1][i], staircase(step * (3000 + i), 1)) << rate;
-    }
-    AudioData request;
-    EXPECT_FALSE(resampler.provide(request));
 }
 
 TEST_F(LoadedTest, AnEmptyFileLoadsAsAnEmptySound)
