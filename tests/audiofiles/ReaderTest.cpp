@@ -50,24 +50,18 @@ std::vector<std::vector<float>> readSequential(AudioFile& file, int32_t channels
 /** The lag (within +-range) at which decoded best matches the reference, by summed squares. */
 int bestLag(const std::vector<float>& decoded, const std::vector<float>& reference, int range)
 {
-    double best = 1e300;
-    int bestAt = 0;
     const auto n = static_cast<int64_t>(std::min(decoded.size(), reference.size()));
+    int best = 0;
+    double bestSum = 1e300;
     for (int lag = -range; lag <= range; ++lag)
     {
         double sum = 0;
         for (int64_t i = 4096; i < n - 4096; ++i)
-        {
-            const double e = decoded[static_cast<size_t>(i)] - reference[static_cast<size_t>(i + lag)];
-            sum += e * e;
-        }
-        if (sum < best)
-        {
-            best = sum;
-            bestAt = lag;
-        }
+            sum += std::pow(decoded[static_cast<size_t>(i)] - reference[static_cast<size_t>(i + lag)], 2);
+        best = sum < bestSum ? lag : best;
+        bestSum = std::min(sum, bestSum);
     }
-    return bestAt;
+    return best;
 }
 
 double rmsError(const std::vector<float>& decoded, const std::vector<float>& reference, size_t from = 0)
@@ -158,8 +152,9 @@ TEST_F(ReaderTest, EveryPcmFormatRateAndChannelCountReadsBackExactly)
             }
 }
 
-TEST_F(ReaderTest, CompressedFilesOpenWithTheirLengthAndStartOnTheMusic)
+TEST_F(ReaderTest, CompressedFilesStartOnTheMusicAndSeekToTheFrame)
 {
+    std::mt19937 random(7);
     for (const Encoded& kind : kEncoded)
         for (int32_t rate : {44100, 48000})
             for (int32_t channels : {1, 2})
@@ -177,10 +172,12 @@ TEST_F(ReaderTest, CompressedFilesOpenWithTheirLengthAndStartOnTheMusic)
                 ASSERT_TRUE(av.open(out)) << av.error();
                 for (AudioFile* file : {static_cast<AudioFile*>(&chain), static_cast<AudioFile*>(&av)})
                 {
+                    SCOPED_TRACE(file == &av ? "ffmpeg" : "chain");
                     EXPECT_EQ(file->channels(), channels);
                     EXPECT_EQ(file->sampleRate(), rate);
                     const bool exact = file == &chain && std::string(kind.chainReader) == "sndfile";
-                    ASSERT_NEAR(static_cast<double>(file->frames()), static_cast<double>(frames),
+                    const auto length = static_cast<int64_t>(file->frames());
+                    ASSERT_NEAR(static_cast<double>(length), static_cast<double>(frames),
                                 exact ? 0.0 : kind.frameSlack);
                     const auto decoded = readSequential(*file, channels);
                     for (int32_t c = 0; c < channels; ++c)
@@ -193,57 +190,32 @@ TEST_F(ReaderTest, CompressedFilesOpenWithTheirLengthAndStartOnTheMusic)
                         EXPECT_LT(rmsError(decoded[c], reference, decoded[c].size() - rate / 4),
                                   2 * kind.rms);
                     }
+                    // Random jumps, forwards and back, including the very start and the last frames,
+                    // read what the sequential read did. AAC's noise substitution draws from a
+                    // generator that runs from the start of the stream, and the MP3 decoder restarts a
+                    // mono stream a little differently, so after a seek those differ slightly; one
+                    // frame of misalignment would differ by more than 0.02.
+                    const bool mp3 = kind.extension == std::string("mp3");
+                    const float tolerance = kind.extension == std::string("m4a") ? 5e-3f
+                                            : mp3 && channels == 1               ? 1e-3f
+                                                                                 : 0.0f;
+                    for (int jump = 0; jump < 20; ++jump)
+                    {
+                        const int64_t count = 1 + static_cast<int64_t>(random() % 3000);
+                        int64_t at = static_cast<int64_t>(random() % static_cast<uint64_t>(length - count));
+                        at = jump == 0 ? 0 : jump == 1 ? length - count : jump == 2 ? 1 : at;
+                        AudioBuffer block;
+                        fillWith(block, count, channels, 9.0f, at);
+                        ASSERT_TRUE(file->read(block)) << "at " << at;
+                        int64_t wrong = 0;
+                        for (int32_t c = 0; c < channels; ++c)
+                            for (int64_t i = 0; i < count; ++i)
+                                wrong += std::fabs(block.channel[c][i] -
+                                                   decoded[c][static_cast<size_t>(at + i)]) > tolerance;
+                        EXPECT_EQ(wrong, 0) << "block of " << count << " at " << at << " of " << length;
+                    }
                 }
             }
-}
-
-TEST_F(ReaderTest, SeekingInCompressedFilesIsFrameAccurate)
-{
-    const int32_t rate = 44100;
-    const int64_t frames = rate * 4;
-    std::vector<std::string> paths;
-    for (const Encoded& kind : kEncoded)
-    {
-        paths.push_back(dir_.file(testfiles::join("s.", kind.extension)));
-        ASSERT_TRUE(writeEncoded(dir_, kind, paths.back(), 2, rate, frames));
-    }
-    paths.push_back(dir_.file("s.flac"));
-    ASSERT_TRUE(testfiles::writeStaircase(paths.back(), SF_FORMAT_FLAC | SF_FORMAT_PCM_24, 2, rate, frames));
-
-    std::mt19937 random(7);
-    for (const std::string& path : paths)
-    {
-        AudioFileGuess chain;
-        AudioFile_av av;
-        ASSERT_TRUE(chain.open(path));
-        ASSERT_TRUE(av.open(path));
-        for (AudioFile* file : {static_cast<AudioFile*>(&chain), static_cast<AudioFile*>(&av)})
-        {
-            SCOPED_TRACE(testfiles::join(path, file == &av ? " ffmpeg" : " chain"));
-            const auto sequential = readSequential(*file, 2);
-            // AAC's noise substitution draws from a generator that runs from the start of the
-            // stream, so after a seek those bands differ slightly; every other codec here is exact.
-            // One frame of misalignment would differ by more than 0.02 on this signal.
-            const float tolerance = path.ends_with(".m4a") ? 5e-3f : 0.0f;
-            const auto length = static_cast<int64_t>(file->frames());
-            // Random jumps, forwards and back, including the very start and the last frames.
-            for (int jump = 0; jump < 60; ++jump)
-            {
-                const int64_t count = 1 + static_cast<int64_t>(random() % 3000);
-                int64_t at = static_cast<int64_t>(random() % static_cast<uint64_t>(length - count));
-                at = jump == 0 ? 0 : jump == 1 ? length - count : jump == 2 ? 1 : at;
-                AudioBuffer block;
-                fillWith(block, count, 2, 9.0f, at);
-                ASSERT_TRUE(file->read(block)) << "at " << at;
-                int64_t wrong = 0;
-                for (int32_t c = 0; c < 2; ++c)
-                    for (int64_t i = 0; i < count; ++i)
-                        wrong += std::fabs(block.channel[c][i] - sequential[c][static_cast<size_t>(at + i)]) >
-                                 tolerance;
-                EXPECT_EQ(wrong, 0) << "block of " << count << " at " << at << " of " << length;
-            }
-        }
-    }
 }
 
 TEST_F(ReaderTest, ATruncatedFilePlaysWhatExistsThenSilence)
