@@ -1,6 +1,6 @@
-// The project file: its exact layout, saving and loading back, old and damaged files, moved folders.
+// The document model and the project file: the pool, take names, the file's exact layout, saving
+// and loading back, old and damaged files, moved folders.
 
-#include "ProjectFileBytes.h"
 #include "project/Document.h"
 #include "tests/support/TempFolder.h"
 #include "tests/support/Unprivileged.h"
@@ -8,17 +8,137 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <limits>
 #include <string>
+#include <vector>
 
 namespace fs = std::filesystem;
-using projecttest::FileBytes;
 
 namespace
 {
+
+// Project files built byte by byte, independently of the atoms writer, so that the tests can state
+// what a file must hold and hand the reader damaged or old files.
+inline uint32_t tagOf(const char (&text)[5])
+{
+    return (static_cast<uint32_t>(static_cast<uint8_t>(text[0])) << 24) |
+           (static_cast<uint32_t>(static_cast<uint8_t>(text[1])) << 16) |
+           (static_cast<uint32_t>(static_cast<uint8_t>(text[2])) << 8) |
+           static_cast<uint32_t>(static_cast<uint8_t>(text[3]));
+}
+
+/** A little-endian atoms file, atom by atom. */
+class FileBytes
+{
+public:
+    FileBytes()
+    {
+        word(tagOf("atms"));
+        word(0);
+        word(1);
+    }
+
+    FileBytes& i32(const char (&tag)[5], int32_t value) { return raw(tag, le(static_cast<uint32_t>(value))); }
+    FileBytes& f32(const char (&tag)[5], float value)
+    {
+        uint32_t bits = 0;
+        std::memcpy(&bits, &value, 4);
+        return raw(tag, le(bits));
+    }
+    FileBytes& byte(const char (&tag)[5], uint8_t value) { return raw(tag, {value}); }
+    FileBytes& text(const char (&tag)[5], const std::string& value)
+    {
+        return raw(tag, {value.begin(), value.end()});
+    }
+    /** An effect state as the dump writes it: 'size' then 'data'. */
+    FileBytes& dump(const std::vector<uint8_t>& state)
+    {
+        return i32("size", static_cast<int32_t>(state.size())).raw("data", state);
+    }
+
+    const std::vector<uint8_t>& bytes() const { return bytes_; }
+
+    bool writeTo(const std::string& path) const
+    {
+        std::ofstream out(path, std::ios::binary | std::ios::trunc);
+        out.write(reinterpret_cast<const char*>(bytes_.data()), static_cast<std::streamsize>(bytes_.size()));
+        return static_cast<bool>(out);
+    }
+
+private:
+    static std::vector<uint8_t> le(uint32_t value)
+    {
+        return {static_cast<uint8_t>(value), static_cast<uint8_t>(value >> 8),
+                static_cast<uint8_t>(value >> 16), static_cast<uint8_t>(value >> 24)};
+    }
+    void word(uint32_t value)
+    {
+        const std::vector<uint8_t> bytes = le(value);
+        bytes_.insert(bytes_.end(), bytes.begin(), bytes.end());
+    }
+    /** An atom: tag, size, a zero word, then the payload. */
+    FileBytes& raw(const char (&tag)[5], const std::vector<uint8_t>& payload)
+    {
+        word(tagOf(tag));
+        word(static_cast<uint32_t>(payload.size()));
+        word(0);
+        bytes_.insert(bytes_.end(), payload.begin(), payload.end());
+        return *this;
+    }
+
+    std::vector<uint8_t> bytes_;
+};
+
+/** One track's atoms with the values of a new project's second track. */
+inline void plainTrack(FileBytes& f, int32_t elementId)
+{
+    f.i32("elid", elementId)
+        .f32("volu", 0.0f)
+        .f32("pann", 0.0f)
+        .f32("temp", 1.0f)
+        .f32("pich", 0.0f)
+        .i32("inps", 2)
+        .byte("fxen", 0)
+        .byte("fxlo", 0)
+        .byte("solo", 0)
+        .byte("mute", 0)
+        .byte("rarm", 0)
+        .byte("froz", 0)
+        .text("frpa", "")
+        .dump({});
+}
+
+/** The session atoms from 'wdir' up to and including 'mate'. */
+inline void sessionUpToRatio(FileBytes& f, const std::string& rootFolder, float tempo)
+{
+    f.text("wdir", rootFolder + "takes/")
+        .text("exfn", "")
+        .i32("masv", 870)
+        .byte("ckEn", 0)
+        .f32("meTe", tempo)
+        .i32("meSn", 4)
+        .i32("meSd", 4)
+        .i32("mevo", 100)
+        .byte("telk", 1)
+        .text("rpat", rootFolder)
+        .i32("sara", 44100)
+        .byte("loen", 0)
+        .i32("lost", 0)
+        .i32("loso", 0)
+        .f32("mate", 1.0f);
+}
+
+inline std::vector<uint8_t> readAll(const std::string& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    return std::vector<uint8_t>((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+}
 
 class ProjectFile : public ::testing::Test
 {
@@ -96,9 +216,9 @@ FileBytes expectedSmallProject(const std::string& folder)
         .dump({0xDE, 0xAD, 0xBE, 0xEF, 0x01});
     for (int i = 1; i < 4; ++i)
     {
-        projecttest::plainTrack(f, -1);
+        plainTrack(f, -1);
     }
-    projecttest::sessionUpToRatio(f, folder, 96.5f);
+    sessionUpToRatio(f, folder, 96.5f);
     f.f32("inga", 6.0f);
     return f;
 }
@@ -120,7 +240,97 @@ public:
     std::vector<std::string> titles;
 };
 
+void touch(const std::string& file)
+{
+    std::ofstream(file) << "x";
+}
+
 } // namespace
+
+TEST(Document, ResetKeepsTheSettingsValuesAndEmptiesTheSession)
+{
+    Document doc;
+    doc.addElement("/a.wav");
+    doc.tracks[2]->armed = true;
+    doc.loopEnd = 1234;
+    doc.sampleRate = 48000;
+    doc.inputGain = 12.0f;
+    doc.reset();
+    EXPECT_TRUE(doc.elements.empty());
+    EXPECT_FALSE(doc.tracks[2]->armed);
+    EXPECT_EQ(doc.loopEnd, 0);
+    // These come from the application's settings.
+    EXPECT_EQ(doc.sampleRate, 48000);
+    EXPECT_FLOAT_EQ(doc.inputGain, 12.0f);
+}
+
+TEST(Document, PoolIdsAreUniqueAndTheSmallestFreeIsReused)
+{
+    Document doc;
+    const int32_t a = doc.addElement("/s/a.wav");
+    EXPECT_EQ(doc.addElement("/s/a.wav"), a);
+    const int32_t b = doc.addElement("/s/b.wav");
+    doc.addElement("/s/c.wav");
+    EXPECT_FALSE(doc.findElement("/s/B.wav"));
+
+    doc.tracks[1]->elementId = b;
+    doc.tracks[3]->elementId = b;
+    doc.removeElement(doc.elementIndex(b));
+    EXPECT_EQ(doc.tracks[1]->elementId, -1);
+    EXPECT_EQ(doc.tracks[3]->elementId, -1);
+    EXPECT_EQ(doc.elementIndex(b), -1);
+
+    // The gap is filled first, and the new entry goes to the end of the pool.
+    EXPECT_EQ(doc.addElement("/s/d.wav"), 2);
+    EXPECT_EQ(doc.elements.back()->id, 2);
+    EXPECT_EQ(doc.addElement("/s/e.wav"), 4);
+    EXPECT_EQ(a, 1);
+}
+
+TEST(Document, TrackFileAndClearTrack)
+{
+    Document doc;
+    epiPath file;
+    bool recorded = false;
+    doc.tracks[1]->elementId = doc.addElement("/s/a.wav");
+    doc.elements[0]->recorded = true;
+    ASSERT_TRUE(doc.trackFile(1, file, recorded));
+    EXPECT_EQ(file, "/s/a.wav");
+    EXPECT_TRUE(recorded);
+    doc.clearTrack(1);
+    EXPECT_FALSE(doc.trackFile(1, file, recorded));
+    // An id that names nothing in the pool is no file.
+    doc.tracks[2]->elementId = 42;
+    EXPECT_FALSE(doc.trackFile(2, file, recorded));
+}
+
+TEST(Document, NewTakeFileSkipsNamesOnDiskAndGivesUpAfterAThousandTakes)
+{
+    testsupport::TempFolder dir;
+    Document doc;
+    doc.workFolder = dir.path() + "/";
+    touch(dir.file("Audio_T1_1.aif"));
+    epiPath take;
+    ASSERT_TRUE(doc.newTakeFile(0, take));
+    EXPECT_EQ(take, dir.file("Audio_T1_2.aif"));
+    ASSERT_EQ(doc.trackElementIndex(0), 0);
+    EXPECT_TRUE(doc.elements[0]->recorded);
+    EXPECT_EQ(static_cast<const std::string&>(*doc.elements[0]), take);
+    // Track 3 counts its own takes.
+    ASSERT_TRUE(doc.newTakeFile(2, take));
+    EXPECT_EQ(take, dir.file("Audio_T3_1.aif"));
+    EXPECT_FALSE(doc.newTakeFile(4, take));
+
+    for (int n = 1; n <= 1000; ++n)
+    {
+        touch(dir.file("Audio_T2_" + std::to_string(n) + ".aif"));
+    }
+    take = "unchanged";
+    EXPECT_FALSE(doc.newTakeFile(1, take));
+    EXPECT_EQ(take, "unchanged");
+    EXPECT_EQ(doc.tracks[1]->elementId, -1);
+    EXPECT_EQ(doc.elements.size(), 2u);
+}
 
 TEST_F(ProjectFile, SavedLayoutMatchesTheHandBuiltFileAtomForAtom)
 {
@@ -149,7 +359,7 @@ TEST_F(ProjectFile, SavedLayoutMatchesTheHandBuiltFileAtomForAtom)
     EXPECT_EQ(doc.name, "small");
     EXPECT_EQ(doc.rootFolder, folder());
 
-    EXPECT_EQ(projecttest::readAll(saved), expectedSmallProject(folder()).bytes());
+    EXPECT_EQ(readAll(saved), expectedSmallProject(folder()).bytes());
 }
 
 // Every field away from its default, swapped or dropped on the way, makes the second save differ.
@@ -166,7 +376,7 @@ TEST_F(ProjectFile, EveryFieldSavesAndLoadsBackEqual)
     EXPECT_EQ(back.tracks.size(), 5u);
     EXPECT_EQ(back.name, "all");
     ASSERT_TRUE(back.save(epiPath(folder() + "again.kv3h")));
-    EXPECT_EQ(projecttest::readAll(folder() + "again.kv3h"), projecttest::readAll(folder() + "all.kv3h"));
+    EXPECT_EQ(readAll(folder() + "again.kv3h"), readAll(folder() + "all.kv3h"));
 }
 
 // A file of version 3, a missing one and an empty one: refused, leaving a new project.
@@ -176,9 +386,9 @@ TEST_F(ProjectFile, RefusedFilesLeaveANewProjectOfFourTracks)
     f.i32("vers", 3).i32("elcn", 1).i32("elid", 1).text("path", "/a.wav").byte("kv3h", 0).i32("tkcn", 4);
     for (int i = 0; i < 4; ++i)
     {
-        projecttest::plainTrack(f, 1);
+        plainTrack(f, 1);
     }
-    projecttest::sessionUpToRatio(f, folder(), 100.0f);
+    sessionUpToRatio(f, folder(), 100.0f);
     ASSERT_TRUE(f.writeTo(folder() + "old.kv3h"));
     std::ofstream(folder() + "empty.kv3h").close();
     for (const auto& [file, name] : {std::pair{"old", "old"}, {"absent", "Untitled"}, {"empty", "Untitled"}})
@@ -210,9 +420,9 @@ TEST_F(ProjectFile, OldFilesLoadWithTheirGapsFilled)
         f.i32("vers", 4).i32("elcn", 0).i32("tkcn", tracks);
         for (int i = 0; i < tracks; ++i)
         {
-            projecttest::plainTrack(f, -1);
+            plainTrack(f, -1);
         }
-        projecttest::sessionUpToRatio(f, folder(), tempo);
+        sessionUpToRatio(f, folder(), tempo);
         if (!std::isnan(gain))
         {
             f.f32("inga", gain);
@@ -289,7 +499,7 @@ TEST_F(ProjectFile, FailedSaveKeepsTheOldFileAndTheDocumentsPath)
     Document doc;
     doc.clickTempo = 99.0f;
     ASSERT_TRUE(doc.save(epiPath(folder() + "keep.kv3h")));
-    const std::vector<uint8_t> good = projecttest::readAll(folder() + "keep.kv3h");
+    const std::vector<uint8_t> good = readAll(folder() + "keep.kv3h");
 
     Document other;
     other.save(epiPath(folder() + "no/such/folder/x.kv3h"));
@@ -307,7 +517,7 @@ TEST_F(ProjectFile, FailedSaveKeepsTheOldFileAndTheDocumentsPath)
             return !doc.save(epiPath(folder() + "keep.kv3h")) && doc.modified;
         }));
     fs::permissions(root_, fs::perms::owner_write, fs::perm_options::add);
-    EXPECT_EQ(projecttest::readAll(folder() + "keep.kv3h"), good);
+    EXPECT_EQ(readAll(folder() + "keep.kv3h"), good);
 }
 
 // Every cut of a full file: at least four tracks, a usable tempo, and only what was saved.
@@ -316,7 +526,7 @@ TEST_F(ProjectFile, EveryTruncationLoadsAPartialProject)
     Document doc;
     fillEverything(doc, folder());
     ASSERT_TRUE(doc.save(epiPath(folder() + "full.kv3h")));
-    const std::vector<uint8_t> full = projecttest::readAll(folder() + "full.kv3h");
+    const std::vector<uint8_t> full = readAll(folder() + "full.kv3h");
     const std::string cut = folder() + "cut.kv3h";
     size_t successes = 0;
     for (size_t length = 0; length < full.size(); ++length)
