@@ -13,21 +13,12 @@
 #include <random>
 #include <sndfile.h>
 
+using testfiles::fillWith;
 using testfiles::staircase;
 using testfiles::wrongFrames;
 
 namespace
 {
-
-/** A buffer whose every sample is a value no reader produces, to see what a read leaves alone. */
-void fillWith(AudioBuffer& buffer, int64_t frames, int32_t channels, float value, int64_t position = 0)
-{
-    buffer.alloc(frames, channels);
-    buffer.frames = frames;
-    buffer.position = position;
-    for (int32_t c = 0; c < channels; ++c)
-        std::fill(buffer.channel[c], buffer.channel[c] + frames, value);
-}
 
 /** Reads a whole file sequentially in blocks of varying size, as a track would. */
 std::vector<std::vector<float>> readSequential(AudioFile& file, int32_t channels)

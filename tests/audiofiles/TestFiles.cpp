@@ -30,6 +30,15 @@ int64_t wrongFrames(const AudioData& block, int32_t channels)
     return wrong;
 }
 
+void fillWith(AudioBuffer& buffer, int64_t frames, int32_t channels, float value, int64_t position)
+{
+    buffer.alloc(frames, channels);
+    buffer.frames = frames;
+    buffer.position = position;
+    for (int32_t c = 0; c < channels; ++c)
+        std::fill(buffer.channel[c], buffer.channel[c] + frames, value);
+}
+
 namespace
 {
 

@@ -23,6 +23,10 @@ float staircase(int64_t frame, int32_t channel);
 /** The samples of the first `channels` channels of a block that differ from the staircase at its position. */
 int64_t wrongFrames(const AudioData& block, int32_t channels);
 
+/** Sizes a block at a position and fills it with a value no reader produces, to see what a read leaves alone.
+ */
+void fillWith(AudioBuffer& buffer, int64_t frames, int32_t channels, float value, int64_t position = 0);
+
 /**
  * Writes a file with libsndfile itself: the staircase, through libsndfile's integer interface so
  * that every depth holds it exactly.
