@@ -313,9 +313,7 @@ TEST(AudioPreviewScaleTest, ScalesForAnyWidth)
     ASSERT_EQ(preview.points(), 750);
     // Feed a ramp of peaks: point p peaks at p / 750 (shaped), from absolute positions.
     AudioBuffer block;
-    block.alloc(48000, 1);
-    block.frames = 48000;
-    block.position = 0;
+    fillWith(block, 48000, 1, 0.0f);
     for (int64_t i = 0; i < 48000; ++i)
         block.channel[0][i] = (i % 64 == 10) ? static_cast<float>(i / 64) / 750.0f : 0.0f;
     preview.feedBlock(block);

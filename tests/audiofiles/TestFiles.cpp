@@ -11,7 +11,7 @@
 namespace testfiles
 {
 
-int32_t staircaseStep(int64_t frame, int32_t channel)
+static int32_t staircaseStep(int64_t frame, int32_t channel)
 {
     return static_cast<int32_t>((frame * 7919 + channel * 104729) % 255) - 127;
 }

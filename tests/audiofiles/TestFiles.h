@@ -18,13 +18,11 @@ using TempDir = testsupport::TempFolder;
  * The test signal of PCM files: sample (frame, channel) is k / 128 with k in -127..127, spread so
  * that any offset, swap or seek error shows. Exact at every depth from 8 bits up.
  */
-int32_t staircaseStep(int64_t frame, int32_t channel);
 float staircase(int64_t frame, int32_t channel);
 /** The samples of the first `channels` channels of a block that differ from the staircase at its position. */
 int64_t wrongFrames(const AudioData& block, int32_t channels);
 
-/** Sizes a block at a position and fills it with a value no reader produces, to see what a read leaves alone.
- */
+/** Sizes a block at a position, filled with a value no reader writes, to see what a read leaves alone. */
 void fillWith(AudioBuffer& buffer, int64_t frames, int32_t channels, float value, int64_t position = 0);
 
 /**
