@@ -218,8 +218,7 @@ TEST_F(ReaderTest, ATruncatedFilePlaysWhatExistsThenSilence)
     ASSERT_TRUE(testfiles::writeBytes(cut, testfiles::readBytes(whole).substr(0, 44 + 6000 * 4 + 2)));
     AudioFileGuessSafe file;
     ASSERT_TRUE(file.open(cut));
-    EXPECT_GE(file.frames(), 6000u);
-    EXPECT_LE(file.frames(), 10000u);
+    EXPECT_TRUE(file.frames() >= 6000u && file.frames() <= 10000u) << file.frames();
     AudioBuffer block;
     fillWith(block, 6000, 2, 9.0f);
     EXPECT_TRUE(file.read(block));

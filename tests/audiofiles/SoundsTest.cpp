@@ -276,9 +276,8 @@ TEST_F(WriterTest, AppendAndWriteSilenceWriteExactlyTheFramesAskedFor)
               0);
 }
 
-// Floats beyond full scale, and full scale itself, written at every depth: the integer depths hold
-// them at the ends of their range, sign kept, where an unclipped conversion wraps them round to
-// the other side; the float depths keep them as they are.
+// Integer depths hold floats beyond full scale at the ends of their range, where an unclipped
+// conversion wraps them round to the other side; float depths keep them as they are.
 TEST_F(WriterTest, IntegerDepthsClipBeyondFullScaleAndFloatDepthsKeepIt)
 {
     const std::vector<float> samples = {1.0f, -1.0f, 1.5f, -3.0f, 0.5f, 100.0f, -1.0001f, 0.25f};

@@ -240,11 +240,6 @@ public:
     std::vector<std::string> titles;
 };
 
-void touch(const std::string& file)
-{
-    std::ofstream(file) << "x";
-}
-
 } // namespace
 
 TEST(Document, ResetKeepsTheSettingsValuesAndEmptiesTheSession)
@@ -309,7 +304,7 @@ TEST(Document, NewTakeFileSkipsNamesOnDiskAndGivesUpAfterAThousandTakes)
     testsupport::TempFolder dir;
     Document doc;
     doc.workFolder = dir.path() + "/";
-    touch(dir.file("Audio_T1_1.aif"));
+    std::ofstream(dir.file("Audio_T1_1.aif")) << "x";
     epiPath take;
     ASSERT_TRUE(doc.newTakeFile(0, take));
     EXPECT_EQ(take, dir.file("Audio_T1_2.aif"));
@@ -323,7 +318,7 @@ TEST(Document, NewTakeFileSkipsNamesOnDiskAndGivesUpAfterAThousandTakes)
 
     for (int n = 1; n <= 1000; ++n)
     {
-        touch(dir.file("Audio_T2_" + std::to_string(n) + ".aif"));
+        std::ofstream(dir.file("Audio_T2_" + std::to_string(n) + ".aif")) << "x";
     }
     take = "unchanged";
     EXPECT_FALSE(doc.newTakeFile(1, take));

@@ -129,16 +129,14 @@ TEST_F(RenderRig, RenderRefusesBadInputAndLeavesNothing)
     ASSERT_EQ(kv3("project new " + file("empty.kv3h")), 0);
     std::ofstream(file("junk.kv3h")) << "not a project";
     // All four tracks empty, a missing project, a project that isn't one, a format it can't write.
-    for (const auto& [arguments, exit] : {std::pair{"empty.kv3h out.wav", 1},
-                                          {"missing.kv3h out.wav", 1},
-                                          {"junk.kv3h out.wav", 1},
-                                          {"empty.kv3h out.mp3", 2},
-                                          {"empty.kv3h out.wav --depth 12", 2}})
+    for (const auto& [project, out, exit] : {std::tuple{"empty", "out.wav", 1},
+                                             {"missing", "out.wav", 1},
+                                             {"junk", "out.wav", 1},
+                                             {"empty", "out.mp3", 2},
+                                             {"empty", "out.wav --depth 12", 2}})
     {
-        const std::string a = arguments;
-        EXPECT_EQ(kv3("render " + file(a.substr(0, a.find(' '))) + " " + file(a.substr(a.find(' ') + 1))),
-                  exit)
-            << arguments;
+        EXPECT_EQ(kv3("render " + file(project + std::string(".kv3h")) + " " + file(out)), exit)
+            << project << out;
     }
     for (const auto& entry : fs::directory_iterator(temp_.path()))
         EXPECT_EQ(entry.path().filename().string().find("out."), std::string::npos) << entry.path();
