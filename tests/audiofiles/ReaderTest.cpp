@@ -1,5 +1,6 @@
 // The reader chain over real files written by libsndfile and by FFmpeg's encoders.
 #include "TestFiles.h"
+#include "tests/support/Signal.h"
 
 #include "audiofiles/AudioFileGuess.h"
 #include "audiofiles/AudioFile_av.h"
@@ -12,41 +13,12 @@
 #include <random>
 #include <sndfile.h>
 
+using testfiles::fillWith;
 using testfiles::staircase;
+using testfiles::wrongFrames;
 
 namespace
 {
-
-struct PcmFormat
-{
-    const char* name;
-    int format;
-};
-
-const PcmFormat kPcmFormats[] = {
-    {"wav-u8", SF_FORMAT_WAV | SF_FORMAT_PCM_U8},     {"wav-16", SF_FORMAT_WAV | SF_FORMAT_PCM_16},
-    {"wav-24", SF_FORMAT_WAV | SF_FORMAT_PCM_24},     {"wav-32", SF_FORMAT_WAV | SF_FORMAT_PCM_32},
-    {"wav-float", SF_FORMAT_WAV | SF_FORMAT_FLOAT},   {"wav-double", SF_FORMAT_WAV | SF_FORMAT_DOUBLE},
-    {"aiff-8", SF_FORMAT_AIFF | SF_FORMAT_PCM_S8},    {"aiff-16", SF_FORMAT_AIFF | SF_FORMAT_PCM_16},
-    {"aiff-24", SF_FORMAT_AIFF | SF_FORMAT_PCM_24},   {"aiff-32", SF_FORMAT_AIFF | SF_FORMAT_PCM_32},
-    {"aiff-float", SF_FORMAT_AIFF | SF_FORMAT_FLOAT}, {"aiff-double", SF_FORMAT_AIFF | SF_FORMAT_DOUBLE},
-    {"caf-8", SF_FORMAT_CAF | SF_FORMAT_PCM_S8},      {"caf-16", SF_FORMAT_CAF | SF_FORMAT_PCM_16},
-    {"caf-24", SF_FORMAT_CAF | SF_FORMAT_PCM_24},     {"caf-32", SF_FORMAT_CAF | SF_FORMAT_PCM_32},
-    {"caf-float", SF_FORMAT_CAF | SF_FORMAT_FLOAT},   {"caf-double", SF_FORMAT_CAF | SF_FORMAT_DOUBLE},
-    {"flac-8", SF_FORMAT_FLAC | SF_FORMAT_PCM_S8},    {"flac-16", SF_FORMAT_FLAC | SF_FORMAT_PCM_16},
-    {"flac-24", SF_FORMAT_FLAC | SF_FORMAT_PCM_24},
-};
-
-const int32_t kRates[] = {22050, 44100, 48000, 88200, 96000, 176400, 192000};
-
-/** A buffer whose every sample is a value no reader produces, to see what a read leaves alone. */
-void fillWith(AudioBuffer& buffer, int64_t frames, int32_t channels, float value)
-{
-    buffer.alloc(frames, channels);
-    buffer.frames = frames;
-    for (int32_t c = 0; c < channels; ++c)
-        std::fill(buffer.channel[c], buffer.channel[c] + frames, value);
-}
 
 /** Reads a whole file sequentially in blocks of varying size, as a track would. */
 std::vector<std::vector<float>> readSequential(AudioFile& file, int32_t channels)
@@ -54,18 +26,13 @@ std::vector<std::vector<float>> readSequential(AudioFile& file, int32_t channels
     const auto frames = static_cast<int64_t>(file.frames());
     std::vector<std::vector<float>> all(static_cast<size_t>(channels), std::vector<float>(frames));
     AudioBuffer block;
-    int64_t at = 0;
     int64_t size = 1000;
-    while (at < frames)
+    for (int64_t at = 0; at < frames; at += block.frames)
     {
-        const int64_t count = std::min(size, frames - at);
-        block.alloc(count, channels);
-        block.frames = count;
-        block.position = at;
+        fillWith(block, std::min(size, frames - at), channels, 9.0f, at);
         EXPECT_TRUE(file.read(block)) << "at " << at;
         for (int32_t c = 0; c < channels; ++c)
-            std::copy(block.channel[c], block.channel[c] + count, all[c].begin() + at);
-        at += count;
+            std::copy(block.channel[c], block.channel[c] + block.frames, all[c].begin() + at);
         size = size == 1000 ? 4411 : 1000;
     }
     return all;
@@ -74,33 +41,57 @@ std::vector<std::vector<float>> readSequential(AudioFile& file, int32_t channels
 /** The lag (within +-range) at which decoded best matches the reference, by summed squares. */
 int bestLag(const std::vector<float>& decoded, const std::vector<float>& reference, int range)
 {
-    double best = 1e300;
-    int bestAt = 0;
     const auto n = static_cast<int64_t>(std::min(decoded.size(), reference.size()));
+    int best = 0;
+    double bestSum = 1e300;
     for (int lag = -range; lag <= range; ++lag)
     {
         double sum = 0;
         for (int64_t i = 4096; i < n - 4096; ++i)
-        {
-            const double e = decoded[static_cast<size_t>(i)] - reference[static_cast<size_t>(i + lag)];
-            sum += e * e;
-        }
-        if (sum < best)
-        {
-            best = sum;
-            bestAt = lag;
-        }
+            sum += std::pow(decoded[static_cast<size_t>(i)] - reference[static_cast<size_t>(i + lag)], 2);
+        best = sum < bestSum ? lag : best;
+        bestSum = std::min(sum, bestSum);
     }
-    return bestAt;
+    return best;
 }
 
-double rmsError(const std::vector<float>& decoded, const std::vector<float>& reference)
+double rmsError(const std::vector<float>& decoded, const std::vector<float>& reference, size_t from = 0)
 {
     double sum = 0;
     const size_t n = std::min(decoded.size(), reference.size());
-    for (size_t i = 0; i < n; ++i)
+    for (size_t i = from; i < n; ++i)
         sum += (decoded[i] - reference[i]) * (decoded[i] - reference[i]);
-    return std::sqrt(sum / static_cast<double>(n));
+    return std::sqrt(sum / static_cast<double>(n - from));
+}
+
+/** A compressed kind: Ogg Vorbis written by libsndfile, the others by FFmpeg's encoders. */
+struct Encoded
+{
+    const char* extension;
+    const char* codec;       // null: written by libsndfile
+    const char* chainReader; // the reader the chain picks on this system
+    double frameSlack;       // how far the fall-back reader's length may be off
+    double rms;
+    int lagRange;
+};
+
+// libsndfile reads Vorbis and MP3 itself; AAC in MP4 only the fall-back can. MP3 carries its exact
+// length in the encoder's header; FFmpeg's MP4 muxer writes an edit list that can be off by a few
+// samples (within one AAC frame); FFmpeg's Ogg demuxer trims one short block too many from the end of
+// a file whose audio fits in its first pages.
+const Encoded kEncoded[] = {{"ogg", nullptr, "sndfile", 256.0, 0.02, 40},
+                            {"mp3", "libmp3lame", "sndfile", 0.0, 0.01, 2200},
+                            {"m4a", "aac", "ffmpeg", 1024.0, 0.01, 2200}};
+
+/** Writes the music as a file of the kind, through a float WAV for the encoders. */
+bool writeEncoded(const testfiles::TempDir& dir, const Encoded& kind, const std::string& out,
+                  int32_t channels, int32_t rate, int64_t frames, const std::string& extra = "")
+{
+    if (kind.codec == nullptr)
+        return testfiles::writeMusic(out, SF_FORMAT_OGG | SF_FORMAT_VORBIS, channels, rate, frames);
+    const std::string wav = dir.file("src.wav");
+    return testfiles::writeMusic(wav, SF_FORMAT_WAV | SF_FORMAT_FLOAT, channels, rate, frames) &&
+           testfiles::encode(wav, out, kind.codec, extra);
 }
 
 class ReaderTest : public ::testing::Test
@@ -113,335 +104,129 @@ protected:
 
 TEST_F(ReaderTest, EveryPcmFormatRateAndChannelCountReadsBackExactly)
 {
-    int files = 0;
-    for (const PcmFormat& format : kPcmFormats)
-        for (int32_t rate : kRates)
+    // Every depth libsndfile writes in each container (FLAC has no 32-bit or float depths); WAV's
+    // 8-bit samples are unsigned.
+    std::vector<int> formats;
+    for (const int container : {SF_FORMAT_WAV, SF_FORMAT_AIFF, SF_FORMAT_CAF, SF_FORMAT_FLAC})
+        for (const int depth : {SF_FORMAT_PCM_S8, SF_FORMAT_PCM_16, SF_FORMAT_PCM_24, SF_FORMAT_PCM_32,
+                                SF_FORMAT_FLOAT, SF_FORMAT_DOUBLE})
+        {
+            const int u8 = container == SF_FORMAT_WAV && depth == SF_FORMAT_PCM_S8 ? SF_FORMAT_PCM_U8 : depth;
+            SF_INFO info{0, 44100, 2, container | u8, 0, 0};
+            if (sf_format_check(&info))
+                formats.push_back(info.format);
+        }
+    ASSERT_EQ(formats.size(), 21u);
+    for (const int format : formats)
+        for (int32_t rate : {22050, 44100, 48000, 88200, 96000, 176400, 192000})
             for (int32_t channels : {1, 2})
             {
-                SCOPED_TRACE(testfiles::join(format.name, " ", rate, " Hz ", channels, " ch"));
-                const std::string path = dir_.file(testfiles::join(format.name, "-", rate, "-", channels));
+                SCOPED_TRACE(testfiles::join(std::hex, format, std::dec, " ", rate, " Hz ", channels, " ch"));
+                const std::string path = dir_.file(testfiles::join(format, "-", rate, "-", channels));
                 // Even: libsndfile counts the pad byte of an odd 8-bit mono AIFF as a frame.
                 const int64_t frames = rate / 40 * 2 + 18;
-                ASSERT_TRUE(testfiles::writeStaircase(path, format.format, channels, rate, frames));
+                ASSERT_TRUE(testfiles::writeStaircase(path, format, channels, rate, frames));
                 AudioFileGuess file;
                 ASSERT_TRUE(file.open(path));
                 EXPECT_STREQ(file.readerName(), "sndfile");
                 EXPECT_EQ(file.channels(), channels);
                 EXPECT_EQ(file.sampleRate(), rate);
                 ASSERT_EQ(file.frames(), static_cast<uint64_t>(frames));
-                AudioFileTime time;
-                file.duration(time);
-                EXPECT_EQ(time.value, frames * 75 / rate);
-
                 // The whole file in one block, then a block from the middle after it (a seek).
                 AudioBuffer block;
                 fillWith(block, frames, channels, 9.0f);
-                block.position = 0;
                 ASSERT_TRUE(file.read(block));
-                int64_t wrong = 0;
-                for (int32_t c = 0; c < channels; ++c)
-                    for (int64_t i = 0; i < frames; ++i)
-                        wrong += block.channel[c][i] != staircase(i, c);
-                EXPECT_EQ(wrong, 0);
-                fillWith(block, 100, channels, 9.0f);
-                block.position = frames / 3;
+                EXPECT_EQ(wrongFrames(block, channels), 0);
+                fillWith(block, 100, channels, 9.0f, frames / 3);
                 ASSERT_TRUE(file.read(block));
-                for (int32_t c = 0; c < channels; ++c)
-                    for (int64_t i = 0; i < 100; ++i)
-                        wrong += block.channel[c][i] != staircase(frames / 3 + i, c);
-                EXPECT_EQ(wrong, 0);
-                ++files;
+                EXPECT_EQ(wrongFrames(block, channels), 0);
             }
-    EXPECT_EQ(files, 21 * 7 * 2);
 }
 
-TEST_F(ReaderTest, OggVorbisReadsBackWithinTheCodecsTolerance)
+TEST_F(ReaderTest, CompressedFilesStartOnTheMusicAndSeekToTheFrame)
 {
-    for (int32_t rate : {22050, 44100, 48000, 96000})
-        for (int32_t channels : {1, 2})
-        {
-            SCOPED_TRACE(testfiles::join(rate, " Hz ", channels, " ch"));
-            const std::string path = dir_.file(testfiles::join("v", rate, channels, ".ogg"));
-            const int64_t frames = rate;
-            ASSERT_TRUE(testfiles::writeSignal(path, SF_FORMAT_OGG | SF_FORMAT_VORBIS, channels, rate, frames,
-                                               [rate](int64_t i, int32_t c)
-                                               { return testfiles::music(i, c, rate); }));
-            AudioFileGuess chain;
-            ASSERT_TRUE(chain.open(path));
-            EXPECT_STREQ(chain.readerName(), "sndfile");
-            // The fall-back reader decodes the same file to the same music.
-            AudioFile_av av;
-            ASSERT_TRUE(av.open(path)) << av.error();
-            for (AudioFile* file : {static_cast<AudioFile*>(&chain), static_cast<AudioFile*>(&av)})
-            {
-                EXPECT_EQ(file->channels(), channels);
-                EXPECT_EQ(file->sampleRate(), rate);
-                // FFmpeg's Ogg demuxer trims one short block too many from the end of a file whose
-                // audio fits in its first pages; libsndfile's length is exact.
-                if (file == &chain)
-                    ASSERT_EQ(file->frames(), static_cast<uint64_t>(frames));
-                else
-                    ASSERT_NEAR(static_cast<double>(file->frames()), static_cast<double>(frames), 256.0);
-                auto decoded = readSequential(*file, channels);
-                for (int32_t c = 0; c < channels; ++c)
-                {
-                    std::vector<float> reference(static_cast<size_t>(frames));
-                    for (int64_t i = 0; i < frames; ++i)
-                        reference[static_cast<size_t>(i)] = testfiles::music(i, c, rate);
-                    EXPECT_LT(rmsError(decoded[c], reference), 0.02);
-                    EXPECT_EQ(bestLag(decoded[c], reference, 40), 0);
-                    // The end as well: positions in the last page are counted back from its end.
-                    const auto end = static_cast<int64_t>(decoded[c].size());
-                    std::vector<float> tail(decoded[c].begin() + end - rate / 4, decoded[c].end());
-                    std::vector<float> tailReference(reference.begin() + end - rate / 4,
-                                                     reference.begin() + end);
-                    EXPECT_LT(rmsError(tail, tailReference), 0.02);
-                }
-            }
-        }
-}
-
-namespace
-{
-
-struct Encoded
-{
-    const char* extension;
-    const char* codec;
-    const char* chainReader; // the reader the chain picks on this system
-};
-
-// libsndfile reads MP3 itself; AAC in MP4 only the fall-back can.
-const Encoded kEncoded[] = {{"mp3", "libmp3lame", "sndfile"}, {"m4a", "aac", "ffmpeg"}};
-
-} // namespace
-
-TEST_F(ReaderTest, FilesFromFfmpegsEncodersOpenWithTheirLengthAndStartOnTheMusic)
-{
+    std::mt19937 random(7);
     for (const Encoded& kind : kEncoded)
         for (int32_t rate : {44100, 48000})
             for (int32_t channels : {1, 2})
             {
                 SCOPED_TRACE(testfiles::join(kind.extension, " ", rate, " Hz ", channels, " ch"));
                 const int64_t frames = rate * 3 / 2 + 321;
-                const std::string wav = dir_.file("src.wav");
                 const std::string out =
                     dir_.file(testfiles::join("enc", rate, channels, ".", kind.extension));
-                ASSERT_TRUE(testfiles::writeSignal(
-                    wav, SF_FORMAT_WAV | SF_FORMAT_FLOAT, channels, rate, frames,
-                    [rate](int64_t i, int32_t c) { return testfiles::music(i, c, rate); }));
-                ASSERT_TRUE(testfiles::encode(wav, out, kind.codec));
-
+                ASSERT_TRUE(writeEncoded(dir_, kind, out, channels, rate, frames));
                 AudioFileGuess chain;
                 ASSERT_TRUE(chain.open(out));
                 EXPECT_STREQ(chain.readerName(), kind.chainReader);
+                // The fall-back reader decodes the same file to the same music.
                 AudioFile_av av;
                 ASSERT_TRUE(av.open(out)) << av.error();
                 for (AudioFile* file : {static_cast<AudioFile*>(&chain), static_cast<AudioFile*>(&av)})
                 {
+                    SCOPED_TRACE(file == &av ? "ffmpeg" : "chain");
                     EXPECT_EQ(file->channels(), channels);
                     EXPECT_EQ(file->sampleRate(), rate);
-                    // MP3 carries its exact length in the encoder's header. FFmpeg's MP4 muxer
-                    // writes an edit list that can be off by a few samples (within one AAC frame).
-                    if (std::string(kind.extension) == "mp3")
-                        EXPECT_EQ(file->frames(), static_cast<uint64_t>(frames));
-                    else
-                        EXPECT_NEAR(static_cast<double>(file->frames()), static_cast<double>(frames), 1024.0);
-                    auto decoded = readSequential(*file, channels);
+                    const bool exact = file == &chain && std::string(kind.chainReader) == "sndfile";
+                    const auto length = static_cast<int64_t>(file->frames());
+                    ASSERT_NEAR(static_cast<double>(length), static_cast<double>(frames),
+                                exact ? 0.0 : kind.frameSlack);
+                    const auto decoded = readSequential(*file, channels);
                     for (int32_t c = 0; c < channels; ++c)
                     {
-                        std::vector<float> reference(static_cast<size_t>(frames));
-                        for (int64_t i = 0; i < frames; ++i)
-                            reference[static_cast<size_t>(i)] = testfiles::music(i, c, rate);
-                        EXPECT_LT(rmsError(decoded[c], reference), 0.01);
+                        const std::vector<float> reference = testfiles::musicChannel(c, rate, frames);
+                        EXPECT_LT(rmsError(decoded[c], reference), kind.rms);
                         // Position 0 is the first sample of the music: no encoder delay left.
-                        EXPECT_EQ(bestLag(decoded[c], reference, 2200), 0);
+                        EXPECT_EQ(bestLag(decoded[c], reference, kind.lagRange), 0);
+                        // The end as well: positions in the last page are counted back from its end.
+                        EXPECT_LT(rmsError(decoded[c], reference, decoded[c].size() - rate / 4),
+                                  2 * kind.rms);
+                    }
+                    // Random jumps, forwards and back, including the very start and the last frames,
+                    // read what the sequential read did. AAC's noise substitution draws from a
+                    // generator that runs from the start of the stream, and the MP3 decoder restarts a
+                    // mono stream a little differently, so after a seek those differ slightly; one
+                    // frame of misalignment would differ by more than 0.02.
+                    const bool mp3 = kind.extension == std::string("mp3");
+                    const float tolerance = kind.extension == std::string("m4a") ? 5e-3f
+                                            : mp3 && channels == 1               ? 1e-3f
+                                                                                 : 0.0f;
+                    for (int jump = 0; jump < 20; ++jump)
+                    {
+                        const int64_t count = 1 + static_cast<int64_t>(random() % 3000);
+                        int64_t at = static_cast<int64_t>(random() % static_cast<uint64_t>(length - count));
+                        at = jump == 0 ? 0 : jump == 1 ? length - count : jump == 2 ? 1 : at;
+                        AudioBuffer block;
+                        fillWith(block, count, channels, 9.0f, at);
+                        ASSERT_TRUE(file->read(block)) << "at " << at;
+                        int64_t wrong = 0;
+                        for (int32_t c = 0; c < channels; ++c)
+                            for (int64_t i = 0; i < count; ++i)
+                                wrong += std::fabs(block.channel[c][i] -
+                                                   decoded[c][static_cast<size_t>(at + i)]) > tolerance;
+                        EXPECT_EQ(wrong, 0) << "block of " << count << " at " << at << " of " << length;
                     }
                 }
             }
-}
-
-TEST_F(ReaderTest, SeekingInCompressedFilesIsFrameAccurate)
-{
-    const int32_t rate = 44100;
-    const int64_t frames = rate * 4;
-    const std::string wav = dir_.file("src.wav");
-    ASSERT_TRUE(testfiles::writeSignal(wav, SF_FORMAT_WAV | SF_FORMAT_FLOAT, 2, rate, frames,
-                                       [](int64_t i, int32_t c) { return testfiles::music(i, c, rate); }));
-    std::vector<std::string> paths;
-    for (const Encoded& kind : kEncoded)
-    {
-        paths.push_back(dir_.file(testfiles::join("s.", kind.extension)));
-        ASSERT_TRUE(testfiles::encode(wav, paths.back(), kind.codec));
-    }
-    paths.push_back(dir_.file("s.ogg"));
-    ASSERT_TRUE(testfiles::writeSignal(paths.back(), SF_FORMAT_OGG | SF_FORMAT_VORBIS, 2, rate, frames,
-                                       [](int64_t i, int32_t c) { return testfiles::music(i, c, rate); }));
-    paths.push_back(dir_.file("s.flac"));
-    ASSERT_TRUE(testfiles::writeStaircase(paths.back(), SF_FORMAT_FLAC | SF_FORMAT_PCM_24, 2, rate, frames));
-
-    std::mt19937 random(7);
-    for (const std::string& path : paths)
-    {
-        AudioFileGuess chain;
-        AudioFile_av av;
-        ASSERT_TRUE(chain.open(path));
-        ASSERT_TRUE(av.open(path));
-        for (AudioFile* file : {static_cast<AudioFile*>(&chain), static_cast<AudioFile*>(&av)})
-        {
-            SCOPED_TRACE(testfiles::join(path, file == &av ? " ffmpeg" : " chain"));
-            const auto sequential = readSequential(*file, 2);
-            // AAC's noise substitution draws from a generator that runs from the start of the
-            // stream, so after a seek those bands differ slightly; every other codec here is exact.
-            // One frame of misalignment would differ by more than 0.02 on this signal.
-            const float tolerance = path.ends_with(".m4a") ? 5e-3f : 0.0f;
-            const auto length = static_cast<int64_t>(file->frames());
-            int64_t wrong = 0;
-            // Random jumps, forwards and back, including the very start and the last frames.
-            for (int jump = 0; jump < 60; ++jump)
-            {
-                const int64_t count = 1 + static_cast<int64_t>(random() % 3000);
-                int64_t at = static_cast<int64_t>(random() % static_cast<uint64_t>(length - count));
-                if (jump == 0)
-                    at = 0;
-                if (jump == 1)
-                    at = length - count;
-                if (jump == 2)
-                    at = 1;
-                AudioBuffer block;
-                fillWith(block, count, 2, 9.0f);
-                block.position = at;
-                ASSERT_TRUE(file->read(block)) << "at " << at;
-                int64_t wrongHere = 0;
-                float worst = 0.0f;
-                for (int32_t c = 0; c < 2; ++c)
-                    for (int64_t i = 0; i < count; ++i)
-                    {
-                        const float error =
-                            std::fabs(block.channel[c][i] - sequential[c][static_cast<size_t>(at + i)]);
-                        wrongHere += error > tolerance;
-                        worst = std::max(worst, error);
-                    }
-                EXPECT_EQ(wrongHere, 0) << "block of " << count << " at " << at << " of " << length
-                                        << ", largest difference " << worst;
-                wrong += wrongHere;
-            }
-            EXPECT_EQ(wrong, 0);
-        }
-    }
-}
-
-TEST_F(ReaderTest, FilesNeitherLibraryCanOpenFailCleanly)
-{
-    std::mt19937 random(3);
-    std::string noise(20000, '\0');
-    for (char& byte : noise)
-        byte = static_cast<char>(random());
-    const std::string wav = dir_.file("good.wav");
-    ASSERT_TRUE(testfiles::writeStaircase(wav, SF_FORMAT_WAV | SF_FORMAT_PCM_16, 2, 44100, 44100));
-    const std::string m4aSource = dir_.file("src.wav");
-    ASSERT_TRUE(testfiles::writeSignal(m4aSource, SF_FORMAT_WAV | SF_FORMAT_FLOAT, 2, 44100, 44100,
-                                       [](int64_t i, int32_t c) { return testfiles::music(i, c, 44100); }));
-    const std::string m4a = dir_.file("good.m4a");
-    ASSERT_TRUE(testfiles::encode(m4aSource, m4a, "aac"));
-
-    std::vector<std::string> bad;
-    for (const char* name : {"noise.wav", "noise.mp3", "noise.m4a", "noise"})
-    {
-        bad.push_back(dir_.file(name));
-        ASSERT_TRUE(testfiles::writeBytes(bad.back(), noise));
-    }
-    bad.push_back(dir_.file("header.wav"));
-    ASSERT_TRUE(testfiles::writeBytes(bad.back(), testfiles::readBytes(wav).substr(0, 30)));
-    bad.push_back(dir_.file("header.m4a"));
-    ASSERT_TRUE(testfiles::writeBytes(bad.back(), testfiles::readBytes(m4a).substr(0, 200)));
-    bad.push_back(dir_.file("text.wav"));
-    ASSERT_TRUE(
-        testfiles::writeBytes(bad.back(), "This is not a sound.\nJust words, one line after another.\n"));
-    bad.push_back(dir_.file("empty.wav"));
-    ASSERT_TRUE(testfiles::writeBytes(bad.back(), ""));
-    bad.push_back(dir_.file("missing.wav"));
-    bad.push_back(dir_.file("folder.wav"));
-    std::filesystem::create_directory(bad.back());
-
-    for (const std::string& path : bad)
-    {
-        SCOPED_TRACE(path);
-        AudioFileGuess file;
-        EXPECT_FALSE(file.open(path));
-        EXPECT_FALSE(file.isOpen());
-        EXPECT_EQ(file.frames(), 0u);
-        EXPECT_EQ(file.channels(), 0);
-        EXPECT_EQ(file.sampleRate(), 0);
-        EXPECT_FALSE(file.error().empty());
-        EXPECT_STREQ(file.readerName(), "");
-        AudioBuffer block;
-        fillWith(block, 64, 2, 9.0f);
-        EXPECT_FALSE(file.read(block));
-        EXPECT_EQ(block.channel[0][0], 9.0f);
-        AudioFileTime time{1234};
-        file.duration(time);
-        EXPECT_EQ(time.value, 1234);
-        AudioFileGuessSafe safe;
-        EXPECT_FALSE(safe.open(path));
-        EXPECT_FALSE(safe.read(block));
-    }
 }
 
 TEST_F(ReaderTest, ATruncatedFilePlaysWhatExistsThenSilence)
 {
     const std::string whole = dir_.file("whole.wav");
     ASSERT_TRUE(testfiles::writeStaircase(whole, SF_FORMAT_WAV | SF_FORMAT_PCM_16, 2, 44100, 10000));
-    const std::string bytes = testfiles::readBytes(whole);
     const std::string cut = dir_.file("cut.wav");
     // 44 bytes of header, then 6000 frames of 4 bytes and half a frame.
-    ASSERT_TRUE(testfiles::writeBytes(cut, bytes.substr(0, 44 + 6000 * 4 + 2)));
+    ASSERT_TRUE(testfiles::writeBytes(cut, testfiles::readBytes(whole).substr(0, 44 + 6000 * 4 + 2)));
     AudioFileGuessSafe file;
     ASSERT_TRUE(file.open(cut));
-    EXPECT_GE(file.frames(), 6000u);
-    EXPECT_LE(file.frames(), 10000u);
+    EXPECT_TRUE(file.frames() >= 6000u && file.frames() <= 10000u) << file.frames();
     AudioBuffer block;
-    fillWith(block, 10000, 2, 9.0f);
-    block.position = 0;
+    fillWith(block, 6000, 2, 9.0f);
     EXPECT_TRUE(file.read(block));
-    int64_t wrong = 0;
+    EXPECT_EQ(wrongFrames(block, 2), 0);
+    fillWith(block, 4000, 2, 9.0f, 6000);
+    EXPECT_TRUE(file.read(block));
     for (int32_t c = 0; c < 2; ++c)
-        for (int64_t i = 0; i < 10000; ++i)
-            wrong += block.channel[c][i] != (i < 6000 ? staircase(i, c) : 0.0f);
-    EXPECT_EQ(wrong, 0);
-
-    // Compressed files cut in half: the chain still opens them and what is read is finite.
-    const std::string src = dir_.file("src.wav");
-    ASSERT_TRUE(testfiles::writeSignal(src, SF_FORMAT_WAV | SF_FORMAT_FLOAT, 2, 44100, 88200,
-                                       [](int64_t i, int32_t c) { return testfiles::music(i, c, 44100); }));
-    for (const auto& [extension, codec, extra] :
-         {std::tuple{"mp3", "libmp3lame", ""}, std::tuple{"m4a", "aac", "-movflags +faststart"}})
-    {
-        SCOPED_TRACE(extension);
-        const std::string encoded = dir_.file(testfiles::join("e.", extension));
-        ASSERT_TRUE(testfiles::encode(src, encoded, codec, extra));
-        const std::string all = testfiles::readBytes(encoded);
-        const std::string half = dir_.file(testfiles::join("half.", extension));
-        ASSERT_TRUE(testfiles::writeBytes(half, all.substr(0, all.size() / 2)));
-        AudioFileGuessSafe cutFile;
-        ASSERT_TRUE(cutFile.open(half));
-        const auto length = static_cast<int64_t>(cutFile.frames());
-        ASSERT_GT(length, 20000);
-        fillWith(block, length + 100, 2, 9.0f);
-        block.position = 0;
-        EXPECT_TRUE(cutFile.read(block));
-        // The start is the music; the end, past what the file holds, is silence.
-        std::vector<float> head(block.channel[0], block.channel[0] + 20000);
-        std::vector<float> reference(20000);
-        for (int64_t i = 0; i < 20000; ++i)
-            reference[static_cast<size_t>(i)] = testfiles::music(i, 0, 44100);
-        EXPECT_LT(rmsError(head, reference), 0.02);
-        EXPECT_EQ(bestLag(head, reference, 1100), 0);
-        for (int64_t i = 0; i < length + 100; ++i)
-            ASSERT_TRUE(std::isfinite(block.channel[0][i]) && std::fabs(block.channel[0][i]) <= 1.5f) << i;
-        EXPECT_EQ(block.channel[0][length + 99], 0.0f);
-        EXPECT_EQ(block.channel[1][length - 1], 0.0f);
-    }
+        EXPECT_EQ(testsignal::peak(block.channel[c], 4000), 0.0) << c;
 }
 
 TEST_F(ReaderTest, ReadsAtTheEdgesOfTheFile)
@@ -449,30 +234,25 @@ TEST_F(ReaderTest, ReadsAtTheEdgesOfTheFile)
     const std::string path = dir_.file("edge.wav");
     ASSERT_TRUE(testfiles::writeStaircase(path, SF_FORMAT_WAV | SF_FORMAT_PCM_24, 1, 44100, 5000));
 
-    // One frame too many: the plain reader fails and leaves the output as it was.
+    // One frame too many, or before the start: the plain reader fails and leaves the output as it was.
     AudioFile_sf sf;
     ASSERT_TRUE(sf.open(path));
     AudioBuffer block;
-    fillWith(block, 1001, 1, 9.0f);
-    block.position = 4000;
-    EXPECT_FALSE(sf.read(block));
-    EXPECT_EQ(block.channel[0][0], 9.0f);
-    EXPECT_EQ(block.channel[0][1000], 9.0f);
+    for (const int64_t at : {4000, -5})
+    {
+        fillWith(block, 1001, 1, 9.0f, at);
+        EXPECT_FALSE(sf.read(block)) << at;
+        EXPECT_EQ(*std::min_element(block.channel[0], block.channel[0] + 1001), 9.0f) << at;
+    }
     // The cursor stays usable: the same place with the right count reads.
-    block.frames = 1000;
+    fillWith(block, 1000, 1, 9.0f, 4000);
     EXPECT_TRUE(sf.read(block));
-    EXPECT_EQ(block.channel[0][999], staircase(4999, 0));
-    // Before the start: refused, the output as it was.
-    fillWith(block, 10, 1, 9.0f);
-    block.position = -5;
-    EXPECT_FALSE(sf.read(block));
-    EXPECT_EQ(block.channel[0][9], 9.0f);
+    EXPECT_EQ(wrongFrames(block, 1), 0);
 
     // Through the safe reader the same block gives the frames that exist and then silence...
     AudioFileGuessSafe safe;
     ASSERT_TRUE(safe.open(path));
-    fillWith(block, 1001, 1, 9.0f);
-    block.position = 4000;
+    fillWith(block, 1001, 1, 9.0f, 4000);
     EXPECT_TRUE(safe.read(block));
     EXPECT_EQ(block.channel[0][999], staircase(4999, 0));
     EXPECT_EQ(block.channel[0][1000], 0.0f);
@@ -482,87 +262,88 @@ TEST_F(ReaderTest, ReadsAtTheEdgesOfTheFile)
     request.position = 4000;
     request.frames = 1001;
     EXPECT_FALSE(safe.provide(request));
-    EXPECT_EQ(request.channel[0], nullptr);
     request.frames = 1000;
     ASSERT_TRUE(safe.provide(request));
     EXPECT_EQ(request.channel[0][0], staircase(4000, 0));
 
     // A mono file read into a stereo block fills the first channel only.
     fillWith(block, 10, 2, 9.0f);
-    block.position = 0;
     EXPECT_TRUE(safe.read(block));
     EXPECT_EQ(block.channel[0][3], staircase(3, 0));
     EXPECT_EQ(block.channel[1][3], 9.0f);
 }
 
-namespace
+TEST_F(ReaderTest, BadFilesFailCleanlyAndDamagedOnesNeverCrashOrHang)
 {
-
-size_t openDescriptors()
-{
-    size_t count = 0;
-    for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator("/proc/self/fd"))
-        ++count;
-    return count;
-}
-
-} // namespace
-
-TEST_F(ReaderTest, NamesBeyondAsciiReadOnlyFilesAndNoLeakedHandles)
-{
-    const std::string wav = dir_.file("Übung – Tänze ♪.wav");
-    ASSERT_TRUE(testfiles::writeStaircase(wav, SF_FORMAT_WAV | SF_FORMAT_PCM_16, 2, 44100, 4410));
-    const std::string m4a = dir_.file("Übung – Tänze ♪.m4a");
-    ASSERT_TRUE(testfiles::encode(wav, m4a, "aac"));
-    std::filesystem::permissions(wav, std::filesystem::perms::owner_read,
-                                 std::filesystem::perm_options::replace);
-    const std::string text = dir_.file("readme.wav");
-    ASSERT_TRUE(testfiles::writeBytes(text, "words"));
-
-    AudioFileGuess warmUp;
-    ASSERT_TRUE(warmUp.open(m4a));
-    warmUp.close();
-    const size_t before = openDescriptors();
-    for (int round = 0; round < 20; ++round)
-    {
-        AudioFileGuess file;
-        ASSERT_TRUE(file.open(wav));
-        EXPECT_STREQ(file.readerName(), "sndfile");
-        ASSERT_TRUE(file.open(m4a)); // open over an open file closes the first
-        EXPECT_STREQ(file.readerName(), "ffmpeg");
-        AudioBuffer block;
-        block.alloc(100, 2);
-        block.frames = 100;
-        block.position = 50;
-        EXPECT_TRUE(file.read(block));
-        EXPECT_FALSE(file.open(text));
-        EXPECT_FALSE(file.open(dir_.file("missing ü.wav")));
-        AudioFileGuessSafe safe;
-        ASSERT_TRUE(safe.open(wav));
-    }
-    EXPECT_EQ(openDescriptors(), before);
-}
-
-TEST_F(ReaderTest, DamagedFilesOpenOrFailButNeverCrashOrHang)
-{
-    // Real files of every kind, then bytes overwritten and ends cut at random: each opens or
-    // fails, and an opened one reads to its end in blocks, jumps included.
-    const std::string wav = dir_.file("src.wav");
-    ASSERT_TRUE(testfiles::writeSignal(wav, SF_FORMAT_WAV | SF_FORMAT_FLOAT, 2, 44100, 44100,
-                                       [](int64_t i, int32_t c) { return testfiles::music(i, c, 44100); }));
-    std::vector<std::string> sources = {wav};
-    sources.push_back(dir_.file("src.flac"));
+    // Sources of every kind, named beyond ASCII (but for the float WAV the encoders were given).
+    std::vector<std::string> sources = {dir_.file("Übung – Tänze ♪.flac")};
     ASSERT_TRUE(
         testfiles::writeStaircase(sources.back(), SF_FORMAT_FLAC | SF_FORMAT_PCM_16, 2, 44100, 44100));
-    sources.push_back(dir_.file("src.ogg"));
-    ASSERT_TRUE(testfiles::writeSignal(sources.back(), SF_FORMAT_OGG | SF_FORMAT_VORBIS, 2, 44100, 44100,
-                                       [](int64_t i, int32_t c) { return testfiles::music(i, c, 44100); }));
-    sources.push_back(dir_.file("src.mp3"));
-    ASSERT_TRUE(testfiles::encode(wav, sources.back(), "libmp3lame"));
-    sources.push_back(dir_.file("src.m4a"));
-    ASSERT_TRUE(testfiles::encode(wav, sources.back(), "aac", "-movflags +faststart"));
+    for (const Encoded& kind : kEncoded)
+    {
+        sources.push_back(dir_.file(testfiles::join("Übung – Tänze ♪.", kind.extension)));
+        ASSERT_TRUE(writeEncoded(dir_, kind, sources.back(), 2, 44100, 44100, "-movflags +faststart"));
+    }
+    sources.push_back(dir_.file("src.wav"));
 
-    std::mt19937 random(2024);
+    // Files neither library can open: refused with a reason, and a read leaves the block alone.
+    std::mt19937 random(3);
+    std::string noise(20000, '\0');
+    for (char& byte : noise)
+        byte = static_cast<char>(random());
+    const std::vector<std::pair<std::string, std::string>> bad = {
+        {"noise.wav", noise},
+        {"noise.mp3", noise},
+        {"noise.m4a", noise},
+        {"noise", noise},
+        {"header.wav", testfiles::readBytes(sources[4]).substr(0, 30)},
+        {"header.m4a", testfiles::readBytes(sources[3]).substr(0, 200)},
+        {"text.wav", "This is not a sound.\nJust words, one line after another.\n"},
+        {"empty.wav", ""}};
+    std::vector<std::string> paths = {dir_.file("missing ü.wav"), dir_.file("folder.wav")};
+    std::filesystem::create_directory(paths.back());
+    for (const auto& [name, bytes] : bad)
+    {
+        paths.push_back(dir_.file(name));
+        ASSERT_TRUE(testfiles::writeBytes(paths.back(), bytes));
+    }
+    {
+        AudioFileGuess warmUp;
+        ASSERT_TRUE(warmUp.open(sources[3]));
+    }
+    auto descriptors = [] { return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}); };
+    const auto before = descriptors();
+    for (const std::string& path : paths)
+    {
+        SCOPED_TRACE(path);
+        AudioFileGuess file;
+        EXPECT_FALSE(file.open(path));
+        EXPECT_FALSE(file.error().empty());
+        AudioBuffer block;
+        fillWith(block, 64, 2, 9.0f);
+        EXPECT_FALSE(file.read(block));
+        EXPECT_EQ(block.channel[0][0], 9.0f);
+        AudioFileGuessSafe safe;
+        EXPECT_FALSE(safe.open(path));
+        EXPECT_FALSE(safe.read(block));
+    }
+    // The sources open read-only, each open over the one before, which it closes: no handle leaks.
+    {
+        AudioFileGuess file;
+        for (const std::string& source : sources)
+        {
+            std::filesystem::permissions(source, std::filesystem::perms::owner_read,
+                                         std::filesystem::perm_options::replace);
+            ASSERT_TRUE(file.open(source)) << source;
+            AudioBuffer block;
+            fillWith(block, 100, 2, 9.0f, 50);
+            EXPECT_TRUE(file.read(block)) << source;
+        }
+    }
+    EXPECT_EQ(descriptors(), before);
+
+    // Real files of every kind, then bytes overwritten and ends cut at random: each opens or
+    // fails, and an opened one reads to its end in blocks, jumps included.
     int opened = 0;
     int refused = 0;
     for (const std::string& source : sources)

