@@ -49,17 +49,12 @@ public:
     ~JackTestServer()
     {
         stop();
-        if (lockFd_ >= 0)
-        {
-            ::close(lockFd_);
-        }
+        ::close(lockFd_);
     }
-
     JackTestServer(const JackTestServer&) = delete;
     JackTestServer& operator=(const JackTestServer&) = delete;
 
     const std::string& name() const { return name_; }
-    pid_t pid() const { return pid_; }
 
     /** Starts the server and waits until it accepts clients (at most ten seconds). */
     bool start()
@@ -85,13 +80,8 @@ public:
                    rate.c_str(), "-p", period.c_str(), static_cast<char*>(nullptr));
             _exit(127);
         }
-        if (pid_ < 0)
-        {
-            pid_ = 0;
-            return false;
-        }
         const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-        while (std::chrono::steady_clock::now() < deadline)
+        while (pid_ > 0 && std::chrono::steady_clock::now() < deadline)
         {
             if (accepting())
             {
@@ -99,20 +89,14 @@ public:
                 std::this_thread::sleep_for(std::chrono::milliseconds(100));
                 return true;
             }
-            int wstatus = 0;
-            if (waitpid(pid_, &wstatus, WNOHANG) == pid_)
+            if (waitpid(pid_, nullptr, WNOHANG) == pid_)
             {
                 pid_ = 0;
-                return false;
             }
             std::this_thread::sleep_for(std::chrono::milliseconds(50));
         }
         return false;
     }
-
-    /** Ends the server at once, without waiting for its clients. SIGTERM and not SIGKILL, for
-        the reason given in start(). */
-    void kill() { signalAndReap(SIGTERM); }
 
     /**
      * Stops the server: SIGTERM, then SIGKILL after `grace`. A server that was frozen with a client
@@ -128,17 +112,20 @@ public:
         ::kill(pid_, SIGCONT);
         ::kill(pid_, SIGTERM);
         const auto deadline = std::chrono::steady_clock::now() + grace;
-        while (std::chrono::steady_clock::now() < deadline)
+        while (waitpid(pid_, nullptr, WNOHANG) != pid_)
         {
-            if (waitpid(pid_, nullptr, WNOHANG) == pid_)
+            if (std::chrono::steady_clock::now() >= deadline)
             {
-                pid_ = 0;
-                return;
+                ::kill(pid_, SIGKILL);
+                waitpid(pid_, nullptr, 0);
+                break;
             }
             std::this_thread::sleep_for(std::chrono::milliseconds(20));
         }
-        signalAndReap(SIGKILL);
+        pid_ = 0;
     }
+    /** Ends the server under its clients. */
+    void kill() { stop(); }
 
     /** Freezes the server so that it accepts connections but never answers them. */
     void freeze() { ::kill(pid_, SIGSTOP); }
@@ -154,27 +141,12 @@ private:
     {
         const std::string path = "/dev/shm/jack_" + name_ + "_" + std::to_string(getuid()) + "_0";
         const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        if (fd < 0)
-        {
-            return false;
-        }
         sockaddr_un address{};
         address.sun_family = AF_UNIX;
         std::snprintf(address.sun_path, sizeof address.sun_path, "%s", path.c_str());
         const bool ok = connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
         ::close(fd);
         return ok;
-    }
-
-    void signalAndReap(int sig)
-    {
-        if (pid_ > 0)
-        {
-            ::kill(pid_, SIGCONT);
-            ::kill(pid_, sig);
-            waitpid(pid_, nullptr, 0);
-            pid_ = 0;
-        }
     }
 
     unsigned rate_;

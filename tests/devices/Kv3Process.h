@@ -12,20 +12,17 @@
 #include <vector>
 
 /**
- * The kv3 program of this build ($KV3_BINARY_DIR/app/kv3/kv3) run as a process of its own, with its
- * stdout and stderr read apart while it runs, so that a test can act on a line as soon as it comes (a
- * peer connects once the program says its device runs) and can count the lines of each stream. The
- * program is killed by the destructor if it still runs.
+ * A program run as a process of its own, with its stdout and stderr read apart while it runs, so that a
+ * test can act on a line as soon as it comes (a peer connects once the program says its device runs)
+ * and can count the lines of each stream. The program is killed by the destructor if it still runs.
  */
-class Kv3Process
+class RunningProgram
 {
 public:
     using Clock = std::chrono::steady_clock;
 
-    explicit Kv3Process(std::vector<std::string> arguments)
+    RunningProgram(const std::string& program, std::vector<std::string> arguments)
     {
-        const char* binary = std::getenv("KV3_BINARY_DIR");
-        const std::string program = std::string(binary ? binary : ".") + "/app/kv3/kv3";
         int out[2] = {-1, -1};
         int err[2] = {-1, -1};
         if (pipe2(out, O_CLOEXEC) != 0 || pipe2(err, O_CLOEXEC) != 0)
@@ -57,7 +54,7 @@ public:
             fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) | O_NONBLOCK);
         }
     }
-    ~Kv3Process()
+    ~RunningProgram()
     {
         if (pid_ > 0)
         {
@@ -72,8 +69,8 @@ public:
             }
         }
     }
-    Kv3Process(const Kv3Process&) = delete;
-    Kv3Process& operator=(const Kv3Process&) = delete;
+    RunningProgram(const RunningProgram&) = delete;
+    RunningProgram& operator=(const RunningProgram&) = delete;
 
     /** Reads the output until stdout holds `text`. @returns false when the program ended or `limit` passed
      * first */
@@ -176,4 +173,16 @@ private:
     int status_ = -1;
     Clock::time_point started_{};
     Clock::time_point ended_{};
+};
+
+/** The kv3 program of this build, $KV3_BINARY_DIR/app/kv3/kv3. */
+class Kv3Process : public RunningProgram
+{
+public:
+    explicit Kv3Process(std::vector<std::string> arguments)
+        : RunningProgram(std::string(std::getenv("KV3_BINARY_DIR") ? std::getenv("KV3_BINARY_DIR") : ".") +
+                             "/app/kv3/kv3",
+                         std::move(arguments))
+    {
+    }
 };

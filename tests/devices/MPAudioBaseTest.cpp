@@ -51,8 +51,6 @@ TEST(MPAudioBaseRouting, TwoOutputsOnOneChannelAreSummedThenLimited)
         const float sum = -0.5f + 0.02f * static_cast<float>(i) + 0.4f;
         EXPECT_FLOAT_EQ(out[1][i], std::min(sum, 1.0f)) << i;
     }
-    // The client's own buffers are not the sum: the next block starts from what it writes.
-    EXPECT_NE(backend.outputRoute(0).buffer, nullptr);
 }
 
 TEST(MPAudioBaseRouting, OneInputChannelFansOutToTwoLogicalInputs)
@@ -168,4 +166,17 @@ TEST(MPAudioBaseDevices, AnIndexPastTheListNamesNoDevice)
     EXPECT_EQ(backend.resolveDevice(2, true), -1);
     EXPECT_EQ(backend.resolveDevice(2, false), -1);
     EXPECT_EQ(backend.resolveDevice(kMPAudioDefaultDevice, false), 0);
+}
+
+TEST(MPAudioBaseDevices, OpenByNameFindsEachDirectionsDeviceAndNoNameMeansNone)
+{
+    ScriptedBackend backend;
+    MPAudioConfig config = configWith(64);
+    ASSERT_TRUE(backend.open("Beta", nullptr, config));
+    EXPECT_EQ(backend.config().inputDevice, 1);
+    EXPECT_EQ(backend.config().outputDevice, -1);
+    backend.close();
+    ASSERT_TRUE(backend.open(nullptr, "Beta", config));
+    EXPECT_EQ(backend.config().inputDevice, -1);
+    EXPECT_EQ(backend.config().outputDevice, 1);
 }
