@@ -110,12 +110,15 @@ template <typename Pred> bool waitFor(Pred pred)
 
 int main(int argc, char** argv)
 {
-    if (argc < 3)
+    const std::string mode = argc > 1 ? argv[1] : "";
+    const bool loop = mode == "loop" && argc == 6;
+    const bool audio = (mode == "audio" && argc == 7) || loop;
+    const bool midi = mode == "midi" && argc == 4;
+    if (!audio && !midi && !(mode == "buffersize" && argc == 3))
     {
         std::fprintf(stderr, "kv3_jack_peer: bad arguments\n");
         return 2;
     }
-    const std::string mode = argv[1];
     jack_status_t status;
     Peer peer;
     peer.client = jack_client_open("kv3 peer", JackNoStartServer, &status);
@@ -124,9 +127,8 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "kv3_jack_peer: no server\n");
         return 1;
     }
-    int result = 1;
-    const bool loop = mode == "loop" && argc == 6;
-    if ((mode == "audio" && argc == 7) || loop)
+    bool ok = false;
+    if (audio)
     {
         peer.recorded.assign(std::strtoul(argv[loop ? 5 : 4], nullptr, 10), 0.0f);
         peer.ramp = !loop && std::string(argv[6]) == "ramp";
@@ -135,31 +137,23 @@ int main(int argc, char** argv)
         peer.out = jack_port_register(peer.client, "out", JACK_DEFAULT_AUDIO_TYPE, JackPortIsOutput, 0);
         peer.in = jack_port_register(peer.client, "in", JACK_DEFAULT_AUDIO_TYPE, JackPortIsInput, 0);
         jack_set_process_callback(peer.client, audioThunk, &peer);
-        if (jack_activate(peer.client) == 0 &&
-            jack_connect(peer.client, jack_port_name(peer.out), argv[2]) == 0 &&
-            jack_connect(peer.client, argv[3], jack_port_name(peer.in)) == 0 &&
-            waitFor([&]
-                    { return peer.recordedCount.load(std::memory_order_acquire) >= peer.recorded.size(); }))
+        ok = jack_activate(peer.client) == 0 &&
+             jack_connect(peer.client, jack_port_name(peer.out), argv[2]) == 0 &&
+             jack_connect(peer.client, argv[3], jack_port_name(peer.in)) == 0 &&
+             waitFor([&]
+                     { return peer.recordedCount.load(std::memory_order_acquire) >= peer.recorded.size(); });
+        jack_deactivate(peer.client);
+        if (ok && !loop)
         {
-            jack_deactivate(peer.client);
-            if (loop)
-            {
-                result = 0;
-            }
-            else if (FILE* f = std::fopen(argv[5], "wb"))
-            {
-                result = std::fwrite(peer.recorded.data(), sizeof(float), peer.recorded.size(), f) ==
-                                 peer.recorded.size()
-                             ? 0
-                             : 1;
-                std::fclose(f);
-            }
+            FILE* f = std::fopen(argv[5], "wb");
+            ok = f != nullptr && std::fwrite(peer.recorded.data(), sizeof(float), peer.recorded.size(), f) ==
+                                     peer.recorded.size();
+            ok = f != nullptr && std::fclose(f) == 0 && ok;
         }
     }
-    else if (mode == "midi" && argc == 4)
+    else if (midi)
     {
-        const int count = std::atoi(argv[3]);
-        for (int i = 0; i < count; ++i)
+        for (int i = 0; i < std::atoi(argv[3]); ++i)
         {
             if (i % 7 == 0)
             {
@@ -174,23 +168,18 @@ int main(int argc, char** argv)
         }
         peer.out = jack_port_register(peer.client, "out", JACK_DEFAULT_MIDI_TYPE, JackPortIsOutput, 0);
         jack_set_process_callback(peer.client, midiThunk, &peer);
-        const bool connected = jack_activate(peer.client) == 0 &&
-                               jack_connect(peer.client, jack_port_name(peer.out), argv[2]) == 0;
-        peer.connected.store(connected, std::memory_order_release);
-        if (connected &&
-            waitFor([&] { return peer.sent.load(std::memory_order_acquire) >= peer.script.size(); }))
-        {
-            // A few more periods, so that the last events leave the server before the port goes.
-            std::this_thread::sleep_for(std::chrono::milliseconds(100));
-            result = 0;
-        }
+        ok = jack_activate(peer.client) == 0 &&
+             jack_connect(peer.client, jack_port_name(peer.out), argv[2]) == 0;
+        peer.connected.store(ok, std::memory_order_release);
+        ok = ok && waitFor([&] { return peer.sent.load(std::memory_order_acquire) >= peer.script.size(); });
+        // A few more periods, so that the last events leave the server before the port goes.
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
         jack_deactivate(peer.client);
     }
-    else if (mode == "buffersize" && argc == 3)
+    else
     {
-        result =
-            jack_set_buffer_size(peer.client, static_cast<jack_nframes_t>(std::atoi(argv[2]))) == 0 ? 0 : 1;
+        ok = jack_set_buffer_size(peer.client, static_cast<jack_nframes_t>(std::atoi(argv[2]))) == 0;
     }
     jack_client_close(peer.client);
-    return result;
+    return ok ? 0 : 1;
 }

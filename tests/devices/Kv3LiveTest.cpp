@@ -19,6 +19,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <optional>
 #include <regex>
 #include <string>
 #include <vector>
@@ -501,55 +502,29 @@ context.objects = [
         const char* libraries = std::getenv("LD_LIBRARY_PATH");
         savedLibraries_ = libraries ? libraries : "";
         setenv("LD_LIBRARY_PATH", kJackLayer, 1);
-        pipewire_ = spawn({"/usr/bin/pipewire", "-c", conf});
+        pipewire_.emplace("/bin/sh", std::vector<std::string>{"-c", "exec /usr/bin/pipewire -c '" + conf +
+                                                                        "' >/dev/null 2>&1"});
         for (int i = 0; i < 100 && !fs::exists(folder_.path() + "pipewire-0"); ++i)
         {
             std::this_thread::sleep_for(50ms);
         }
-        sessionManager_ = spawn({"/usr/bin/dbus-run-session", "--", "/usr/bin/wireplumber"});
+        sessionManager_.emplace("/bin/sh",
+                                std::vector<std::string>{"-c", "exec /usr/bin/dbus-run-session -- "
+                                                               "/usr/bin/wireplumber >/dev/null 2>&1"});
         why = "PipeWire did not start";
         return fs::exists(folder_.path() + "pipewire-0");
     }
     ~PipeWireServer()
     {
-        for (pid_t pid : {sessionManager_, pipewire_})
-        {
-            if (pid > 0)
-            {
-                kill(-pid, SIGTERM);
-                waitpid(pid, nullptr, 0);
-            }
-        }
+        sessionManager_.reset();
+        pipewire_.reset();
         setenv("LD_LIBRARY_PATH", savedLibraries_.c_str(), 1);
     }
 
 private:
-    /** Starts a program in a process group of its own, ended with the test's process. */
-    static pid_t spawn(std::vector<std::string> arguments)
-    {
-        const pid_t pid = fork();
-        if (pid == 0)
-        {
-            setpgid(0, 0);
-            prctl(PR_SET_PDEATHSIG, SIGTERM);
-            const int devnull = open("/dev/null", O_WRONLY);
-            dup2(devnull, 1);
-            dup2(devnull, 2);
-            std::vector<char*> argv;
-            for (std::string& a : arguments)
-            {
-                argv.push_back(a.data());
-            }
-            argv.push_back(nullptr);
-            execv(argv[0], argv.data());
-            _exit(127);
-        }
-        return pid;
-    }
-
     TempFolder folder_;
-    pid_t pipewire_ = 0;
-    pid_t sessionManager_ = 0;
+    std::optional<RunningProgram> pipewire_;
+    std::optional<RunningProgram> sessionManager_;
     std::string savedLibraries_;
 };
 

@@ -14,7 +14,8 @@
 /**
  * A program run as a process of its own, with its stdout and stderr read apart while it runs, so that a
  * test can act on a line as soon as it comes (a peer connects once the program says its device runs)
- * and can count the lines of each stream. The program is killed by the destructor if it still runs.
+ * and can count the lines of each stream. The program runs in a process group of its own, which the
+ * destructor kills if the program still runs (with whatever it started).
  */
 class RunningProgram
 {
@@ -27,12 +28,13 @@ public:
         int err[2] = {-1, -1};
         if (pipe2(out, O_CLOEXEC) != 0 || pipe2(err, O_CLOEXEC) != 0)
         {
-            return;
+            return; // no program: every wait fails at once
         }
         started_ = Clock::now();
         pid_ = fork();
         if (pid_ == 0)
         {
+            setpgid(0, 0);
             dup2(out[1], 1);
             dup2(err[1], 2);
             std::vector<char*> argv;
@@ -45,6 +47,7 @@ public:
             execv(program.c_str(), argv.data());
             _exit(127);
         }
+        setpgid(pid_, pid_); // as the child does: whichever comes first
         ::close(out[1]);
         ::close(err[1]);
         fd_[0] = out[0];
@@ -58,15 +61,13 @@ public:
     {
         if (pid_ > 0)
         {
+            ::kill(-pid_, SIGKILL);
             ::kill(pid_, SIGKILL);
             waitpid(pid_, nullptr, 0);
         }
         for (int fd : fd_)
         {
-            if (fd >= 0)
-            {
-                ::close(fd);
-            }
+            ::close(fd);
         }
     }
     RunningProgram(const RunningProgram&) = delete;
@@ -93,27 +94,22 @@ public:
     int wait(std::chrono::milliseconds limit)
     {
         const auto deadline = Clock::now() + limit;
-        while (pid_ > 0)
+        int status = 0;
+        while (pid_ > 0 && waitpid(pid_, &status, WNOHANG) != pid_)
         {
-            int status = 0;
-            const pid_t done = waitpid(pid_, &status, WNOHANG);
-            if (done == pid_)
-            {
-                ended_ = Clock::now();
-                pid_ = 0;
-                status_ = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-                break;
-            }
             if (Clock::now() >= deadline)
             {
                 ::kill(pid_, SIGKILL);
-                waitpid(pid_, nullptr, 0);
-                ended_ = Clock::now();
-                pid_ = 0;
-                status_ = -1;
+                waitpid(pid_, &status, 0);
                 break;
             }
             pump(20);
+        }
+        if (pid_ > 0)
+        {
+            ended_ = Clock::now();
+            pid_ = 0;
+            status_ = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
         }
         // What was written before the end is still in the pipes.
         const auto drained = Clock::now() + std::chrono::seconds(2);

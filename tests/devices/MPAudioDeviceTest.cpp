@@ -333,18 +333,12 @@ TEST_F(AlsaPlugins, PlaybackOnlyRunsAtTheDevicesPaceAndWritesTheOutput)
     EXPECT_GT(blocks, 100 * seconds);
     EXPECT_LT(blocks, 200 * seconds + 8);
 
+    // Two blocks of silence lead the client's, whose outputs without an input play 0.25.
     const std::vector<std::int16_t> out = played();
-    ASSERT_GE(out.size(), 2u * kBlock * 4);
-    for (std::uint32_t i = 0; i < 2 * kBlock * 2; ++i)
-    {
-        ASSERT_EQ(out[i], 0) << "the two halves start silent, sample " << i;
-    }
-    const std::int16_t quarter = static_cast<std::int16_t>(0.25f * 32767.0f);
-    for (std::size_t i = 2 * kBlock * 2; i < out.size(); ++i)
-    {
-        ASSERT_EQ(out[i], quarter) << i;
-    }
-    EXPECT_EQ(out.size() / 2, static_cast<std::size_t>(client.blocks.load() + 2) * kBlock);
+    ASSERT_EQ(out.size() / 2, static_cast<std::size_t>(client.blocks.load() + 2) * kBlock);
+    const auto lead = out.begin() + 2 * 2 * kBlock;
+    EXPECT_EQ(std::count(out.begin(), lead, 0), lead - out.begin());
+    EXPECT_EQ(std::count(lead, out.end(), static_cast<std::int16_t>(0.25f * 32767.0f)), out.end() - lead);
 }
 
 TEST_F(AlsaPlugins, CaptureOnlyDrivesTheBlockFromTheCaptureThread)
@@ -469,27 +463,19 @@ TEST_F(AlsaPlugins, StopWaitsForASlowBlockButNeverLongerThanTenSeconds)
     EXPECT_TRUE(waitFor([&] { return alsa.threadCount() == 0; }, 2s));
 }
 
-TEST_F(JackServer, ListsTheServerAndItsPhysicalPorts)
+// The sizes, rates and channel names are checked where kv3 devices prints them.
+TEST_F(JackServer, ListsTheServerAndFindsItsPortsByName)
 {
     jack.enumerateDevices(false);
-    ASSERT_EQ(jack.inputDevices().size(), 1u);
     ASSERT_EQ(jack.outputDevices().size(), 1u);
-    EXPECT_STREQ(jack.inputDevices()[0].name, server.name().c_str());
-    EXPECT_EQ(jack.outputDevices()[0].channels, 2u);
-    std::vector<std::uint32_t> sizes, rates;
-    std::vector<MPAudioChannelName> names;
-    bool fixed = true;
+    EXPECT_STREQ(jack.outputDevices()[0].name, server.name().c_str());
     std::uint32_t preferred = 0;
-    ASSERT_TRUE(jack.queryDevice(0, true, &sizes, &names, &rates, &fixed, &preferred, nullptr, nullptr));
-    EXPECT_NE(std::find(sizes.begin(), sizes.end(), 128u), sizes.end()) << "other sizes can be asked for";
-    EXPECT_EQ(rates, std::vector<std::uint32_t>{48000});
-    EXPECT_FALSE(fixed);
+    ASSERT_TRUE(jack.queryDevice(0, true, nullptr, nullptr, nullptr, nullptr, &preferred, nullptr, nullptr));
     EXPECT_EQ(preferred, 256u);
-    ASSERT_EQ(names.size(), 2u);
-    EXPECT_STREQ(names[1].name, "system:capture_2");
     int channel = -5;
     EXPECT_TRUE(jack.findChannel(0, false, "system:playback_2", &channel));
     EXPECT_EQ(channel, 1);
+    std::vector<MPAudioChannelName> names(1);
     EXPECT_FALSE(jack.queryDevice(1, false, nullptr, &names, nullptr, nullptr, nullptr, nullptr, nullptr));
     EXPECT_TRUE(names.empty());
 }
