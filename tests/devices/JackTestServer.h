@@ -1,23 +1,22 @@
 #pragma once
 
+#include "tests/devices/Kv3Process.h"
+
 #include <chrono>
-#include <csignal>
 #include <cstdio>
-#include <cstdlib>
 #include <fcntl.h>
+#include <optional>
 #include <string>
 #include <sys/file.h>
-#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
-#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 
 /**
  * A real JACK server with the dummy driver, private to one test: a unique name, the process's
- * JACK_DEFAULT_SERVER pointed at it, and always stopped by the destructor. The server is also
- * killed by the kernel if the test process dies first, so a crashed test leaves no server behind.
+ * JACK_DEFAULT_SERVER pointed at it, and always stopped by the destructor (or, when the test process
+ * crashes, by the kernel).
  * It runs without realtime scheduling, so its periods jitter and may occasionally be missed.
  */
 class JackTestServer
@@ -60,28 +59,11 @@ public:
     bool start()
     {
         stop();
-        const pid_t parent = getpid();
-        pid_ = fork();
-        if (pid_ == 0)
-        {
-            // SIGTERM, not SIGKILL: a killed server leaves its entry in JACK's server registry,
-            // which holds only eight, and a full registry refuses every later server.
-            prctl(PR_SET_PDEATHSIG, SIGTERM);
-            if (getppid() != parent)
-            {
-                _exit(1);
-            }
-            const int devnull = open("/dev/null", O_WRONLY);
-            dup2(devnull, 1);
-            dup2(devnull, 2);
-            const std::string rate = std::to_string(rate_);
-            const std::string period = std::to_string(period_);
-            execlp("jackd", "jackd", "-r", "-t", "2000", "-n", name_.c_str(), "-d", "dummy", "-r",
-                   rate.c_str(), "-p", period.c_str(), static_cast<char*>(nullptr));
-            _exit(127);
-        }
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-        while (pid_ > 0 && std::chrono::steady_clock::now() < deadline)
+        jackd_.emplace("/bin/sh",
+                       std::vector<std::string>{"-c", "exec jackd -r -t 2000 -n " + name_ + " -d dummy -r " +
+                                                          std::to_string(rate_) + " -p " +
+                                                          std::to_string(period_) + " >/dev/null 2>&1"});
+        for (int i = 0; i < 200 && jackd_->running(); ++i)
         {
             if (accepting())
             {
@@ -89,47 +71,33 @@ public:
                 std::this_thread::sleep_for(std::chrono::milliseconds(100));
                 return true;
             }
-            if (waitpid(pid_, nullptr, WNOHANG) == pid_)
-            {
-                pid_ = 0;
-            }
             std::this_thread::sleep_for(std::chrono::milliseconds(50));
         }
         return false;
     }
 
     /**
-     * Stops the server: SIGTERM, then SIGKILL after `grace`. A server that was frozen with a client
-     * on it waits up to 20 seconds for that client before it exits; it is killed instead, and the
-     * entry it leaves in JACK's registry is taken back by the next server of the same name.
+     * Stops the server: SIGTERM, then SIGKILL after `grace`. SIGTERM first: a killed server leaves its
+     * entry in JACK's registry of servers, which holds only eight, and a full registry refuses every
+     * later server. A server that was frozen with a client on it waits up to 20 seconds for that client
+     * before it exits; it is killed instead, and its entry is taken back by the next server of the name.
      */
     void stop(std::chrono::seconds grace = std::chrono::seconds(5))
     {
-        if (pid_ <= 0)
+        if (jackd_)
         {
-            return;
+            jackd_->signal(SIGCONT);
+            jackd_->signal(SIGTERM);
+            jackd_->wait(grace);
+            jackd_.reset();
         }
-        ::kill(pid_, SIGCONT);
-        ::kill(pid_, SIGTERM);
-        const auto deadline = std::chrono::steady_clock::now() + grace;
-        while (waitpid(pid_, nullptr, WNOHANG) != pid_)
-        {
-            if (std::chrono::steady_clock::now() >= deadline)
-            {
-                ::kill(pid_, SIGKILL);
-                waitpid(pid_, nullptr, 0);
-                break;
-            }
-            std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        }
-        pid_ = 0;
     }
     /** Ends the server under its clients. */
     void kill() { stop(); }
 
     /** Freezes the server so that it accepts connections but never answers them. */
-    void freeze() { ::kill(pid_, SIGSTOP); }
-    void thaw() { ::kill(pid_, SIGCONT); }
+    void freeze() { jackd_->signal(SIGSTOP); }
+    void thaw() { jackd_->signal(SIGCONT); }
 
 private:
     /**
@@ -152,6 +120,6 @@ private:
     unsigned rate_;
     unsigned period_;
     std::string name_;
-    pid_t pid_ = 0;
+    std::optional<RunningProgram> jackd_;
     int lockFd_ = -1;
 };

@@ -7,6 +7,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <string>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
@@ -31,9 +32,16 @@ public:
             return; // no program: every wait fails at once
         }
         started_ = Clock::now();
+        const pid_t parent = getpid();
         pid_ = fork();
         if (pid_ == 0)
         {
+            // Ended with the test's process, even one that crashed (SIGTERM: see JackTestServer).
+            prctl(PR_SET_PDEATHSIG, SIGTERM);
+            if (getppid() != parent)
+            {
+                _exit(1);
+            }
             setpgid(0, 0);
             dup2(out[1], 1);
             dup2(err[1], 2);
@@ -94,22 +102,18 @@ public:
     int wait(std::chrono::milliseconds limit)
     {
         const auto deadline = Clock::now() + limit;
-        int status = 0;
-        while (pid_ > 0 && waitpid(pid_, &status, WNOHANG) != pid_)
+        while (running())
         {
             if (Clock::now() >= deadline)
             {
                 ::kill(pid_, SIGKILL);
-                waitpid(pid_, &status, 0);
+                waitpid(pid_, nullptr, 0);
+                ended_ = Clock::now();
+                pid_ = 0;
+                status_ = -1;
                 break;
             }
             pump(20);
-        }
-        if (pid_ > 0)
-        {
-            ended_ = Clock::now();
-            pid_ = 0;
-            status_ = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
         }
         // What was written before the end is still in the pipes.
         const auto drained = Clock::now() + std::chrono::seconds(2);
@@ -118,6 +122,19 @@ public:
             pump(100);
         }
         return status_;
+    }
+
+    /** Whether the program still runs; one that ended is reaped. */
+    bool running()
+    {
+        int status = 0;
+        if (pid_ > 0 && waitpid(pid_, &status, WNOHANG) == pid_)
+        {
+            ended_ = Clock::now();
+            pid_ = 0;
+            status_ = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+        }
+        return pid_ > 0;
     }
 
     /** Sends a signal to the running program. */

@@ -90,7 +90,6 @@ public:
     std::atomic<int> blocks{0};
     std::atomic<std::uint32_t> frames{0};
     std::atomic<int> resets{0};
-    std::atomic<std::int64_t> firstResetUs{-1};
     float firstLeft[kMaxBlocks] = {};
     float firstRight[kMaxBlocks] = {};
     std::atomic<int> sleepMs{0};
@@ -127,13 +126,7 @@ public:
     }
     int notify(int code) override
     {
-        if (code == 1 && resets.fetch_add(1, std::memory_order_relaxed) == 0)
-        {
-            firstResetUs.store(
-                std::chrono::duration_cast<std::chrono::microseconds>(Clock::now().time_since_epoch())
-                    .count(),
-                std::memory_order_relaxed);
-        }
+        resets.fetch_add(code == 1 ? 1 : 0, std::memory_order_relaxed);
         return code - 1;
     }
     /** Whether more than `more` blocks come within `limit`. */
@@ -556,11 +549,8 @@ TEST_F(JackServer, AKilledServerReachesNotifyAndARestartedOneOpensAgain)
 {
     ASSERT_TRUE(run(jack, stereo(0, 0)));
     ASSERT_TRUE(client.runs(10, 2s));
-    const auto killedAt = Clock::now();
     server.kill();
-    ASSERT_TRUE(waitFor([&] { return client.resets.load() > 0; }, 3s));
-    const auto firstReset = Clock::time_point(std::chrono::microseconds(client.firstResetUs.load()));
-    EXPECT_LT(firstReset - killedAt, 1200ms);
+    ASSERT_TRUE(waitFor([&] { return client.resets.load() > 0; }, 1200ms)) << "the death is noticed soon";
     std::this_thread::sleep_for(1500ms);
     EXPECT_EQ(client.resets.load(), 1) << "one reset request per start";
     const auto closeStart = Clock::now();

@@ -22,7 +22,6 @@ public:
 
     bool failOpen = false;
     bool failStart = false;
-    std::uint32_t forceBlockFrames = 0; ///< a device that insists on its own size
     int opens = 0, closes = 0, starts = 0, stops = 0;
 
     /** Puts hardware samples into the input routes, runs the block, and returns the output routes'
@@ -56,10 +55,6 @@ protected:
     bool LoLevelOpen() override
     {
         ++opens;
-        if (forceBlockFrames)
-        {
-            blockFrames_ = forceBlockFrames;
-        }
         return !failOpen;
     }
     void LoLevelClose() override { ++closes; }
@@ -93,25 +88,14 @@ private:
 class RecordingClient : public MPAudio
 {
 public:
-    std::uint32_t lastInputCount = 0, lastOutputCount = 0, lastFrames = 0;
+    std::uint32_t lastInputCount = 0;
     std::vector<std::vector<float>> seenInputs;
     std::vector<const float*> inputPointers;
     std::vector<std::vector<float>> toWrite; ///< per logical output; missing ones are left alone
-    int notifications = 0;
-    int lastCode = 0;
-
-    int notify(int code) override
-    {
-        ++notifications;
-        lastCode = code;
-        return code - 1;
-    }
     void process(const float* const* inputs, std::uint32_t inputCount, float* const* outputs,
                  std::uint32_t outputCount, std::uint32_t frames) override
     {
         lastInputCount = inputCount;
-        lastOutputCount = outputCount;
-        lastFrames = frames;
         seenInputs.assign(inputCount, {});
         inputPointers.assign(inputCount, nullptr);
         for (std::uint32_t c = 0; c < inputCount; ++c)
