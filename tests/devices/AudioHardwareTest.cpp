@@ -279,29 +279,6 @@ TEST_F(Rig, ARateTheDeviceLacksOpensAt44100AndSaysSo)
     hardware.stopHardware();
 }
 
-TEST_F(Rig, JackRunsTheEngineAtTheSizeStored)
-{
-    JackTestServer server(48000, 512);
-    ASSERT_TRUE(server.start());
-    settings = jackSettings(server, 256);
-    attach(48000, 2048);
-    hardware.waitForHardware();
-    ASSERT_TRUE(pollUntil([&] { return hardware.isRunning(); }, 3s)) << log.calls;
-    EXPECT_EQ(log.calls, "SWR");
-    EXPECT_EQ(manager.blockSize(), 256u) << "the server is asked for the stored size";
-    // The dummy driver's capture latency is one period, its playback latency two.
-    EXPECT_EQ(hardware.roundTripLatency(), 3u * 256u) << "JACK's own latencies, nothing added";
-    const std::uint32_t before = manager.blockCount();
-    std::this_thread::sleep_for(300ms);
-    EXPECT_GT(manager.blockCount(), before + 20);
-    int busy = -1;
-    hardware.readBusyLevel(&busy);
-    EXPECT_GE(busy, 0);
-    EXPECT_LT(busy, 100);
-    hardware.stopHardware();
-    EXPECT_EQ(log.calls.back(), 'S');
-}
-
 TEST_F(Rig, AResetAskedForWhileWaitingRestartsOnceMore)
 {
     JackTestServer server(48000, 256);

@@ -1,18 +1,11 @@
-// kv3_jack_peer: another program on the JACK server, for the device tests. It runs in a process of
-// its own, as a user's other programs do, so that the tests' own process only holds the program's
-// side of the connection.
-//
-//   kv3_jack_peer audio TO_PORT FROM_PORT FRAMES OUTFILE ramp|VALUE
-//       plays a ramp (frame % 4096 / 8192) or a constant into TO_PORT, records FRAMES frames from
-//       FROM_PORT into OUTFILE (raw 32-bit floats), then exits 0.
-//   kv3_jack_peer midi TO_PORT COUNT
-//       sends COUNT notes (status 0x90 | i % 16, note i, velocity 64), a clock byte before every
-//       seventh and a system exclusive message before every eleventh, three events a period.
-//   kv3_jack_peer loop TO_PORT FROM_PORT DELAY FRAMES
-//       plays what FROM_PORT gives into TO_PORT, DELAY frames later, for FRAMES frames.
-//   kv3_jack_peer buffersize FRAMES
-//       asks the server for a new buffer size.
-// Every mode gives up with exit status 1 after ten seconds.
+// kv3_jack_peer: another program on the JACK server, in a process of its own as a user's other programs
+// are. Each mode gives up with exit status 1 after ten seconds.
+//   audio TO FROM FRAMES OUTFILE ramp|VALUE  plays a ramp (frame % 4096 / 8192) or a constant into TO
+//                                            and records FRAMES frames of FROM as raw 32-bit floats
+//   midi TO COUNT                            sends COUNT notes (0x90 | i % 16, i, 64), a clock byte before
+//                                            every 7th, a system exclusive before every 11th, 3 a period
+//   loop TO FROM DELAY FRAMES                plays FROM into TO, DELAY frames later, for FRAMES frames
+//   buffersize FRAMES                        asks the server for a new buffer size
 
 #include <jack/jack.h>
 #include <jack/midiport.h>

@@ -24,10 +24,8 @@ class JackTestServer
 public:
     explicit JackTestServer(unsigned rate = 48000, unsigned period = 256) : rate_(rate), period_(period)
     {
-        // Names come from a small pool, each held by a lock on a file for as long as this object
-        // lives: two test processes never share a name, and a name is used again by later runs.
-        // JACK's registry of servers holds only eight and reclaims an entry only for the same name,
-        // so names that never repeat would fill it with the entries of killed servers.
+        // Names come from a small pool, each held by a file lock while this object lives: JACK's registry
+        // of servers holds eight and takes an entry back only for the same name.
         for (int slot = 0; slot < 64 && name_.empty(); ++slot)
         {
             const std::string lock = "/tmp/kv3-jack-test-" + std::to_string(slot) + ".lock";
@@ -100,11 +98,8 @@ public:
     void thaw() { jackd_->signal(SIGCONT); }
 
 private:
-    /**
-     * Whether the server's socket accepts a connection. Asked without libjack on purpose: a test's
-     * own client would share libjack's process-wide state with the clients under test, some of
-     * which the code under test may be closing on a helper thread at that moment.
-     */
+    /** Whether the server's socket accepts a connection; not through libjack, whose process-wide state
+        a test's own client would share with the clients under test. */
     bool accepting() const
     {
         const std::string path = "/dev/shm/jack_" + name_ + "_" + std::to_string(getuid()) + "_0";

@@ -31,7 +31,6 @@ public:
         {
             return; // no program: every wait fails at once
         }
-        started_ = Clock::now();
         const pid_t parent = getpid();
         pid_ = fork();
         if (pid_ == 0)
@@ -108,7 +107,6 @@ public:
             {
                 ::kill(pid_, SIGKILL);
                 waitpid(pid_, nullptr, 0);
-                ended_ = Clock::now();
                 pid_ = 0;
                 status_ = -1;
                 break;
@@ -130,7 +128,6 @@ public:
         int status = 0;
         if (pid_ > 0 && waitpid(pid_, &status, WNOHANG) == pid_)
         {
-            ended_ = Clock::now();
             pid_ = 0;
             status_ = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
         }
@@ -148,8 +145,6 @@ public:
 
     const std::string& out() const { return out_; }
     const std::string& err() const { return err_; }
-    /** Seconds from the start to the end of the program (after wait). */
-    double seconds() const { return std::chrono::duration<double>(ended_ - started_).count(); }
 
 private:
     void pump(int timeoutMs)
@@ -184,8 +179,6 @@ private:
     std::string out_;
     std::string err_;
     int status_ = -1;
-    Clock::time_point started_{};
-    Clock::time_point ended_{};
 };
 
 /** The kv3 program of this build, $KV3_BINARY_DIR/app/kv3/kv3. */

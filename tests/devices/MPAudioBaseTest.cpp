@@ -1,11 +1,6 @@
 #include "tests/devices/ScriptedBackend.h"
 
-#include "devices/MPAudio.h"
-#include "devices/MPAudioBackends.h"
-
 #include <gtest/gtest.h>
-
-#include <limits>
 
 namespace
 {

@@ -76,19 +76,15 @@ MPAudioConfig stereo(int input, int output, std::uint32_t frames = kBlock, std::
     return config;
 }
 
-/**
- * Plays each logical input back on the same output at `gain` (0.25 where there is no input), counts
- * blocks and reset requests, keeps the first frame of each block's two inputs, and can be made to stall
- * once for 1.5 s, in every block, or until released. Counters are relaxed, but for `blocks`, whose
- * release makes a block's first frames visible to a reader of the count.
- */
+/** Plays each input on its output at `gain` (0.25 without one), counts blocks and resets, keeps each
+    block's first input frames, and stalls on request: once for 1.5 s, every block, or until released.
+    Relaxed, but for `blocks`, whose release publishes a block's first frames. */
 class TestClient : public RecordingClient
 {
 public:
     static constexpr int kMaxBlocks = 4096;
     float gain = 1.0f;
     std::atomic<int> blocks{0};
-    std::atomic<std::uint32_t> frames{0};
     std::atomic<int> resets{0};
     float firstLeft[kMaxBlocks] = {};
     float firstRight[kMaxBlocks] = {};
@@ -121,7 +117,6 @@ public:
             std::this_thread::sleep_for(5ms);
         }
         stalling.store(false, std::memory_order_relaxed);
-        frames.store(n, std::memory_order_relaxed);
         blocks.store(b + 1, std::memory_order_release);
     }
     int notify(int code) override
@@ -353,11 +348,8 @@ TEST_F(AlsaPlugins, CaptureOnlyDrivesTheBlockFromTheCaptureThread)
     EXPECT_FALSE(fs::exists(dir / "out.raw"));
 }
 
-/**
- * Checks that each played block is silence or a whole captured block (within one step of the 16-bit
- * round trip), and that the captured blocks come in order: a late ring gives silence, a full one
- * drops a block, nothing else. @returns how many captured blocks were played, 0 on a fault
- */
+/** Checks that each played block is silence (a late ring) or a whole captured block, within a step of
+    16 bits, in order (a full ring drops one). @returns how many captured blocks were played, 0 on a fault */
 std::size_t capturedBlocksInOrder(const std::vector<std::int16_t>& out)
 {
     const std::size_t blocks = out.size() / (2 * kBlock);
@@ -456,23 +448,6 @@ TEST_F(AlsaPlugins, StopWaitsForASlowBlockButNeverLongerThanTenSeconds)
     EXPECT_TRUE(waitFor([&] { return alsa.threadCount() == 0; }, 2s));
 }
 
-// The sizes, rates and channel names are checked where kv3 devices prints them.
-TEST_F(JackServer, ListsTheServerAndFindsItsPortsByName)
-{
-    jack.enumerateDevices(false);
-    ASSERT_EQ(jack.outputDevices().size(), 1u);
-    EXPECT_STREQ(jack.outputDevices()[0].name, server.name().c_str());
-    std::uint32_t preferred = 0;
-    ASSERT_TRUE(jack.queryDevice(0, true, nullptr, nullptr, nullptr, nullptr, &preferred, nullptr, nullptr));
-    EXPECT_EQ(preferred, 256u);
-    int channel = -5;
-    EXPECT_TRUE(jack.findChannel(0, false, "system:playback_2", &channel));
-    EXPECT_EQ(channel, 1);
-    std::vector<MPAudioChannelName> names(1);
-    EXPECT_FALSE(jack.queryDevice(1, false, nullptr, &names, nullptr, nullptr, nullptr, nullptr, nullptr));
-    EXPECT_TRUE(names.empty());
-}
-
 TEST_F(JackServer, BlocksArriveAtTheServersPeriodUntilStopped)
 {
     ASSERT_TRUE(run(jack, stereo(0, 0, 0))) << jack.lastError();
@@ -488,7 +463,6 @@ TEST_F(JackServer, BlocksArriveAtTheServersPeriodUntilStopped)
     // of magnitude is checked, never the absence of a missed period.
     EXPECT_GT(blocks, 120 * seconds);
     EXPECT_LT(blocks, 260 * seconds);
-    EXPECT_EQ(client.frames.load(), 256u);
     EXPECT_EQ(jack.samplePosition() % 256, 0u);
     EXPECT_GE(jack.samplePosition(), static_cast<std::uint32_t>(blocks) * 256u);
     EXPECT_FALSE(client.runs(0, 100ms)) << "after stop the server no longer enters the block path";

@@ -6,18 +6,11 @@
 #include <string>
 #include <vector>
 
-/**
- * A backend with no hardware behind it, for the driver layer's own tests: its devices are given by
- * the test, its LoLevel operations count their calls and fail on request, and `pump` runs one block
- * on the calling thread the way a backend's driver thread would.
- */
+/** A backend with no hardware behind it: two devices, LoLevel operations that count their calls and
+    fail on request, and `pump`, which runs one block on the calling thread as a driver thread would. */
 class ScriptedBackend : public MPAudioBase
 {
 public:
-    explicit ScriptedBackend(std::vector<std::string> devices = {"Alpha", "Beta"})
-        : names_(std::move(devices))
-    {
-    }
     ~ScriptedBackend() override { close(); }
 
     bool failOpen = false;
@@ -80,7 +73,7 @@ protected:
     }
 
 private:
-    std::vector<std::string> names_;
+    std::vector<std::string> names_{"Alpha", "Beta"};
 };
 
 /** A client that records what it was given and writes what the test asks for; the MPAudio base
