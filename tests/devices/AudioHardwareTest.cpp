@@ -335,7 +335,6 @@ TEST_F(Rig, AFirstRunTriesTheRowsThenTheJackServerThenAlsaDefault)
         applied.applyHardwareRow(row);
         tried.emplace_back(applied.inputDevice_.c_str());
     }
-    ASSERT_NE(tried[0], tried[1]);
     tried.push_back(server.name());
     hardware.settingsForTest = &settings;
     for (const bool withServer : {true, false})

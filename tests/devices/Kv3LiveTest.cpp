@@ -83,11 +83,6 @@ long count(const std::string& text, const std::string& what)
     return n;
 }
 
-long lines(const std::string& text)
-{
-    return count(text, "\n");
-}
-
 /** The root mean square around the mean: a steady level counts as nothing. */
 double acLevel(const float* x, std::size_t n)
 {
@@ -258,7 +253,7 @@ TEST_F(Kv3Live, TheProjectsEffectRunsWhenFoundElseItIsNamedOnceAndTheTrackPlaysD
         ASSERT_NO_FATAL_FAILURE(runWithPeer(play));
         if (!found)
         {
-            EXPECT_EQ(lines(play.err()), 1) << play.err();
+            EXPECT_EQ(count(play.err(), "\n"), 1) << play.err();
             EXPECT_NE(play.err().find("can't be loaded"), std::string::npos) << play.err();
             EXPECT_NE(play.err().find(missing), std::string::npos) << play.err();
             EXPECT_NE(play.err().find("track 1 plays dry"), std::string::npos) << play.err();
@@ -288,14 +283,14 @@ TEST_F(Kv3Live, WithNoServerItRetriesAndGivesUpWithinTheTimeAskedAndNoTakeIsMade
         << "a new attempt every second: " << play.out();
     EXPECT_EQ(count(play.out(), "device: lost"), 1) << "once in a run of failures: " << play.out();
     EXPECT_EQ(play.out().find("running"), std::string::npos);
-    EXPECT_EQ(lines(play.err()), 1) << play.err();
+    EXPECT_EQ(count(play.err(), "\n"), 1) << play.err();
     EXPECT_NE(play.err().find("no audio device came up within 4.5 s"), std::string::npos) << play.err();
     EXPECT_NE(play.err().find(server.name()), std::string::npos) << play.err();
 
     const std::string before = readBytes(project);
     Kv3Process record(withDevice({"record", project, "--track", "2", "--seconds", "2"}));
     EXPECT_EQ(record.wait(20s), 1);
-    EXPECT_EQ(lines(record.err()), 1) << record.err();
+    EXPECT_EQ(count(record.err(), "\n"), 1) << record.err();
     EXPECT_NE(record.err().find("no audio device came up"), std::string::npos) << record.err();
     EXPECT_EQ(readBytes(project), before);
     for (const auto& entry : fs::directory_iterator(folder.path()))
@@ -314,7 +309,7 @@ TEST_F(Kv3Live, AServerThatDiesDuringATakeLeavesTheProjectAsItWas)
     // Retried for the take's three seconds, then given up.
     EXPECT_EQ(record.wait(20s), 1);
     EXPECT_NE(record.out().find("device: waiting"), std::string::npos) << record.out();
-    EXPECT_EQ(lines(record.err()), 1) << record.err();
+    EXPECT_EQ(count(record.err(), "\n"), 1) << record.err();
     EXPECT_NE(record.err().find("was lost during the take; the project is unchanged"), std::string::npos)
         << record.err();
     EXPECT_EQ(readBytes(project), before);
@@ -374,7 +369,7 @@ TEST_F(Kv3Live, ATakeThatCantBeWrittenLeavesTheProjectAsItWas)
     const std::string before = readBytes(project);
     Kv3Process record(withDevice({"record", project, "--track", "2", "--seconds", "1"}));
     EXPECT_EQ(record.wait(20s), 1);
-    EXPECT_EQ(lines(record.err()), 1) << record.err();
+    EXPECT_EQ(count(record.err(), "\n"), 1) << record.err();
     EXPECT_NE(record.err().find(blocked), std::string::npos) << record.err();
     EXPECT_EQ(readBytes(project), before);
     EXPECT_FALSE(fs::exists(folder.path() + "Audio_T2_1.aif"));
@@ -431,7 +426,7 @@ TEST_F(Kv3Live, BadUsageIsOneLineAndExitTwoAMissingProjectExitOne)
     {
         Kv3Process program(c.arguments);
         EXPECT_EQ(program.wait(30s), c.status) << c.arguments.back();
-        EXPECT_EQ(lines(program.err()), 1) << program.err();
+        EXPECT_EQ(count(program.err(), "\n"), 1) << program.err();
         EXPECT_NE(program.err().find(c.says), std::string::npos) << program.err();
         EXPECT_EQ(program.out(), "") << program.out();
     }

@@ -80,8 +80,7 @@ public:
     RunningProgram(const RunningProgram&) = delete;
     RunningProgram& operator=(const RunningProgram&) = delete;
 
-    /** Reads the output until stdout holds `text`. @returns false when the program ended or `limit` passed
-     * first */
+    /** Reads the output until stdout holds `text`; false when the program ended or `limit` passed first. */
     bool waitForOutput(const std::string& text, std::chrono::milliseconds limit)
     {
         const auto deadline = Clock::now() + limit;
@@ -105,11 +104,7 @@ public:
         {
             if (Clock::now() >= deadline)
             {
-                ::kill(pid_, SIGKILL);
-                waitpid(pid_, nullptr, 0);
-                pid_ = 0;
-                status_ = -1;
-                break;
+                ::kill(pid_, SIGKILL); // reaped by the next running(), as a program a signal ended
             }
             pump(20);
         }

@@ -35,8 +35,6 @@ TEST(MPAudioBaseRouting, TwoOutputsOnOneChannelAreSummedThenLimited)
     config.outputRouting[0] = {true, 1};
     config.outputRouting[1] = {true, 1};
     ASSERT_TRUE(backend.open(config));
-    EXPECT_EQ(backend.outputRouteCount(), 1u);
-    EXPECT_EQ(backend.outputRoute(0).extraCount, 1u);
 
     client.toWrite = {ramp(64, -0.5f, 0.02f), std::vector<float>(64, 0.4f)};
     auto out = backend.pump({});
@@ -57,7 +55,6 @@ TEST(MPAudioBaseRouting, OneInputChannelFansOutToTwoLogicalInputs)
     config.inputRouting[0] = {true, 3};
     config.inputRouting[1] = {true, 3};
     ASSERT_TRUE(backend.open(config));
-    EXPECT_EQ(backend.inputRouteCount(), 1u);
 
     std::vector<std::vector<float>> hw(4);
     hw[3] = ramp(32, 0.0f, 1.0f);
