@@ -21,7 +21,7 @@ TEST(Args, OptionsFlagsAndPositionalsInAnyOrder)
     EXPECT_FALSE(args.help());
 }
 
-TEST(Args, NegativeValuesAndDoubleDash)
+TEST(Args, NegativeValuesAndDoubleDashAreValuesAndPositionals)
 {
     Args args;
     ASSERT_TRUE(args.parse({"--pitch", "-7", "--", "--odd-name.wav"}, {"pitch"}, {}));
@@ -29,18 +29,16 @@ TEST(Args, NegativeValuesAndDoubleDash)
     EXPECT_EQ(args.positional(), (std::vector<std::string>{"--odd-name.wav"}));
 }
 
-TEST(Args, RejectsUnknownOptionsAndMissingValues)
+TEST(Args, RejectsUnknownOptionsMissingValuesAndFlagsWithValues)
 {
-    Args unknown;
-    EXPECT_FALSE(unknown.parse({"--bogus"}, {"rate"}, {}));
-    EXPECT_NE(unknown.error().find("--bogus"), std::string::npos);
-
-    Args missing;
-    EXPECT_FALSE(missing.parse({"--rate"}, {"rate"}, {}));
-    EXPECT_NE(missing.error().find("needs a value"), std::string::npos);
-
-    Args flagWithValue;
-    EXPECT_FALSE(flagWithValue.parse({"--json=1"}, {}, {"json"}));
+    const std::pair<std::vector<std::string>, const char*> cases[] = {
+        {{"--bogus"}, "--bogus"}, {{"--rate"}, "needs a value"}, {{"--json=1"}, "--json"}};
+    for (const auto& [arguments, says] : cases)
+    {
+        Args args;
+        EXPECT_FALSE(args.parse(arguments, {"rate"}, {"json"})) << says;
+        EXPECT_NE(args.error().find(says), std::string::npos) << args.error();
+    }
 }
 
 TEST(Parsing, NumbersMustBeWhole)

@@ -1,4 +1,3 @@
-#include "tests/devices/JackPeer.h"
 #include "tests/devices/JackTestServer.h"
 #include "tests/host/SettingsFolder.h"
 #include "tests/support/SoundFile.h"
@@ -12,7 +11,7 @@
 #include <sndfile.h>
 
 #include <algorithm>
-
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <cmath>
@@ -28,7 +27,6 @@ using Korvalind3Host::AudioHardware;
 using Korvalind3Host::AudioHardwareDelegate;
 using Korvalind3Host::BusyMeter;
 using Korvalind3Host::HostSettings;
-using kv3test::SettingsFolder;
 namespace fs = std::filesystem;
 
 namespace
@@ -48,14 +46,14 @@ public:
     int count(char c) const { return static_cast<int>(std::count(calls.begin(), calls.end(), c)); }
 };
 
-/** The device front with a clock the test moves, the traces kept, and the devices each start
-    looked for written down. */
+/** The device front with a clock the test moves, its loudest output kept, and the
+    devices each start looked for written down. */
 class TestHardware : public AudioHardware
 {
 public:
     double now = 1000.0;
-    std::string traces;
     std::vector<std::string> startsWithDevice;
+    HostSettings* settingsForTest = nullptr;
     /** The loudest output sample since the test last cleared it; relaxed, it is a meter. */
     std::atomic<float> peak{0.0f};
 
@@ -69,32 +67,36 @@ public:
                        std::memory_order_relaxed);
         }
     }
-
     bool startHardware() override
     {
         startsWithDevice.push_back(settingsForTest ? settingsForTest->inputDevice_.c_str() : "");
         return AudioHardware::startHardware();
     }
-    HostSettings* settingsForTest = nullptr;
+    /** One second and a bit later, a poll: the next retry is due. */
+    void nextSecond()
+    {
+        now += 1.01;
+        poll();
+    }
 
 protected:
     double applicationTime() const override { return now; }
-    void debugPrint(const char* text) override { traces += text; }
 };
 
-/** Stored settings naming one device for both directions and its first two channels. */
+/** Stored settings naming one device for both directions and its channels (in left, in right, out
+    left, out right). */
 HostSettings storedSettings(const std::string& technology, const std::string& device,
-                            const std::string& inLeft, const std::string& inRight, const std::string& outLeft,
-                            const std::string& outRight, std::uint32_t bufferSize)
+                            std::uint32_t bufferSize,
+                            const std::array<const char*, 4>& channels = {"Left", "Right", "Left", "Right"})
 {
     HostSettings settings;
     settings.technology_ = technology.c_str();
     settings.inputDevice_ = device.c_str();
     settings.outputDevice_ = device.c_str();
-    settings.inputLeftChannel_ = inLeft.c_str();
-    settings.inputRightChannel_ = inRight.c_str();
-    settings.outputLeftChannel_ = outLeft.c_str();
-    settings.outputRightChannel_ = outRight.c_str();
+    settings.inputLeftChannel_ = channels[0];
+    settings.inputRightChannel_ = channels[1];
+    settings.outputLeftChannel_ = channels[2];
+    settings.outputRightChannel_ = channels[3];
     settings.bufferSize_ = bufferSize;
     settings.save();
     return settings;
@@ -102,70 +104,50 @@ HostSettings storedSettings(const std::string& technology, const std::string& de
 
 HostSettings jackSettings(const JackTestServer& server, std::uint32_t bufferSize = 2048)
 {
-    return storedSettings("Asio", server.name(), "system:capture_1", "system:capture_2", "system:playback_1",
-                          "system:playback_2", bufferSize);
+    return storedSettings("Asio", server.name(), bufferSize,
+                          {"system:capture_1", "system:capture_2", "system:playback_1", "system:playback_2"});
 }
 
-/** ALSA's null plug-in as the only device, through a configuration of the test's own. */
-class AlsaNullConfig
+/** A settings folder of the test's own, ALSA's null plug-in as the only device (or `conf` as the
+    configuration), and the device front with its engine and delegate. */
+class Rig : public ::testing::Test
 {
-public:
-    explicit AlsaNullConfig(const fs::path& dir)
+protected:
+    void useAlsa(const std::string& conf = "pcm.kvnull { type null hint { show on description \"Null\" } }\n")
     {
-        const fs::path conf = dir / "asound.conf";
-        std::ofstream(conf) << "pcm.kvnull { type null hint { show on description \"Null\" } }\n";
-        setenv("ALSA_CONFIG_PATH", conf.c_str(), 1);
+        const fs::path file = fs::path(folder.path()) / "asound.conf";
+        std::ofstream(file) << conf;
+        setenv("ALSA_CONFIG_PATH", file.c_str(), 1);
     }
-};
-
-/** Keeps a copy of every MIDI event the Manager is given, written by the audio thread alone. */
-class MidiSpy : public AudioHardware
-{
-public:
-    static constexpr int kCapacity = 64;
-    MidiEvent events[kCapacity] = {};
-    /** Release by the audio thread after copying, acquire by the test before reading. */
-    std::atomic<int> seen{0};
-
-    void process(const float* const* inputs, std::uint32_t inputCount, float* const* outputs,
-                 std::uint32_t outputCount, std::uint32_t frames) override
+    /** Wires the engine at `rate` and `block`, the settings and the delegate into the front. */
+    void attach(std::uint32_t rate, std::uint32_t block)
     {
-        AudioHardware::process(inputs, inputCount, outputs, outputCount, frames);
-        int n = seen.load(std::memory_order_relaxed);
-        for (std::uint32_t i = 0; i < midiBlock().count && n < kCapacity; ++i)
+        manager.setFormat(rate, block);
+        hardware.setManager(&manager);
+        hardware.setSettings(&settings);
+        hardware.setProjectSampleRate(rate);
+        hardware.setDelegate(&log);
+    }
+    /** Polls at the main panel's 30 Hz, the test's clock moved with the real one, until `pred` holds or
+        `limit` passes. */
+    template <typename Pred> bool pollUntil(Pred pred, std::chrono::milliseconds limit)
+    {
+        const auto deadline = Clock::now() + limit;
+        while (Clock::now() < deadline && !pred())
         {
-            events[n++] = midiBlock().events[i];
+            hardware.now += 0.033;
+            hardware.poll();
+            std::this_thread::sleep_for(33ms);
         }
-        seen.store(n, std::memory_order_release);
+        return pred();
     }
+
+    kv3test::SettingsFolder folder;
+    HostSettings settings;
+    TestHardware hardware;
+    Manager manager;
+    DelegateLog log;
 };
-
-template <typename Pred> bool pollUntil(AudioHardware& hardware, Pred pred, std::chrono::milliseconds limit)
-{
-    const auto deadline = Clock::now() + limit;
-    while (Clock::now() < deadline)
-    {
-        hardware.poll();
-        if (pred())
-        {
-            return true;
-        }
-        std::this_thread::sleep_for(33ms); // the main panel's 30 Hz tick
-    }
-    return pred();
-}
-
-MidiMessage shortMessage(std::uint8_t length, std::uint8_t b0, std::uint8_t b1 = 0, std::uint8_t b2 = 0,
-                         std::uint8_t b3 = 0)
-{
-    MidiMessage m;
-    m.length = length;
-    m.bytes[0] = b0;
-    m.bytes[1] = b1;
-    m.bytes[2] = b2;
-    m.bytes[3] = b3;
-    return m;
-}
 
 } // namespace
 
@@ -175,23 +157,19 @@ TEST(AudioHardwareBusyMeter, RisesAtOnceAndFallsSlowly)
     meter.setBlock(480, 48000);
     int shown = -1;
     EXPECT_TRUE(meter.readBusyLevel(&shown)) << "a new block length forces a refresh";
-    EXPECT_EQ(shown, 0);
     EXPECT_FALSE(meter.readBusyLevel(&shown));
-
-    for (int i = 0; i < 64; ++i)
+    auto blocks = [&](float microseconds)
     {
-        meter.addBlock(5000.0f);
-    }
+        for (int i = 0; i < 64; ++i)
+        {
+            meter.addBlock(microseconds);
+        }
+    };
+    blocks(5000.0f);
     ASSERT_TRUE(meter.readBusyLevel(&shown));
     EXPECT_EQ(shown, 48) << "a rise shows at once";
-
-    for (int i = 0; i < 64; ++i)
-    {
-        meter.addBlock(1000.0f);
-    }
-    ASSERT_EQ(meter.busyPercent(), 9);
-    // Each step holds for five calls, then falls by a growing step: 47, 45, 42, 38, 33, 27, 20, 12,
-    // and then the value itself, since the next step would pass below it.
+    blocks(1000.0f);
+    // Each step holds for five calls, then falls by a growing step, and ends on the value itself.
     std::vector<int> steps;
     for (int call = 0; call < 200 && shown != 9; ++call)
     {
@@ -211,13 +189,13 @@ TEST(AudioHardwareMidi, TheClockByteAndLongMessagesAreDroppedTheRestQueued)
     manager.setFormat(48000, 64);
     hardware.setManager(&manager);
     const MidiMessage messages[] = {
-        shortMessage(3, 0x90, 60, 100),
-        shortMessage(1, 0xF8),
-        shortMessage(1, 0xFE),
-        shortMessage(3, 0xF8, 1, 2),
-        shortMessage(5, 0x90, 1, 2, 3),
-        shortMessage(4, 0xB0, 7, 99, 0x55),
-        shortMessage(2, 0xC0, 5, 0xAA, 0xBB),
+        MidiMessage{3, {0x90, 60, 100}},
+        MidiMessage{1, {0xF8}},
+        MidiMessage{1, {0xFE}},
+        MidiMessage{3, {0xF8, 1, 2}},
+        MidiMessage{5, {0x90, 1, 2, 3}},
+        MidiMessage{4, {0xB0, 7, 99, 0x55}},
+        MidiMessage{2, {0xC0, 5, 0xAA, 0xBB}},
     };
     for (const MidiMessage& m : messages)
     {
@@ -243,17 +221,13 @@ TEST(AudioHardwareMidi, TheClockByteAndLongMessagesAreDroppedTheRestQueued)
     EXPECT_FALSE(hardware.takeMidiActivity()) << "a block without events leaves the flag alone";
 }
 
-TEST(AudioHardwareStates, RetriesOnceASecondAndTellsTheUserOnceAtTheFifthAttempt)
+TEST_F(Rig, RetriesOnceASecondAndTellsTheUserOnceAtTheFifthAttempt)
 {
-    SettingsFolder folder;
     JackTestServer server; // named, never started: every start fails
-    HostSettings settings = jackSettings(server);
-    TestHardware hardware;
+    settings = jackSettings(server);
     hardware.setSettings(&settings);
-    DelegateLog log;
     hardware.setDelegate(&log);
     EXPECT_EQ(log.calls, "S") << "a new delegate starts from the stopped picture";
-
     hardware.poll();
     EXPECT_TRUE(hardware.startsWithDevice.empty()) << "Stopped: nothing happens";
     hardware.waitForHardware();
@@ -265,82 +239,38 @@ TEST(AudioHardwareStates, RetriesOnceASecondAndTellsTheUserOnceAtTheFifthAttempt
     EXPECT_TRUE(hardware.startsWithDevice.empty()) << "not before a full second has passed";
     for (int attempt = 1; attempt <= 9; ++attempt)
     {
-        hardware.now += 1.01;
-        hardware.poll();
+        hardware.nextSecond();
         EXPECT_EQ(hardware.startsWithDevice.size(), static_cast<std::size_t>(attempt));
         EXPECT_TRUE(hardware.isWaiting());
         EXPECT_FALSE(hardware.isRunning());
     }
     EXPECT_EQ(hardware.waitAttempts(), 10);
-    EXPECT_EQ(log.count('L'), 1) << "once per run of failures";
     EXPECT_EQ(log.calls.substr(0, 7), "SWWWWWL");
-
+    EXPECT_EQ(log.count('L'), 1) << "once per run of failures";
     hardware.stopHardware();
     hardware.waitForHardware();
     for (int attempt = 0; attempt < 4; ++attempt)
     {
-        hardware.now += 1.01;
-        hardware.poll();
+        hardware.nextSecond();
     }
     EXPECT_EQ(log.count('L'), 2) << "waitForHardware starts a new run";
 }
 
-TEST(AudioHardwareStates, FirstRunTriesTheThreeRowsAndTheSystemsDevicesThenLeavesRowZero)
+TEST_F(Rig, ARateTheDeviceLacksOpensAt44100AndSaysSo)
 {
-    SettingsFolder folder;
-    AlsaNullConfig alsa(fs::path(folder.path())); // no "default" device
-    JackTestServer server;                        // no server: none of the rows can start, nor JACK
-    HostSettings settings;
-    ASSERT_FALSE(settings.load()) << "nothing stored yet";
-    ASSERT_TRUE(settings.isFirstRun());
-    HostSettings row;
-    row.applyHardwareRow(1);
-    const std::string row1 = row.inputDevice_.c_str();
-    row.applyHardwareRow(2);
-    const std::string row2 = row.inputDevice_.c_str();
-    row.applyHardwareRow(0);
-    const std::string row0 = row.inputDevice_.c_str();
-    ASSERT_NE(row0, row1);
-
-    TestHardware hardware;
-    hardware.settingsForTest = &settings;
-    hardware.setSettings(&settings);
-    hardware.waitForHardware();
-    hardware.now += 1.01;
-    hardware.poll();
-    EXPECT_EQ(hardware.startsWithDevice, (std::vector<std::string>{row0, row1, row2, server.name()}))
-        << "then the JACK server";
-    EXPECT_EQ(std::string(settings.inputDevice_.c_str()), row0) << "row 0 is left in the settings";
-    EXPECT_TRUE(settings.isFirstRun());
-    hardware.now += 1.01;
-    hardware.poll();
-    EXPECT_EQ(hardware.startsWithDevice.size(), 8u) << "and all is tried again a second later";
-}
-
-TEST(AudioHardwareStart, ARateTheDeviceLacksOpensAt44100AndSaysSo)
-{
-    SettingsFolder folder;
-    AlsaNullConfig alsa(fs::path(folder.path()));
-    HostSettings settings = storedSettings("DirectX", "kvnull", "Left", "Right", "Left", "Right", 333);
-    TestHardware hardware;
-    Manager manager;
-    hardware.setManager(&manager);
-    hardware.setSettings(&settings);
-    DelegateLog log;
-    hardware.setDelegate(&log);
-    hardware.setProjectSampleRate(32000);
+    useAlsa();
+    settings = storedSettings("DirectX", "kvnull", 333);
+    attach(32000, 2048);
     ASSERT_TRUE(hardware.startHardware());
     EXPECT_EQ(log.calls, "SN") << "told after the device has started";
     EXPECT_EQ(hardware.backend()->config().sampleRate, 44100u);
     // The common list of a technology that tells nothing holds 2048 but not 333.
-    EXPECT_EQ(settings.bufferSize_, 2048u);
     EXPECT_EQ(manager.blockSize(), 2048u) << "the Manager hears of the new size";
     EXPECT_EQ(manager.sampleRate(), 44100u) << "the engine runs at the device's rate";
     HostSettings reloaded;
     ASSERT_TRUE(reloaded.load());
     EXPECT_EQ(reloaded.bufferSize_, 2048u) << "the new size is stored at once";
     hardware.stopHardware();
-
     hardware.setProjectSampleRate(48000);
     log.calls.clear();
     ASSERT_TRUE(hardware.startHardware());
@@ -349,162 +279,20 @@ TEST(AudioHardwareStart, ARateTheDeviceLacksOpensAt44100AndSaysSo)
     hardware.stopHardware();
 }
 
-TEST(AudioHardwareJack, BringsTheEngineUpAndBlocksArriveAtTheSizeAsked)
+TEST_F(Rig, AResetAskedForWhileWaitingRestartsOnceMore)
 {
-    SettingsFolder folder;
-    JackTestServer server(48000, 512);
-    ASSERT_TRUE(server.start());
-    HostSettings settings = jackSettings(server, 256);
-    AudioHardware hardware;
-    Manager manager;
-    manager.setFormat(48000, 2048);
-    hardware.setManager(&manager);
-    hardware.setSettings(&settings);
-    hardware.setProjectSampleRate(48000);
-    DelegateLog log;
-    hardware.setDelegate(&log);
-    hardware.waitForHardware();
-    ASSERT_TRUE(pollUntil(
-        hardware, [&] { return hardware.isRunning(); }, 3s))
-        << log.calls;
-    EXPECT_EQ(log.calls, "SWR");
-    EXPECT_EQ(settings.bufferSize_, 256u);
-    EXPECT_EQ(manager.blockSize(), 256u) << "the server is asked for the stored size";
-    // The dummy driver's capture latency is one period, its playback latency two.
-    EXPECT_EQ(hardware.roundTripLatency(), 3u * 256u) << "JACK's own latencies, nothing added";
-
-    const std::uint32_t before = manager.blockCount();
-    const auto t0 = Clock::now();
-    std::this_thread::sleep_for(1s);
-    const double blocks = manager.blockCount() - before;
-    const double seconds = std::chrono::duration<double>(Clock::now() - t0).count();
-    EXPECT_GT(blocks, 120 * seconds);
-    EXPECT_LT(blocks, 260 * seconds);
-    int busy = -1;
-    hardware.readBusyLevel(&busy);
-    EXPECT_GE(busy, 0);
-    EXPECT_LT(busy, 100);
-    hardware.stopHardware();
-    EXPECT_EQ(log.calls.back(), 'S');
-}
-
-TEST(AudioHardwareJack, InputComesOutThroughAnArmedTrackWithTheInputGain)
-{
-    SettingsFolder folder;
     JackTestServer server(48000, 256);
     ASSERT_TRUE(server.start());
-    HostSettings settings = jackSettings(server, 256);
-    AudioHardware hardware;
-    Manager manager;
-    manager.setFormat(48000, 256);
-    manager.track(0).setArmed(true); // an armed track plays its live input
-    manager.setInputGain(0.0f);
-    hardware.setManager(&manager);
-    hardware.setSettings(&settings);
-    hardware.setProjectSampleRate(48000);
-    hardware.waitForHardware();
-    ASSERT_TRUE(pollUntil(
-        hardware, [&] { return hardware.isRunning(); }, 3s));
-
-    // Another program plays a steady 0.1 into the program's first input and records its first
-    // output for two seconds; halfway the input gain goes from 0 to 12 dB.
-    const std::string file = "/tmp/kv3hwpeer_" + std::to_string(getpid()) + ".raw";
-    JackPeer peer({"audio", "Korvalind 3:in_1", "Korvalind 3:out_1", "96000", file, "0.1"});
-    std::this_thread::sleep_for(1000ms);
-    manager.setInputGain(12.0f);
-    ASSERT_EQ(peer.wait(), 0);
-    const std::vector<float> heard = JackPeer::readFloats(file);
-    std::remove(file.c_str());
-    ASSERT_EQ(heard.size(), 96000u);
-    // The first and the last level that held for a tenth of a second.
-    auto steadyLevel = [&](bool fromEnd)
-    {
-        for (std::size_t k = 0; k + 4800 < heard.size(); ++k)
-        {
-            const std::size_t i = fromEnd ? heard.size() - 4800 - k : k;
-            if (heard[i] > 0.0f && heard[i + 4799] == heard[i])
-            {
-                return heard[i];
-            }
-        }
-        return 0.0f;
-    };
-    const float unity = steadyLevel(false);
-    const float louder = steadyLevel(true);
-    ASSERT_GT(unity, 0.01f) << "the input never came out";
-    EXPECT_NEAR(louder / unity, std::pow(10.0f, 12.0f / 20.0f), 0.02f) << unity << " " << louder;
-    hardware.stopHardware();
-}
-
-TEST(AudioHardwareJack, AKilledServerIsRetriedLostOnceAndResumedWhenItReturns)
-{
-    SettingsFolder folder;
-    JackTestServer server(48000, 256);
-    ASSERT_TRUE(server.start());
-    HostSettings settings = jackSettings(server, 256);
-    AudioHardware hardware;
-    Manager manager;
-    manager.setFormat(48000, 256);
-    hardware.setManager(&manager);
-    hardware.setSettings(&settings);
-    hardware.setProjectSampleRate(48000);
-    DelegateLog log;
-    hardware.setDelegate(&log);
-    hardware.waitForHardware();
-    ASSERT_TRUE(pollUntil(
-        hardware, [&] { return hardware.isRunning(); }, 3s));
-    log.calls.clear();
-
-    const auto killed = Clock::now();
-    server.kill();
-    ASSERT_TRUE(pollUntil(
-        hardware, [&] { return hardware.isWaiting(); }, 3s));
-    EXPECT_LT(Clock::now() - killed, 1200ms) << "the retry state within a second";
-    EXPECT_EQ(log.calls, "SW");
-
-    ASSERT_TRUE(pollUntil(
-        hardware, [&] { return log.count('L') > 0; }, 8s))
-        << log.calls;
-    EXPECT_EQ(hardware.waitAttempts(), 5);
-    pollUntil(
-        hardware, [&] { return hardware.waitAttempts() >= 7; }, 4s);
-    EXPECT_EQ(log.count('L'), 1);
-
-    ASSERT_TRUE(server.start());
-    ASSERT_TRUE(pollUntil(
-        hardware, [&] { return hardware.isRunning(); }, 4s))
-        << log.calls;
-    EXPECT_EQ(log.calls.back(), 'R');
-    const std::uint32_t blocks = manager.blockCount();
-    std::this_thread::sleep_for(300ms);
-    EXPECT_GT(manager.blockCount(), blocks + 20) << "running again, in the same process";
-    hardware.stopHardware();
-}
-
-TEST(AudioHardwareJack, AResetAskedForWhileWaitingRestartsOnceMore)
-{
-    SettingsFolder folder;
-    JackTestServer server(48000, 256);
-    ASSERT_TRUE(server.start());
-    HostSettings settings = jackSettings(server, 256);
-    TestHardware hardware;
-    Manager manager;
-    manager.setFormat(48000, 256);
-    hardware.setManager(&manager);
-    hardware.setSettings(&settings);
-    hardware.setProjectSampleRate(48000);
-    DelegateLog log;
-    hardware.setDelegate(&log);
+    settings = jackSettings(server, 256);
+    attach(48000, 256);
     hardware.waitForHardware();
     EXPECT_EQ(hardware.notify(1), 0);
-    hardware.now += 1.01;
-    hardware.poll();
+    hardware.nextSecond();
     ASSERT_TRUE(hardware.isRunning());
     hardware.poll(); // Running with the old request: stop and wait once more
     EXPECT_TRUE(hardware.isWaiting());
     EXPECT_EQ(log.calls, "SWRSW");
-    hardware.now += 1.01;
-    hardware.poll();
+    hardware.nextSecond();
     EXPECT_TRUE(hardware.isRunning());
     hardware.poll();
     EXPECT_TRUE(hardware.isRunning()) << "the request was taken once";
@@ -536,13 +324,19 @@ TEST(AudioHardwareMidi, CountsStartedNearTheirLimitKeepOrderAndLoseNothing)
 }
 
 // A first run tried only the rows, which name interfaces of another system, and never found a device.
-TEST(AudioHardwareStates, AFirstRunFindsTheJackServerElseAlsaDefault)
+TEST_F(Rig, AFirstRunTriesTheRowsThenTheJackServerThenAlsaDefault)
 {
-    SettingsFolder folder;
-    const fs::path conf = fs::path(folder.path()) / "asound.conf";
-    std::ofstream(conf) << "pcm.!default { type null }\n";
-    setenv("ALSA_CONFIG_PATH", conf.c_str(), 1);
+    useAlsa("pcm.!default { type null }\n");
     JackTestServer server(48000, 256);
+    std::vector<std::string> tried;
+    for (int row : {0, 1, 2})
+    {
+        HostSettings applied;
+        applied.applyHardwareRow(row);
+        tried.emplace_back(applied.inputDevice_.c_str());
+    }
+    tried.push_back(server.name());
+    hardware.settingsForTest = &settings;
     for (const bool withServer : {true, false})
     {
         SCOPED_TRACE(withServer ? "with a JACK server" : "without one");
@@ -552,27 +346,26 @@ TEST(AudioHardwareStates, AFirstRunFindsTheJackServerElseAlsaDefault)
         }
         else
         {
+            hardware.stopHardware();
             server.stop();
+            settings = HostSettings();
+            hardware.startsWithDevice.clear();
+            tried.push_back("default");
         }
-        HostSettings settings;
         ASSERT_FALSE(settings.load());
-        AudioHardware hardware;
-        Manager manager;
-        manager.setFormat(44100, 128);
-        hardware.setManager(&manager);
-        hardware.setSettings(&settings);
-        hardware.setProjectSampleRate(44100);
+        ASSERT_TRUE(settings.isFirstRun());
+        attach(44100, 128);
         const auto t0 = Clock::now();
         hardware.waitForHardware();
-        ASSERT_TRUE(pollUntil(
-            hardware, [&] { return hardware.isRunning(); }, 3s));
+        ASSERT_TRUE(pollUntil([&] { return hardware.isRunning(); }, 3s));
         EXPECT_LT(Clock::now() - t0, 3s);
+        EXPECT_EQ(hardware.startsWithDevice, tried);
         EXPECT_EQ(MPAudio::driverIndex(settings.technology_.c_str()), withServer ? 1 : 0);
         EXPECT_STREQ(settings.outputLeftChannel_.c_str(), withServer ? "system:playback_1" : "Left");
         EXPECT_STREQ(settings.outputDevice_.c_str(), withServer ? server.name().c_str() : "default");
         EXPECT_EQ(manager.sampleRate(), withServer ? 48000u : 44100u) << "at the server's own rate";
-        hardware.stopHardware();
     }
+    hardware.stopHardware();
 }
 
 namespace
@@ -595,30 +388,18 @@ int fakeCard(MPAudioAlsa::HookPoint point, bool)
 
 // An unplugged card looped on -ENODEV for ever with no retry and no warning, and a period the card
 // imposed never reached the engine.
-TEST(AudioHardwareAlsa, AnUnpluggedCardIsRetriedAndLostOnceAndAGrantedPeriodRunsTheEngine)
+TEST_F(Rig, AnUnpluggedAlsaCardIsRetriedAndLostOnceAndAGrantedPeriodRunsTheEngine)
 {
-    SettingsFolder folder;
-    AlsaNullConfig alsa(fs::path(folder.path()));
-    HostSettings settings = storedSettings("ALSA", "kvnull", "Left", "Right", "Left", "Right", 128);
+    useAlsa();
+    settings = storedSettings("ALSA", "kvnull", 128);
     gGrantedPeriod = 512;
     gUnplugged = false;
     MPAudioAlsa::setHook(fakeCard);
-    TestHardware hardware;
-    Manager manager;
-    manager.setFormat(48000, 128);
-    hardware.setManager(&manager);
-    hardware.setSettings(&settings);
-    hardware.setProjectSampleRate(48000);
-    DelegateLog log;
-    hardware.setDelegate(&log);
+    attach(48000, 128);
     hardware.waitForHardware();
-    hardware.now += 1.01;
-    hardware.poll();
+    hardware.nextSecond();
     ASSERT_TRUE(hardware.isRunning());
     EXPECT_EQ(manager.blockSize(), 512u) << "the engine runs at the period granted";
-    const std::uint32_t before = manager.blockCount();
-    std::this_thread::sleep_for(200ms);
-    EXPECT_GT(manager.blockCount(), before + 5);
     const std::string tone = (fs::path(folder.path()) / "tone.wav").string();
     ASSERT_TRUE(
         testsound::write(tone, SF_FORMAT_WAV | SF_FORMAT_FLOAT, 48000, 2, std::vector<float>(96000, 0.5f)));
@@ -627,30 +408,22 @@ TEST(AudioHardwareAlsa, AnUnpluggedCardIsRetriedAndLostOnceAndAGrantedPeriodRuns
         ASSERT_TRUE(manager.loadTrack(t, epiPath(tone.c_str())));
     }
     manager.start();
-    for (int32_t t = 0; t < Manager::kTracks; ++t)
-    {
-        manager.setSolo(t, true);
-        std::this_thread::sleep_for(100ms);
-        hardware.peak = 0.0f;
-        std::this_thread::sleep_for(50ms);
-        EXPECT_GT(hardware.peak.load(), 0.1f) << "track " << t + 1 << " is heard at the period granted";
-        manager.setSolo(t, false);
-    }
+    std::this_thread::sleep_for(100ms);
+    hardware.peak = 0.0f;
+    std::this_thread::sleep_for(50ms);
+    EXPECT_GT(hardware.peak.load(), 0.1f) << "the tracks are heard at the period granted";
     manager.stop();
 
     gUnplugged = true;
-    ASSERT_TRUE(pollUntil(
-        hardware, [&] { return hardware.isWaiting(); }, 2s));
+    ASSERT_TRUE(pollUntil([&] { return hardware.isWaiting(); }, 2s));
     for (int attempt = 0; attempt < 6; ++attempt)
     {
-        hardware.now += 1.01;
-        hardware.poll();
+        hardware.nextSecond();
     }
     EXPECT_FALSE(hardware.isRunning());
-    EXPECT_EQ(std::count(log.calls.begin(), log.calls.end(), 'L'), 1) << log.calls;
+    EXPECT_EQ(log.count('L'), 1) << log.calls;
     gUnplugged = false;
-    hardware.now += 1.01;
-    hardware.poll();
+    hardware.nextSecond();
     EXPECT_TRUE(hardware.isRunning()) << "plugged in again, it comes back";
     hardware.stopHardware();
     MPAudioAlsa::setHook(nullptr);

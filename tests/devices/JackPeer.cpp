@@ -1,18 +1,11 @@
-// kv3_jack_peer: another program on the JACK server, for the device tests. It runs in a process of
-// its own, as a user's other programs do, so that the tests' own process only holds the program's
-// side of the connection.
-//
-//   kv3_jack_peer audio TO_PORT FROM_PORT FRAMES OUTFILE ramp|VALUE
-//       plays a ramp (frame % 4096 / 8192) or a constant into TO_PORT, records FRAMES frames from
-//       FROM_PORT into OUTFILE (raw 32-bit floats), then exits 0.
-//   kv3_jack_peer midi TO_PORT COUNT
-//       sends COUNT notes (status 0x90 | i % 16, note i, velocity 64), a clock byte before every
-//       seventh and a system exclusive message before every eleventh, three events a period.
-//   kv3_jack_peer loop TO_PORT FROM_PORT DELAY FRAMES
-//       plays what FROM_PORT gives into TO_PORT, DELAY frames later, for FRAMES frames.
-//   kv3_jack_peer buffersize FRAMES
-//       asks the server for a new buffer size.
-// Every mode gives up with exit status 1 after ten seconds.
+// kv3_jack_peer: another program on the JACK server, in a process of its own as a user's other programs
+// are. Each mode gives up with exit status 1 after ten seconds.
+//   audio TO FROM FRAMES OUTFILE ramp|VALUE  plays a ramp (frame % 4096 / 8192) or a constant into TO
+//                                            and records FRAMES frames of FROM as raw 32-bit floats
+//   midi TO COUNT                            sends COUNT notes (0x90 | i % 16, i, 64), a clock byte before
+//                                            every 7th, a system exclusive before every 11th, 3 a period
+//   loop TO FROM DELAY FRAMES                plays FROM into TO, DELAY frames later, for FRAMES frames
+//   buffersize FRAMES                        asks the server for a new buffer size
 
 #include <jack/jack.h>
 #include <jack/midiport.h>
@@ -110,12 +103,15 @@ template <typename Pred> bool waitFor(Pred pred)
 
 int main(int argc, char** argv)
 {
-    if (argc < 3)
+    const std::string mode = argc > 1 ? argv[1] : "";
+    const bool loop = mode == "loop" && argc == 6;
+    const bool audio = (mode == "audio" && argc == 7) || loop;
+    const bool midi = mode == "midi" && argc == 4;
+    if (!audio && !midi && !(mode == "buffersize" && argc == 3))
     {
         std::fprintf(stderr, "kv3_jack_peer: bad arguments\n");
         return 2;
     }
-    const std::string mode = argv[1];
     jack_status_t status;
     Peer peer;
     peer.client = jack_client_open("kv3 peer", JackNoStartServer, &status);
@@ -124,9 +120,8 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "kv3_jack_peer: no server\n");
         return 1;
     }
-    int result = 1;
-    const bool loop = mode == "loop" && argc == 6;
-    if ((mode == "audio" && argc == 7) || loop)
+    bool ok = false;
+    if (audio)
     {
         peer.recorded.assign(std::strtoul(argv[loop ? 5 : 4], nullptr, 10), 0.0f);
         peer.ramp = !loop && std::string(argv[6]) == "ramp";
@@ -135,31 +130,23 @@ int main(int argc, char** argv)
         peer.out = jack_port_register(peer.client, "out", JACK_DEFAULT_AUDIO_TYPE, JackPortIsOutput, 0);
         peer.in = jack_port_register(peer.client, "in", JACK_DEFAULT_AUDIO_TYPE, JackPortIsInput, 0);
         jack_set_process_callback(peer.client, audioThunk, &peer);
-        if (jack_activate(peer.client) == 0 &&
-            jack_connect(peer.client, jack_port_name(peer.out), argv[2]) == 0 &&
-            jack_connect(peer.client, argv[3], jack_port_name(peer.in)) == 0 &&
-            waitFor([&]
-                    { return peer.recordedCount.load(std::memory_order_acquire) >= peer.recorded.size(); }))
+        ok = jack_activate(peer.client) == 0 &&
+             jack_connect(peer.client, jack_port_name(peer.out), argv[2]) == 0 &&
+             jack_connect(peer.client, argv[3], jack_port_name(peer.in)) == 0 &&
+             waitFor([&]
+                     { return peer.recordedCount.load(std::memory_order_acquire) >= peer.recorded.size(); });
+        jack_deactivate(peer.client);
+        if (ok && !loop)
         {
-            jack_deactivate(peer.client);
-            if (loop)
-            {
-                result = 0;
-            }
-            else if (FILE* f = std::fopen(argv[5], "wb"))
-            {
-                result = std::fwrite(peer.recorded.data(), sizeof(float), peer.recorded.size(), f) ==
-                                 peer.recorded.size()
-                             ? 0
-                             : 1;
-                std::fclose(f);
-            }
+            FILE* f = std::fopen(argv[5], "wb");
+            ok = f != nullptr && std::fwrite(peer.recorded.data(), sizeof(float), peer.recorded.size(), f) ==
+                                     peer.recorded.size();
+            ok = f != nullptr && std::fclose(f) == 0 && ok;
         }
     }
-    else if (mode == "midi" && argc == 4)
+    else if (midi)
     {
-        const int count = std::atoi(argv[3]);
-        for (int i = 0; i < count; ++i)
+        for (int i = 0; i < std::atoi(argv[3]); ++i)
         {
             if (i % 7 == 0)
             {
@@ -174,23 +161,18 @@ int main(int argc, char** argv)
         }
         peer.out = jack_port_register(peer.client, "out", JACK_DEFAULT_MIDI_TYPE, JackPortIsOutput, 0);
         jack_set_process_callback(peer.client, midiThunk, &peer);
-        const bool connected = jack_activate(peer.client) == 0 &&
-                               jack_connect(peer.client, jack_port_name(peer.out), argv[2]) == 0;
-        peer.connected.store(connected, std::memory_order_release);
-        if (connected &&
-            waitFor([&] { return peer.sent.load(std::memory_order_acquire) >= peer.script.size(); }))
-        {
-            // A few more periods, so that the last events leave the server before the port goes.
-            std::this_thread::sleep_for(std::chrono::milliseconds(100));
-            result = 0;
-        }
+        ok = jack_activate(peer.client) == 0 &&
+             jack_connect(peer.client, jack_port_name(peer.out), argv[2]) == 0;
+        peer.connected.store(ok, std::memory_order_release);
+        ok = ok && waitFor([&] { return peer.sent.load(std::memory_order_acquire) >= peer.script.size(); });
+        // A few more periods, so that the last events leave the server before the port goes.
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
         jack_deactivate(peer.client);
     }
-    else if (mode == "buffersize" && argc == 3)
+    else
     {
-        result =
-            jack_set_buffer_size(peer.client, static_cast<jack_nframes_t>(std::atoi(argv[2]))) == 0 ? 0 : 1;
+        ok = jack_set_buffer_size(peer.client, static_cast<jack_nframes_t>(std::atoi(argv[2]))) == 0;
     }
     jack_client_close(peer.client);
-    return result;
+    return ok ? 0 : 1;
 }

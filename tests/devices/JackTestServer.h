@@ -1,23 +1,22 @@
 #pragma once
 
+#include "tests/devices/Kv3Process.h"
+
 #include <chrono>
-#include <csignal>
 #include <cstdio>
-#include <cstdlib>
 #include <fcntl.h>
+#include <optional>
 #include <string>
 #include <sys/file.h>
-#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
-#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 
 /**
  * A real JACK server with the dummy driver, private to one test: a unique name, the process's
- * JACK_DEFAULT_SERVER pointed at it, and always stopped by the destructor. The server is also
- * killed by the kernel if the test process dies first, so a crashed test leaves no server behind.
+ * JACK_DEFAULT_SERVER pointed at it, and always stopped by the destructor (or, when the test process
+ * crashes, by the kernel).
  * It runs without realtime scheduling, so its periods jitter and may occasionally be missed.
  */
 class JackTestServer
@@ -25,10 +24,8 @@ class JackTestServer
 public:
     explicit JackTestServer(unsigned rate = 48000, unsigned period = 256) : rate_(rate), period_(period)
     {
-        // Names come from a small pool, each held by a lock on a file for as long as this object
-        // lives: two test processes never share a name, and a name is used again by later runs.
-        // JACK's registry of servers holds only eight and reclaims an entry only for the same name,
-        // so names that never repeat would fill it with the entries of killed servers.
+        // Names come from a small pool, each held by a file lock while this object lives: JACK's registry
+        // of servers holds eight and takes an entry back only for the same name.
         for (int slot = 0; slot < 64 && name_.empty(); ++slot)
         {
             const std::string lock = "/tmp/kv3-jack-test-" + std::to_string(slot) + ".lock";
@@ -49,49 +46,22 @@ public:
     ~JackTestServer()
     {
         stop();
-        if (lockFd_ >= 0)
-        {
-            ::close(lockFd_);
-        }
+        ::close(lockFd_);
     }
-
     JackTestServer(const JackTestServer&) = delete;
     JackTestServer& operator=(const JackTestServer&) = delete;
 
     const std::string& name() const { return name_; }
-    pid_t pid() const { return pid_; }
 
     /** Starts the server and waits until it accepts clients (at most ten seconds). */
     bool start()
     {
         stop();
-        const pid_t parent = getpid();
-        pid_ = fork();
-        if (pid_ == 0)
-        {
-            // SIGTERM, not SIGKILL: a killed server leaves its entry in JACK's server registry,
-            // which holds only eight, and a full registry refuses every later server.
-            prctl(PR_SET_PDEATHSIG, SIGTERM);
-            if (getppid() != parent)
-            {
-                _exit(1);
-            }
-            const int devnull = open("/dev/null", O_WRONLY);
-            dup2(devnull, 1);
-            dup2(devnull, 2);
-            const std::string rate = std::to_string(rate_);
-            const std::string period = std::to_string(period_);
-            execlp("jackd", "jackd", "-r", "-t", "2000", "-n", name_.c_str(), "-d", "dummy", "-r",
-                   rate.c_str(), "-p", period.c_str(), static_cast<char*>(nullptr));
-            _exit(127);
-        }
-        if (pid_ < 0)
-        {
-            pid_ = 0;
-            return false;
-        }
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-        while (std::chrono::steady_clock::now() < deadline)
+        jackd_.emplace("/bin/sh",
+                       std::vector<std::string>{"-c", "exec jackd -r -t 2000 -n " + name_ + " -d dummy -r " +
+                                                          std::to_string(rate_) + " -p " +
+                                                          std::to_string(period_) + " >/dev/null 2>&1"});
+        for (int i = 0; i < 200 && jackd_->running(); ++i)
         {
             if (accepting())
             {
@@ -99,65 +69,41 @@ public:
                 std::this_thread::sleep_for(std::chrono::milliseconds(100));
                 return true;
             }
-            int wstatus = 0;
-            if (waitpid(pid_, &wstatus, WNOHANG) == pid_)
-            {
-                pid_ = 0;
-                return false;
-            }
             std::this_thread::sleep_for(std::chrono::milliseconds(50));
         }
         return false;
     }
 
-    /** Ends the server at once, without waiting for its clients. SIGTERM and not SIGKILL, for
-        the reason given in start(). */
-    void kill() { signalAndReap(SIGTERM); }
-
     /**
-     * Stops the server: SIGTERM, then SIGKILL after `grace`. A server that was frozen with a client
-     * on it waits up to 20 seconds for that client before it exits; it is killed instead, and the
-     * entry it leaves in JACK's registry is taken back by the next server of the same name.
+     * Stops the server: SIGTERM, then SIGKILL after `grace`. SIGTERM first: a killed server leaves its
+     * entry in JACK's registry of servers, which holds only eight, and a full registry refuses every
+     * later server. A server that was frozen with a client on it waits up to 20 seconds for that client
+     * before it exits; it is killed instead, and its entry is taken back by the next server of the name.
      */
     void stop(std::chrono::seconds grace = std::chrono::seconds(5))
     {
-        if (pid_ <= 0)
+        if (jackd_)
         {
-            return;
+            jackd_->signal(SIGCONT);
+            jackd_->signal(SIGTERM);
+            jackd_->wait(grace);
+            jackd_.reset();
         }
-        ::kill(pid_, SIGCONT);
-        ::kill(pid_, SIGTERM);
-        const auto deadline = std::chrono::steady_clock::now() + grace;
-        while (std::chrono::steady_clock::now() < deadline)
-        {
-            if (waitpid(pid_, nullptr, WNOHANG) == pid_)
-            {
-                pid_ = 0;
-                return;
-            }
-            std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        }
-        signalAndReap(SIGKILL);
     }
+    /** Ends the server under its clients. */
+    void kill() { stop(); }
 
     /** Freezes the server so that it accepts connections but never answers them. */
-    void freeze() { ::kill(pid_, SIGSTOP); }
-    void thaw() { ::kill(pid_, SIGCONT); }
+    void freeze() { jackd_->signal(SIGSTOP); }
+    void thaw() { jackd_->signal(SIGCONT); }
 
 private:
-    /**
-     * Whether the server's socket accepts a connection. Asked without libjack on purpose: a test's
-     * own client would share libjack's process-wide state with the clients under test, some of
-     * which the code under test may be closing on a helper thread at that moment.
-     */
+    /** Whether the server's socket accepts a connection; not through libjack, whose process-wide state
+        a test's own client would share with the clients under test. */
     bool accepting() const
     {
         const std::string path = "/dev/shm/jack_" + name_ + "_" + std::to_string(getuid()) + "_0";
         const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        if (fd < 0)
-        {
-            return false;
-        }
         sockaddr_un address{};
         address.sun_family = AF_UNIX;
         std::snprintf(address.sun_path, sizeof address.sun_path, "%s", path.c_str());
@@ -166,20 +112,9 @@ private:
         return ok;
     }
 
-    void signalAndReap(int sig)
-    {
-        if (pid_ > 0)
-        {
-            ::kill(pid_, SIGCONT);
-            ::kill(pid_, sig);
-            waitpid(pid_, nullptr, 0);
-            pid_ = 0;
-        }
-    }
-
     unsigned rate_;
     unsigned period_;
     std::string name_;
-    pid_t pid_ = 0;
+    std::optional<RunningProgram> jackd_;
     int lockFd_ = -1;
 };

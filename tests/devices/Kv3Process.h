@@ -7,35 +7,41 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <string>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
 
 /**
- * The kv3 program of this build ($KV3_BINARY_DIR/app/kv3/kv3) run as a process of its own, with its
- * stdout and stderr read apart while it runs, so that a test can act on a line as soon as it comes (a
- * peer connects once the program says its device runs) and can count the lines of each stream. The
- * program is killed by the destructor if it still runs.
+ * A program run as a process of its own, with its stdout and stderr read apart while it runs, so that a
+ * test can act on a line as soon as it comes (a peer connects once the program says its device runs)
+ * and can count the lines of each stream. The program runs in a process group of its own, which the
+ * destructor kills if the program still runs (with whatever it started).
  */
-class Kv3Process
+class RunningProgram
 {
 public:
     using Clock = std::chrono::steady_clock;
 
-    explicit Kv3Process(std::vector<std::string> arguments)
+    RunningProgram(const std::string& program, std::vector<std::string> arguments)
     {
-        const char* binary = std::getenv("KV3_BINARY_DIR");
-        const std::string program = std::string(binary ? binary : ".") + "/app/kv3/kv3";
         int out[2] = {-1, -1};
         int err[2] = {-1, -1};
         if (pipe2(out, O_CLOEXEC) != 0 || pipe2(err, O_CLOEXEC) != 0)
         {
-            return;
+            return; // no program: every wait fails at once
         }
-        started_ = Clock::now();
+        const pid_t parent = getpid();
         pid_ = fork();
         if (pid_ == 0)
         {
+            // Ended with the test's process, even one that crashed (SIGTERM: see JackTestServer).
+            prctl(PR_SET_PDEATHSIG, SIGTERM);
+            if (getppid() != parent)
+            {
+                _exit(1);
+            }
+            setpgid(0, 0);
             dup2(out[1], 1);
             dup2(err[1], 2);
             std::vector<char*> argv;
@@ -48,6 +54,7 @@ public:
             execv(program.c_str(), argv.data());
             _exit(127);
         }
+        setpgid(pid_, pid_); // as the child does: whichever comes first
         ::close(out[1]);
         ::close(err[1]);
         fd_[0] = out[0];
@@ -57,26 +64,23 @@ public:
             fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) | O_NONBLOCK);
         }
     }
-    ~Kv3Process()
+    ~RunningProgram()
     {
         if (pid_ > 0)
         {
+            ::kill(-pid_, SIGKILL);
             ::kill(pid_, SIGKILL);
             waitpid(pid_, nullptr, 0);
         }
         for (int fd : fd_)
         {
-            if (fd >= 0)
-            {
-                ::close(fd);
-            }
+            ::close(fd);
         }
     }
-    Kv3Process(const Kv3Process&) = delete;
-    Kv3Process& operator=(const Kv3Process&) = delete;
+    RunningProgram(const RunningProgram&) = delete;
+    RunningProgram& operator=(const RunningProgram&) = delete;
 
-    /** Reads the output until stdout holds `text`. @returns false when the program ended or `limit` passed
-     * first */
+    /** Reads the output until stdout holds `text`; false when the program ended or `limit` passed first. */
     bool waitForOutput(const std::string& text, std::chrono::milliseconds limit)
     {
         const auto deadline = Clock::now() + limit;
@@ -96,25 +100,11 @@ public:
     int wait(std::chrono::milliseconds limit)
     {
         const auto deadline = Clock::now() + limit;
-        while (pid_ > 0)
+        while (running())
         {
-            int status = 0;
-            const pid_t done = waitpid(pid_, &status, WNOHANG);
-            if (done == pid_)
-            {
-                ended_ = Clock::now();
-                pid_ = 0;
-                status_ = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-                break;
-            }
             if (Clock::now() >= deadline)
             {
-                ::kill(pid_, SIGKILL);
-                waitpid(pid_, nullptr, 0);
-                ended_ = Clock::now();
-                pid_ = 0;
-                status_ = -1;
-                break;
+                ::kill(pid_, SIGKILL); // reaped by the next running(), as a program a signal ended
             }
             pump(20);
         }
@@ -125,6 +115,18 @@ public:
             pump(100);
         }
         return status_;
+    }
+
+    /** Whether the program still runs; one that ended is reaped. */
+    bool running()
+    {
+        int status = 0;
+        if (pid_ > 0 && waitpid(pid_, &status, WNOHANG) == pid_)
+        {
+            pid_ = 0;
+            status_ = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+        }
+        return pid_ > 0;
     }
 
     /** Sends a signal to the running program. */
@@ -138,8 +140,6 @@ public:
 
     const std::string& out() const { return out_; }
     const std::string& err() const { return err_; }
-    /** Seconds from the start to the end of the program (after wait). */
-    double seconds() const { return std::chrono::duration<double>(ended_ - started_).count(); }
 
 private:
     void pump(int timeoutMs)
@@ -174,6 +174,16 @@ private:
     std::string out_;
     std::string err_;
     int status_ = -1;
-    Clock::time_point started_{};
-    Clock::time_point ended_{};
+};
+
+/** The kv3 program of this build, $KV3_BINARY_DIR/app/kv3/kv3. */
+class Kv3Process : public RunningProgram
+{
+public:
+    explicit Kv3Process(std::vector<std::string> arguments)
+        : RunningProgram(std::string(std::getenv("KV3_BINARY_DIR") ? std::getenv("KV3_BINARY_DIR") : ".") +
+                             "/app/kv3/kv3",
+                         std::move(arguments))
+    {
+    }
 };

@@ -1,28 +1,20 @@
 #pragma once
 
-#include "devices/MPAudioBase.h"
+#include "devices/MPAudio.h"
 
 #include <cstring>
 #include <string>
 #include <vector>
 
-/**
- * A backend with no hardware behind it, for the driver layer's own tests: its devices are given by
- * the test, its LoLevel operations count their calls and fail on request, and `pump` runs one block
- * on the calling thread the way a backend's driver thread would.
- */
+/** A backend with no hardware behind it: two devices, LoLevel operations that count their calls and
+    fail on request, and `pump`, which runs one block on the calling thread as a driver thread would. */
 class ScriptedBackend : public MPAudioBase
 {
 public:
-    explicit ScriptedBackend(std::vector<std::string> devices = {"Alpha", "Beta"})
-        : names_(std::move(devices))
-    {
-    }
     ~ScriptedBackend() override { close(); }
 
     bool failOpen = false;
     bool failStart = false;
-    std::uint32_t forceBlockFrames = 0; ///< a device that insists on its own size
     int opens = 0, closes = 0, starts = 0, stops = 0;
 
     /** Puts hardware samples into the input routes, runs the block, and returns the output routes'
@@ -56,10 +48,6 @@ protected:
     bool LoLevelOpen() override
     {
         ++opens;
-        if (forceBlockFrames)
-        {
-            blockFrames_ = forceBlockFrames;
-        }
         return !failOpen;
     }
     void LoLevelClose() override { ++closes; }
@@ -85,59 +73,22 @@ protected:
     }
 
 private:
-    std::vector<std::string> names_;
+    std::vector<std::string> names_{"Alpha", "Beta"};
 };
 
-/** A client that records what it was given and writes what the test asks for. */
-class RecordingClient : public MPAudioInterface
+/** A client that records what it was given and writes what the test asks for; the MPAudio base
+    answers the rest of the interface as a device-less front does. */
+class RecordingClient : public MPAudio
 {
 public:
-    std::uint32_t lastInputCount = 0, lastOutputCount = 0, lastFrames = 0;
+    std::uint32_t lastInputCount = 0;
     std::vector<std::vector<float>> seenInputs;
     std::vector<const float*> inputPointers;
     std::vector<std::vector<float>> toWrite; ///< per logical output; missing ones are left alone
-    int notifications = 0;
-    int lastCode = 0;
-
-    bool open(const MPAudioConfig&) override { return false; }
-    bool open(int, int, std::uint32_t, int, int, int, int, std::uint32_t) override { return false; }
-    bool open(const char*, const char*, std::uint32_t, int, int, int, int, std::uint32_t) override
-    {
-        return false;
-    }
-    bool open(const char*, const char*, MPAudioConfig&) override { return false; }
-    void close() override {}
-    bool start() override { return false; }
-    void stop() override {}
-    bool isStarted() override { return false; }
-    bool isOpen() override { return false; }
-    std::uint32_t samplePosition() override { return 0; }
-    std::uint32_t blockSize() override { return 0; }
-    void enumerateDevices(bool) override {}
-    const std::vector<MPAudioDevice>& outputDevices() override { return none_; }
-    const std::vector<MPAudioDevice>& inputDevices() override { return none_; }
-    bool findDevice(const char*, bool, int*) override { return false; }
-    bool queryDevice(int, bool, std::vector<std::uint32_t>*, std::vector<MPAudioChannelName>*,
-                     std::vector<std::uint32_t>*, bool*, std::uint32_t*, std::uint32_t*,
-                     std::uint32_t*) override
-    {
-        return false;
-    }
-    bool findChannel(int, bool, const char*, int*) override { return false; }
-    bool hasControlPanel() override { return false; }
-    bool showControlPanel(int, bool) override { return false; }
-    int notify(int code) override
-    {
-        ++notifications;
-        lastCode = code;
-        return code - 1;
-    }
     void process(const float* const* inputs, std::uint32_t inputCount, float* const* outputs,
                  std::uint32_t outputCount, std::uint32_t frames) override
     {
         lastInputCount = inputCount;
-        lastOutputCount = outputCount;
-        lastFrames = frames;
         seenInputs.assign(inputCount, {});
         inputPointers.assign(inputCount, nullptr);
         for (std::uint32_t c = 0; c < inputCount; ++c)
@@ -153,7 +104,4 @@ public:
             }
         }
     }
-
-private:
-    std::vector<MPAudioDevice> none_;
 };
