@@ -2,17 +2,12 @@
 // container whose X window another connection draws in at once, which gets the click and goes
 // away with its container. Screenshots come from the X server itself.
 
-#include "epi/ui/epiApplication.h"
 #include "epi/ui/epiMenu.h"
 #include "epi/ui/gtk/epiUiSystem.h"
+#include "tests/epi/ui/LayoutText.h"
 #include "tests/epi/ui/gtk/XvfbSupport.h"
 
 #include <X11/Xlib.h>
-#include <gtest/gtest.h>
-
-#include <functional>
-#include <string>
-#include <vector>
 
 namespace
 {
@@ -37,13 +32,6 @@ const char* const kBar = R"(<epi><content><name>MBar</name><menulist>
   </menulist></item>
 </menulist></content></epi>)";
 
-const char* const kLayout =
-    "<epi><version>4</version><signature>layout</signature><content><kind>iWin</kind><name>main</name>"
-    "<text>Host</text><position>50,50</position><size>320,240</size><attributes>"
-    "<attribute><name>mBar</name><value>1</value></attribute></attributes><itemslist>"
-    "<item><kind>iSco</kind><name>plug</name><position>20,20</position><size>200,150</size></item>"
-    "</itemslist></content></epi>";
-
 /** The texts of a menu row's labels, left to right. */
 std::vector<std::string> rowTexts(GtkWidget* item)
 {
@@ -64,32 +52,21 @@ GtkWidget* nth(GtkWidget* shell, guint index)
     return widget;
 }
 
-int& xErrors()
-{
-    static int count = 0;
-    return count;
-}
-
-int countError(Display*, XErrorEvent*)
-{
-    ++xErrors();
-    return 0;
-}
+int xErrors = 0;
 
 } // namespace
 
-TEST(GtkMenuAndHost, MenuShortcutAndAnEditorDrawnByAnotherConnection)
+using GtkMenuAndHost = GtkAppTest<MenuApp>;
+
+TEST_F(GtkMenuAndHost, MenuShortcutAndAnEditorDrawnByAnotherConnection)
 {
-    XVFB_REQUIRE();
-    MenuApp app;
-    ASSERT_TRUE(app.start());
-    epiGtk::attach(app);
     auto* menu = dynamic_cast<epiMenu*>(app.menu());
     ASSERT_NE(menu, nullptr);
     menu->loadText(kBar);
-    auto* window = dynamic_cast<epiWindow*>(app.openWindowText(epiText(kLayout)));
+    epiWindow* window = open(layoutFile("<kind>iWin</kind><name>main</name><text>Host</text>" +
+                                            place(50, 50, 320, 240) + attrs({{"mBar", "1"}}),
+                                        item("iSco", "plug", place(20, 20, 200, 150))));
     ASSERT_NE(window, nullptr);
-    ASSERT_TRUE(xvfb::pumpUntil([&] { return window->lastCopiedPixels() > 0; }));
 
     // The rows show the texts and the shortcuts as the menu built them.
     ASSERT_NE(window->menuBarWidget(), nullptr);
@@ -98,9 +75,7 @@ TEST(GtkMenuAndHost, MenuShortcutAndAnEditorDrawnByAnotherConnection)
     GtkWidget* submenu = gtk_menu_item_get_submenu(GTK_MENU_ITEM(file));
     EXPECT_EQ(rowTexts(nth(submenu, 0)), (std::vector<std::string>{"Open...", "Ctrl+O"}));
     EXPECT_EQ(rowTexts(nth(submenu, 2)), (std::vector<std::string>{"Save As...", "Ctrl+Shift+S"}));
-    ASSERT_EQ(
-        xvfb::run({"xdotool", "windowfocus", "--sync", std::to_string(window->xid()), "key", "ctrl+shift+s"}),
-        0);
+    ASSERT_EQ(xvfb::xdotool("windowfocus --sync " + std::to_string(window->xid()) + " key ctrl+shift+s"), 0);
     ASSERT_TRUE(xvfb::pumpUntil([&] { return !app.codes.empty(); }));
     EXPECT_EQ(app.codes, (std::vector<uint32_t>{epiCode("SvAs")}));
 
@@ -111,28 +86,20 @@ TEST(GtkMenuAndHost, MenuShortcutAndAnEditorDrawnByAnotherConnection)
     ASSERT_NE(parent, 0u);
     Display* other = XOpenDisplay(nullptr);
     ASSERT_NE(other, nullptr);
-    XSetErrorHandler(countError);
+    XSetErrorHandler([](Display*, XErrorEvent*) { return ++xErrors, 0; });
     const Window editor = XCreateSimpleWindow(other, parent, 0, 0, 100, 80, 0, 0, 0xFF0000);
     XSelectInput(other, editor, ButtonPressMask);
     XMapWindow(other, editor);
     XSync(other, False);
-    EXPECT_EQ(xErrors(), 0);
+    EXPECT_EQ(xErrors, 0);
 
     int x = 0;
     int y = 0;
     xvfb::screenOrigin(window->clientWidget(), x, y);
     ASSERT_TRUE(xvfb::pumpUntil([&] { return xvfb::screenPixel(x + 30, y + 30) == 0xFF0000; }));
-    if (const char* shots = std::getenv("EPI_SCREENSHOTS"))
-    {
-        GdkPixbuf* shot = gdk_pixbuf_get_from_window(gdk_get_default_root_window(), 0, 0, 420, 360);
-        gdk_pixbuf_save(shot, (std::string(shots) + "/host.png").c_str(), "png", nullptr, nullptr);
-        g_object_unref(shot);
-    }
 
     // The editor's own window gets the click.
-    ASSERT_EQ(xvfb::run({"xdotool", "mousemove", "--sync", std::to_string(x + 40), std::to_string(y + 40),
-                         "click", "1"}),
-              0);
+    ASSERT_EQ(xvfb::xdotool("mousemove --sync " + onScreen(window, 40, 40) + " click 1"), 0);
     XEvent event;
     bool clicked = false;
     xvfb::pumpUntil([&] { return clicked = XCheckWindowEvent(other, editor, ButtonPressMask, &event); });
@@ -143,7 +110,7 @@ TEST(GtkMenuAndHost, MenuShortcutAndAnEditorDrawnByAnotherConnection)
     EXPECT_TRUE(xvfb::pumpUntil([&] { return xvfb::screenPixel(x + 30, y + 30) == 0xFFFFFF; }));
     XDestroyWindow(other, editor);
     XSync(other, False);
-    EXPECT_EQ(xErrors(), 0);
+    EXPECT_EQ(xErrors, 0);
     XCloseDisplay(other);
 
     // The pointer's shapes are GDK's named cursors on the window; GDK hands out one cursor a name.
@@ -162,8 +129,4 @@ TEST(GtkMenuAndHost, MenuShortcutAndAnEditorDrawnByAnotherConnection)
         EXPECT_EQ(gdk_window_get_cursor(shown), expected) << name;
         g_object_unref(expected);
     }
-
-    window->notifyDestroyed();
-    app.stop();
-    EXPECT_EQ(xvfb::warningCount(), 0);
 }
