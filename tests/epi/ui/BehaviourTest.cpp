@@ -10,10 +10,12 @@ using Behaviours = UiFixture;
 TEST_F(Behaviours, PressDragOffDragOnReleaseGivesOneClick)
 {
     epiUbo* root = loadText("<size>100,100</size>",
-                            item("tBtP", "butn", "<position>10,10</position><size>20,20</size>"));
+                            item("tBtP", "butn", "<position>10,10</position><size>20,20</size>") +
+                                item("tBtn", "othr", "<position>60,60</position><size>20,20</size>"));
     auto* button = dynamic_cast<TestWidget*>(root->childAt(0));
     std::vector<bool> pressed;
     root->mouseDown(epiPoint(15, 15));
+    EXPECT_EQ(root->capture(), button);
     pressed.push_back(button->pressed());
     root->mouseDragged(epiPoint(60, 60));
     pressed.push_back(button->pressed());
@@ -24,10 +26,13 @@ TEST_F(Behaviours, PressDragOffDragOnReleaseGivesOneClick)
     EXPECT_EQ(pressed, (std::vector<bool>{true, false, true, false}));
     EXPECT_EQ(button->hits, 1);
 
+    // Released off the button, over another: the captured button has the release, and no one a click.
     root->mouseDown(epiPoint(15, 15));
-    root->mouseDragged(epiPoint(60, 60));
-    root->mouseUp(epiPoint(60, 60));
-    EXPECT_EQ(button->hits, 1); // released off the button
+    root->mouseDragged(epiPoint(70, 70));
+    root->mouseUp(epiPoint(70, 70));
+    EXPECT_EQ(root->capture(), nullptr);
+    EXPECT_EQ(button->hits, 1);
+    EXPECT_EQ(dynamic_cast<TestWidget*>(root->childAt(1))->hits, 0);
 }
 
 TEST_F(Behaviours, WithoutAPressedImageTheButtonFiresOnThePress)

@@ -49,21 +49,4 @@ TEST_F(Windows, OpensByInternalNameAndClosingTheLastQuitsWhenAsked)
     EXPECT_TRUE(manager->windows().empty());
 }
 
-TEST_F(Windows, TheCascadeComesBackToItsStart)
-{
-    epiWindowManager* manager = app.windowManager();
-    epiRect rect(0, 0, 10, 10);
-    std::vector<epiPoint> places;
-    for (int i = 0; i < 20; ++i)
-    {
-        manager->cascadeRect(rect);
-        places.emplace_back(rect.left_, rect.top_);
-        EXPECT_EQ(rect.width(), 10);
-    }
-    EXPECT_EQ(places[1], epiPoint(96, 80));
-    const auto back = std::find(places.begin() + 1, places.end(), epiPoint(64, 64));
-    ASSERT_NE(back, places.end());
-    EXPECT_LE(back[-1].x_, 640);
-}
-
 } // namespace
