@@ -7,12 +7,12 @@ namespace
 
 using Behaviours = UiFixture;
 
-TEST_F(Behaviours, PressDragOffDragOnReleaseGivesOneClick)
+TEST_F(Behaviours, PressDragOffDragOnReleaseGivesOneClickAndWithoutAPressedImageThePressDoes)
 {
-    epiUbo* root = loadText("<size>100,100</size>",
-                            item("tBtP", "butn", "<position>10,10</position><size>20,20</size>") +
-                                item("tBtn", "othr", "<position>60,60</position><size>20,20</size>"));
+    epiUbo* root = loadText("<size>100,100</size>", item("tBtP", "butn", place(10, 10, 20, 20)) +
+                                                        item("tBtn", "othr", place(60, 60, 20, 20)));
     auto* button = dynamic_cast<TestWidget*>(root->childAt(0));
+    auto* other = dynamic_cast<TestWidget*>(root->childAt(1));
     std::vector<bool> pressed;
     root->mouseDown(epiPoint(15, 15));
     EXPECT_EQ(root->capture(), button);
@@ -32,20 +32,15 @@ TEST_F(Behaviours, PressDragOffDragOnReleaseGivesOneClick)
     root->mouseUp(epiPoint(70, 70));
     EXPECT_EQ(root->capture(), nullptr);
     EXPECT_EQ(button->hits, 1);
-    EXPECT_EQ(dynamic_cast<TestWidget*>(root->childAt(1))->hits, 0);
-}
+    EXPECT_EQ(other->hits, 0);
 
-TEST_F(Behaviours, WithoutAPressedImageTheButtonFiresOnThePress)
-{
-    epiUbo* root = loadText("<size>100,100</size>",
-                            item("tBtn", "butn", "<position>10,10</position><size>20,20</size>"));
-    auto* button = dynamic_cast<TestWidget*>(root->childAt(0));
-    root->mouseDown(epiPoint(15, 15));
-    EXPECT_EQ(button->hits, 1);
-    EXPECT_FALSE(button->pressed());
-    root->mouseDragged(epiPoint(60, 60));
-    root->mouseUp(epiPoint(15, 15));
-    EXPECT_EQ(button->hits, 1);
+    // Without a pressed image the press is the click, and nothing after it counts.
+    root->mouseDown(epiPoint(65, 65));
+    EXPECT_EQ(other->hits, 1);
+    EXPECT_FALSE(other->pressed());
+    root->mouseDragged(epiPoint(15, 15));
+    root->mouseUp(epiPoint(65, 65));
+    EXPECT_EQ(other->hits, 1);
 }
 
 TEST_F(Behaviours, SimulatedClickFlashesThePressedState)
@@ -63,27 +58,20 @@ TEST_F(Behaviours, SimulatedClickFlashesThePressedState)
 
 TEST_F(Behaviours, CheckBoxFlipsAndRadioSelectsWithinItsGroup)
 {
-    epiUbo* root = loadText(
-        "<size>100,100</size>",
-        item("tChk", "chek", "<position>0,0</position><size>10,10</size>") +
-            item("tRad", "radA",
-                 "<position>20,0</position><size>10,10</size>" + attrs({{"fagr", "5"}, {"fain", "0"}})) +
-            item("tRad", "radB",
-                 "<position>40,0</position><size>10,10</size>" + attrs({{"fagr", "5"}, {"fain", "1"}})));
-    auto* check = dynamic_cast<TestWidget*>(root->childAt(0));
-    root->mouseDown(epiPoint(5, 5));
-    root->mouseUp(epiPoint(5, 5));
-    EXPECT_EQ(check->getValue(), 1.0f);
-    root->mouseDown(epiPoint(5, 5));
-    root->mouseUp(epiPoint(5, 5));
-    EXPECT_EQ(check->getValue(), 0.0f);
+    epiUbo* root =
+        loadText("<size>100,100</size>",
+                 item("tChk", "chek", place(0, 0, 10, 10)) +
+                     item("tRad", "radA", place(20, 0, 10, 10) + attrs({{"fagr", "5"}, {"fain", "0"}})) +
+                     item("tRad", "radB", place(40, 0, 10, 10) + attrs({{"fagr", "5"}, {"fain", "1"}})));
+    click(root, 5, 5);
+    EXPECT_EQ(root->childAt(0)->getValue(), 1.0f);
+    click(root, 5, 5);
+    EXPECT_EQ(root->childAt(0)->getValue(), 0.0f);
 
-    root->mouseDown(epiPoint(45, 5));
-    root->mouseUp(epiPoint(45, 5));
+    click(root, 45, 5);
     EXPECT_EQ(root->selectedInGroupOf(epiCode("radA")), 1);
     EXPECT_EQ(root->childAt(1)->getValue(), 0.0f);
-    root->mouseDown(epiPoint(25, 5));
-    root->mouseUp(epiPoint(25, 5));
+    click(root, 25, 5);
     EXPECT_EQ(root->selectedInGroupOf(epiCode("radB")), 0);
     EXPECT_EQ(root->childAt(2)->getValue(), 0.0f);
 }
@@ -111,20 +99,15 @@ TEST_F(Behaviours, DraggerValueLimitsAndUnchangedValues)
     EXPECT_EQ(widget->redraws, moved);
 }
 
-TEST_F(Behaviours, SmoothDraggerWithoutSmoothingMovesAtOnce)
+TEST_F(Behaviours, SmoothDraggerRunsTheRangeInATenthAndRestartsWhenReversedOrMovesAtOnceWithoutSmoothing)
 {
-    epiUbo* root = loadText("<size>100,100</size>", item("tSmo", "knob", attrs({{"Smoo", "0"}})));
-    epiUiBehaviour* dragger = root->childAt(0)->behaviourObject();
-    dragger->setUserValue(60.0f);
-    EXPECT_EQ(dragger->displayFloat(), 60.0f);
-    EXPECT_EQ(app.windowManager()->animationCount(), 0);
-}
-
-TEST_F(Behaviours, SmoothDraggerRunsTheRangeInATenthAndRestartsWhenReversed)
-{
-    epiUbo* root = loadText("<size>100,100</size>", item("tSmo", "knob", attrs({{"Smoo", "1000"}})));
+    epiUbo* root = loadText("<size>100,100</size>", item("tSmo", "knob", attrs({{"Smoo", "1000"}})) +
+                                                        item("tSmo", "inst", attrs({{"Smoo", "0"}})));
     auto* dragger = dynamic_cast<epiUiBehaviourSmoothDragger*>(root->childAt(0)->behaviourObject());
     ASSERT_NE(dragger, nullptr);
+    root->childAt(1)->behaviourObject()->setUserValue(60.0f); // without smoothing: at once
+    EXPECT_EQ(root->childAt(1)->behaviourObject()->displayFloat(), 60.0f);
+    EXPECT_EQ(app.windowManager()->animationCount(), 0);
     dragger->setUserValue(100.0f);
     EXPECT_TRUE(app.windowManager()->animationTimerOn());
     advance(0.09);

@@ -86,19 +86,16 @@ TEST_F(Ubo, HitsClimbToEveryPanelWithTheNameTheyCameThrough)
 
 TEST_F(Ubo, PressGoesToTheTopmostVisibleHittableChildEdgesIncluded)
 {
-    epiUbo* root = loadText(
-        "<size>100,100</size>",
-        item("tBtn", "undr", "<position>0,0</position><size>50,50</size>") +
-            item("tBtn", "over", "<position>20,20</position><size>30,30</size>") +
-            item("tBtn", "hide", "<position>0,0</position><size>100,100</size>" + attrs({{"visi", "0"}})));
+    epiUbo* root =
+        loadText("<size>100,100</size>",
+                 item("tBtn", "undr", place(0, 0, 50, 50)) + item("tBtn", "over", place(20, 20, 30, 30)) +
+                     item("tBtn", "hide", place(0, 0, 100, 100) + attrs({{"visi", "0"}})));
     auto* under = dynamic_cast<TestWidget*>(root->childAt(0));
     auto* over = dynamic_cast<TestWidget*>(root->childAt(1));
-    root->mouseDown(epiPoint(50, 50)); // the bottom right edge of "over"
-    root->mouseUp(epiPoint(50, 50));
+    click(root, 50, 50); // the bottom right edge of "over"
     EXPECT_EQ(over->hits, 1);
     EXPECT_EQ(under->hits, 0);
-    root->mouseDown(epiPoint(19, 19));
-    root->mouseUp(epiPoint(19, 19));
+    click(root, 19, 19);
     EXPECT_EQ(under->hits, 1);
 }
 
@@ -116,11 +113,10 @@ TEST_F(Ubo, ExclusiveHitModeOffersThePressDownTheStackUntilOneCaptures)
 
 TEST_F(Ubo, TwoAnchorsStretchAgainstTheDesignSize)
 {
-    epiUbo* root = loadText(
-        "<size>100,80</size>",
-        item("ubob", "strt",
-             "<position>10,10</position><size>80,60</size>" + attrs({{"mgTL", "1"}, {"mgBR", "3"}})) +
-            item("ubob", "corn", "<position>90,70</position><size>5,5</size>" + attrs({{"mgTL", "3"}})));
+    epiUbo* root =
+        loadText("<size>100,80</size>",
+                 item("ubob", "strt", place(10, 10, 80, 60) + attrs({{"mgTL", "1"}, {"mgBR", "3"}})) +
+                     item("ubob", "corn", place(90, 70, 5, 5) + attrs({{"mgTL", "3"}})));
     root->setSize(200, 100);
     root->relayout();
     EXPECT_EQ(root->childAt(0)->frame(), epiRect(10, 10, 190, 90));
@@ -202,11 +198,9 @@ public:
 
 TEST_F(Ubo, EveryDrawingCallOfALeafReachesTheWindowsSurfaceInTheWindowsCoordinates)
 {
-    layout("inner.xml", "<size>50,50</size>",
-           item("ubob", "leaf", "<position>5,5</position><size>10,10</size>"));
+    layout("inner.xml", "<size>50,50</size>", item("ubob", "leaf", place(5, 5, 10, 10)));
     layout("w.xml", "<size>200,100</size>",
-           item("iCon", "box1",
-                "<position>10,20</position><size>50,50</size>" + attrs({{"chil", "inner.xml"}})));
+           item("iCon", "box1", place(10, 20, 50, 50) + attrs({{"chil", "inner.xml"}})));
     auto* window = dynamic_cast<epiUiWindowBase*>(load("w.xml", epiCode("iWin")));
     ASSERT_NE(window, nullptr);
     RecordingSurface surface;
@@ -279,8 +273,7 @@ TEST_F(Ubo, TheKeyboardFocusChainsUpTheTreeAndKeysGoToTheDeepestFocus)
 
 TEST_F(Ubo, SizesChangeAroundTheCentreForFitChildAndSetSizeFromFrame)
 {
-    epiUbo* root =
-        loadText("<size>400,400</size>", item("ubob", "wide", "<position>0,0</position><size>100,50</size>"));
+    epiUbo* root = loadText("<size>400,400</size>", item("ubob", "wide", place(0, 0, 100, 50)));
     epiUbo* wide = root->childNamed(epiCode("wide"));
     root->fitChild(epiCode("wide"), 1.0f); // wider than 1: the width stays
     EXPECT_EQ(wide->frame(), epiRect(0, -25, 100, 75));
@@ -354,18 +347,15 @@ TEST_F(Ubo, FormattedTextsStayWithinTheirBuffers)
 TEST_F(Ubo, AScrolledContainerHitsAndRepaintsItsContentWhereItShows)
 {
     layout("list.xml", "<size>50,200</size>",
-           item("tBtn", "row0", "<position>0,0</position><size>50,20</size>") +
-               item("tBtn", "row5", "<position>0,100</position><size>50,20</size>"));
-    layout(
-        "w.xml", "<size>200,100</size>",
-        item("iCos", "list", "<position>10,10</position><size>50,40</size>" + attrs({{"chil", "list.xml"}})));
+           item("tBtn", "row0", place(0, 0, 50, 20)) + item("tBtn", "row5", place(0, 100, 50, 20)));
+    layout("w.xml", "<size>200,100</size>",
+           item("iCos", "list", place(10, 10, 50, 40) + attrs({{"chil", "list.xml"}})));
     auto* window = dynamic_cast<epiUiWindowBase*>(load("w.xml", epiCode("iWin")));
     auto* list = dynamic_cast<epiUiScrollableContainer*>(window->childAt(0));
     ASSERT_NE(list, nullptr);
     list->scrollTo(0, 95);
     window->takeDirty();
-    window->mouseDown(epiPoint(20, 20)); // content (10, 105): the sixth row
-    window->mouseUp(epiPoint(20, 20));
+    click(window, 20, 20); // content (10, 105): the sixth row
     EXPECT_EQ(dynamic_cast<TestWidget*>(list->childAt(1))->hits, 1);
     EXPECT_EQ(dynamic_cast<TestWidget*>(list->childAt(0))->hits, 0);
     list->childAt(1)->invalidateAll(); // content y 100 to 120 shows at y 15 to 35 of the window

@@ -151,6 +151,13 @@ protected:
         return load("t.xml");
     }
 
+    /** A press and a release at (`x`, `y`) of `root`. */
+    static void click(epiUbo* root, int x, int y)
+    {
+        root->mouseDown(epiPoint(x, y));
+        root->mouseUp(epiPoint(x, y));
+    }
+
     /** Moves the clock on by `seconds` in steps of `step`, pumping the timers after each. */
     void advance(double seconds, double step = 0.01)
     {
