@@ -1,4 +1,5 @@
-// The menu bar from the framework's model with its shortcuts, and the editor's host: a native
+// The menu bar's rows from the framework's model (its shortcut runs end to end in epiview's test),
+// the pointer's shapes, and the editor's host: a native
 // container whose X window another connection draws in at once, which gets the click and goes
 // away with its container. Screenshots come from the X server itself.
 
@@ -11,17 +12,6 @@
 
 namespace
 {
-
-class MenuApp : public epiWindowApplication
-{
-public:
-    intptr_t handleCommandCode(uint32_t code) override
-    {
-        codes.push_back(code);
-        return 1;
-    }
-    std::vector<uint32_t> codes;
-};
 
 const char* const kBar = R"(<epi><content><name>MBar</name><menulist>
   <item><text>File</text><menulist>
@@ -56,9 +46,9 @@ int xErrors = 0;
 
 } // namespace
 
-using GtkMenuAndHost = GtkAppTest<MenuApp>;
+using GtkMenuAndHost = GtkAppTest<>;
 
-TEST_F(GtkMenuAndHost, MenuShortcutAndAnEditorDrawnByAnotherConnection)
+TEST_F(GtkMenuAndHost, MenuRowsCursorsAndAnEditorDrawnByAnotherConnection)
 {
     auto* menu = dynamic_cast<epiMenu*>(app.menu());
     ASSERT_NE(menu, nullptr);
@@ -75,9 +65,6 @@ TEST_F(GtkMenuAndHost, MenuShortcutAndAnEditorDrawnByAnotherConnection)
     GtkWidget* submenu = gtk_menu_item_get_submenu(GTK_MENU_ITEM(file));
     EXPECT_EQ(rowTexts(nth(submenu, 0)), (std::vector<std::string>{"Open...", "Ctrl+O"}));
     EXPECT_EQ(rowTexts(nth(submenu, 2)), (std::vector<std::string>{"Save As...", "Ctrl+Shift+S"}));
-    ASSERT_EQ(xvfb::xdotool("windowfocus --sync " + std::to_string(window->xid()) + " key ctrl+shift+s"), 0);
-    ASSERT_TRUE(xvfb::pumpUntil([&] { return !app.codes.empty(); }));
-    EXPECT_EQ(app.codes, (std::vector<uint32_t>{epiCode("SvAs")}));
 
     // Another connection makes a red child of the host's window at once, without an error.
     auto* host = dynamic_cast<epiUiSystemContainer*>(window->childNamed(epiCode("plug")));

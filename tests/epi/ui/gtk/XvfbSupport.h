@@ -15,14 +15,11 @@
 #include <csignal>
 #include <fcntl.h>
 #include <functional>
-#include <spawn.h>
 #include <string>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 #include <vector>
-
-extern char** environ;
 
 namespace xvfb
 {
@@ -61,25 +58,15 @@ public:
     /** With `withErrors` its stderr joins the output; otherwise it keeps the test's. */
     explicit Program(const std::vector<std::string>& argv, bool withErrors = true)
     {
-        int fds[2];
-        if (pipe(fds) != 0)
-            return;
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_adddup2(&actions, fds[1], STDOUT_FILENO);
-        if (withErrors)
-            posix_spawn_file_actions_adddup2(&actions, fds[1], STDERR_FILENO);
-        posix_spawn_file_actions_addclose(&actions, fds[0]);
         std::vector<char*> args;
         for (const std::string& word : argv)
             args.push_back(const_cast<char*>(word.c_str()));
         args.push_back(nullptr);
-        if (posix_spawnp(&pid_, args[0], &actions, nullptr, args.data(), environ) != 0)
-            pid_ = -1;
-        posix_spawn_file_actions_destroy(&actions);
-        close(fds[1]);
-        fd_ = fds[0];
-        fcntl(fd_, F_SETFL, O_NONBLOCK);
+        const GSpawnChildSetupFunc joinErrors = [](gpointer) { dup2(STDOUT_FILENO, STDERR_FILENO); };
+        if (g_spawn_async_with_pipes(
+                nullptr, args.data(), nullptr, GSpawnFlags(G_SPAWN_SEARCH_PATH | G_SPAWN_DO_NOT_REAP_CHILD),
+                withErrors ? joinErrors : nullptr, nullptr, &pid_, nullptr, &fd_, nullptr, nullptr))
+            fcntl(fd_, F_SETFL, O_NONBLOCK);
     }
     ~Program()
     {
