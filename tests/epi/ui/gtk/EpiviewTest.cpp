@@ -1,6 +1,6 @@
 // epiview as its user sees it, run as a program of its own on the test's Xvfb: its four file
 // dialogs take a typed path or Escape, and a window's menu shortcut, default button, keys and a
-// drop of two files dragged from another process each print their line.
+// drop of two files dragged from another program's window each print their line.
 
 #include "tests/epi/ui/LayoutText.h"
 #include "tests/epi/ui/gtk/XvfbSupport.h"
@@ -82,8 +82,57 @@ std::string lineAfter(const std::string& text, const std::string& word)
     return text.substr(at, text.find('\n', at) - at);
 }
 
-} // namespace
+/** A window of the test's own that offers `paths` as text/uri-list when dragged, as a file manager does. */
+class DragSource
+{
+public:
+    explicit DragSource(const std::vector<std::string>& paths)
+    {
+        for (const std::string& path : paths)
+        {
+            gchar* uri = g_filename_to_uri(path.c_str(), nullptr, nullptr);
+            uris_.emplace_back(uri);
+            g_free(uri);
+        }
+        static GtkTargetEntry uriList{const_cast<gchar*>("text/uri-list"), 0, 0};
+        gtk_drag_source_set(window_, GDK_BUTTON1_MASK, &uriList, 1, GDK_ACTION_COPY);
+        g_signal_connect(window_, "drag-data-get",
+                         G_CALLBACK(+[](GtkWidget*, GdkDragContext*, GtkSelectionData* data, guint, guint,
+                                        DragSource* self)
+                                    {
+                                        std::vector<gchar*> list;
+                                        for (std::string& uri : self->uris_)
+                                            list.push_back(uri.data());
+                                        list.push_back(nullptr);
+                                        gtk_selection_data_set_uris(data, list.data());
+                                    }),
+                         this);
+        g_signal_connect(
+            window_, "drag-end",
+            G_CALLBACK(+[](GtkWidget*, GdkDragContext*, DragSource* self) { self->done = true; }), this);
+        gtk_widget_set_size_request(window_, 100, 100);
+        gtk_window_move(GTK_WINDOW(window_), 900, 700);
+        gtk_widget_show_all(window_);
+    }
+    ~DragSource() { gtk_widget_destroy(window_); }
+    /** Its centre on the screen once it is shown, as xdotool takes it: "X Y". */
+    std::string centre()
+    {
+        int x = 0;
+        int y = 0;
+        EXPECT_TRUE(xvfb::pumpUntil([&] { return gtk_widget_get_mapped(window_); }));
+        xvfb::settle();
+        gdk_window_get_origin(gtk_widget_get_window(window_), &x, &y);
+        return std::to_string(x + 50) + " " + std::to_string(y + 50);
+    }
+    bool done = false; // a drop took its data
 
+private:
+    std::vector<std::string> uris_;
+    GtkWidget* window_ = gtk_window_new(GTK_WINDOW_TOPLEVEL);
+};
+
+} // namespace
 TEST(Epiview, PrintsMenuCommandKeyAndADropFromAnotherProcess)
 {
     XVFB_REQUIRE();
@@ -110,12 +159,10 @@ TEST(Epiview, PrintsMenuCommandKeyAndADropFromAnotherProcess)
     EXPECT_NE(view.output().find("menu SvAs\n"), std::string::npos) << view.output();
     EXPECT_NE(view.output().find("key D 97\nkey U 97\n"), std::string::npos) << view.output();
 
-    // Dragged from the other program's window to (150, 150) of the screen, 50 pixels into epiview's.
-    xvfb::Program source({DROP_SOURCE_PATH, first, second});
-    ASSERT_TRUE(source.waitFor("ready ")) << source.output();
-    const std::string at = lineAfter(source.output(), "ready ");
+    // Dragged from the test's window to (150, 150) of the screen, 50 pixels into epiview's.
+    DragSource source({first, second});
     ASSERT_EQ(
-        xvfb::xdotool("mousemove --sync " + at +
+        xvfb::xdotool("mousemove --sync " + source.centre() +
                       " mousedown 1 sleep 0.1 mousemove_relative --sync -- -20 -20 sleep 0.2 "
                       "mousemove --sync 150 150 sleep 0.3 mousemove --sync 151 151 sleep 0.3 mouseup 1"),
         0);
@@ -125,5 +172,5 @@ TEST(Epiview, PrintsMenuCommandKeyAndADropFromAnotherProcess)
     ASSERT_NE(drop, std::string::npos) << out;
     const std::string point = out.substr(drop, out.find(' ', drop + 8) - drop);
     EXPECT_NE(out.find(point + " " + first + "\n" + point + " " + second + "\n"), std::string::npos) << out;
-    EXPECT_TRUE(source.waitFor("done"));
+    EXPECT_TRUE(xvfb::pumpUntil([&] { return source.done; }));
 }
