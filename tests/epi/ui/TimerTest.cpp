@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <ctime>
+#include <functional>
 
 namespace
 {
@@ -124,40 +125,41 @@ TEST_F(Timers, ACommandForAClosedWindowDoesNoHarm)
     app.purgeDisposed();
 }
 
-/** An event source with nothing to dispatch that quits the loop after a while of real time. */
-class IdleSource : public epiEventSource
+/** Runs the window manager's loop until it quits, `dispatch` giving each event it asks for. */
+void runLoop(epiWindowManager* manager, std::function<bool()> dispatch)
 {
-public:
-    explicit IdleSource(epiWindowManager& manager) : manager_(manager) {}
-    bool dispatchOne() override
+    struct Events : epiEventSource
     {
-        ++calls;
-        if (std::chrono::steady_clock::now() - start_ > std::chrono::milliseconds(300))
-            manager_.quit();
-        return false;
-    }
-    int calls = 0;
-
-private:
-    epiWindowManager& manager_;
-    std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
-};
+        bool dispatchOne() override { return dispatch(); }
+        std::function<bool()> dispatch;
+    } events;
+    events.dispatch = std::move(dispatch);
+    manager->setEventSource(&events);
+    manager->messageLoop();
+    manager->setEventSource(nullptr);
+}
 
 TEST_F(Timers, AnIdleLoopSleepsAndStillRunsTheTimers)
 {
     epiWindowManager* manager = app.windowManager();
-    IdleSource source(*manager);
-    manager->setEventSource(&source);
     Ticker ticker(app);
     app.addTimer(&ticker, 0.1, true, false);
     app.clock += 1.0;
+    // Nothing to dispatch, for 300 ms of real time.
+    int calls = 0;
+    const auto start = std::chrono::steady_clock::now();
     const std::clock_t cpuBefore = std::clock();
-    manager->messageLoop();
+    runLoop(manager,
+            [&]
+            {
+                if (++calls, std::chrono::steady_clock::now() - start > std::chrono::milliseconds(300))
+                    manager->quit();
+                return false;
+            });
     const double cpu = double(std::clock() - cpuBefore) / CLOCKS_PER_SEC;
-    manager->setEventSource(nullptr);
     EXPECT_EQ(ticker.ticks.size(), 1u);
-    EXPECT_GT(source.calls, 20);  // about one per 2 ms
-    EXPECT_LT(source.calls, 200); // and not a busy loop
+    EXPECT_GT(calls, 20);  // about one per 2 ms
+    EXPECT_LT(calls, 200); // and not a busy loop
     EXPECT_LT(cpu, 0.1);
 }
 
@@ -179,26 +181,18 @@ TEST_F(Timers, WindowsOpenByInternalNameAndClosingTheLastQuitsTheLoopWhenAsked)
     EXPECT_EQ(manager->openWindowByInternalName(epiCode("laya"), epiCode("none")), nullptr);
 
     manager->setQuitWhenEmpty(true);
-    struct Source : epiEventSource
-    {
-        epiWindowManager* manager;
-        int step = 0;
-        bool dispatchOne() override
-        {
-            // Each event closes one window; the loop must end after the last.
-            const uint32_t names[] = {epiCode("one_"), epiCode("two_")};
-            if (step < 2)
-                manager->closeWindowNamed(names[step++]);
-            else if (++step > 1000)
-                manager->quit(); // would mean quitWhenEmpty did nothing
-            return true;
-        }
-    } source;
-    source.manager = manager;
-    manager->setEventSource(&source);
-    manager->messageLoop();
-    manager->setEventSource(nullptr);
-    EXPECT_EQ(source.step, 2);
+    // Each event closes one window; the loop must end after the last.
+    int step = 0;
+    runLoop(manager,
+            [&]
+            {
+                if (step < 2)
+                    manager->closeWindowNamed(step == 0 ? epiCode("one_") : epiCode("two_"));
+                if (++step > 1000)
+                    manager->quit(); // would mean quitWhenEmpty did nothing
+                return true;
+            });
+    EXPECT_EQ(step, 2);
     EXPECT_TRUE(manager->windows().empty());
 }
 
