@@ -43,9 +43,8 @@ TEST_P(EpiviewDialogs, TakeATypedPathOrEscape)
     ASSERT_TRUE(view.started());
     // Found by its exact title once it is on the screen; focusing a window that is still being
     // mapped may fail, so that step is tried again.
-    const std::vector<std::string> focus{"xdotool",       "search", "--sync",
-                                         "--onlyvisible", "--name", std::string("^") + c.title + "$",
-                                         "windowfocus",   "--sync", "%1"};
+    const std::vector<std::string> focus = xvfb::words("xdotool search --sync --onlyvisible --name '^" +
+                                                       std::string(c.title) + "$' windowfocus --sync %1");
     int focused = xvfb::run(focus, 20.0);
     for (int again = 0; again < 3 && focused != 0; ++again)
         focused = xvfb::run(focus, 20.0);
@@ -58,7 +57,7 @@ TEST_P(EpiviewDialogs, TakeATypedPathOrEscape)
     // "type" takes every word after it as text: the path and Enter go in runs of their own.
     if (c.typed != nullptr)
     {
-        ASSERT_EQ(xvfb::run({"xdotool", "sleep", "0.2", "type", "--delay", "5", folder.path() + c.typed}), 0);
+        ASSERT_EQ(xvfb::xdotool("sleep 0.2 type --delay 5 '" + folder.path() + c.typed + "'"), 0);
         ASSERT_EQ(xvfb::xdotool("sleep 0.3 key Return"), 0);
     }
     ASSERT_EQ(view.wait(), 0) << view.output();

@@ -80,10 +80,7 @@ TEST_F(GtkMenuAndHost, MenuRowsCursorsAndAnEditorDrawnByAnotherConnection)
     XSync(other, False);
     EXPECT_EQ(xErrors, 0);
 
-    int x = 0;
-    int y = 0;
-    xvfb::screenOrigin(window->clientWidget(), x, y);
-    ASSERT_TRUE(xvfb::pumpUntil([&] { return xvfb::screenPixel(x + 30, y + 30) == 0xFF0000; }));
+    ASSERT_TRUE(xvfb::pumpUntil([&] { return pixel(window, 30, 30) == 0xFF0000; }));
 
     // The editor's own window gets the click.
     ASSERT_EQ(xvfb::xdotool("mousemove --sync " + onScreen(window, 40, 40) + " click 1"), 0);
@@ -94,7 +91,7 @@ TEST_F(GtkMenuAndHost, MenuRowsCursorsAndAnEditorDrawnByAnotherConnection)
 
     // Hidden with its container: the window's own drawing shows there again.
     host->setVisible(false, true);
-    EXPECT_TRUE(xvfb::pumpUntil([&] { return xvfb::screenPixel(x + 30, y + 30) == 0xFFFFFF; }));
+    EXPECT_TRUE(xvfb::pumpUntil([&] { return pixel(window, 30, 30) == 0xFFFFFF; }));
     XDestroyWindow(other, editor);
     XSync(other, False);
     EXPECT_EQ(xErrors, 0);

@@ -117,19 +117,17 @@ inline int run(const std::vector<std::string>& argv, double seconds = 10.0)
     return Program(argv).wait(seconds);
 }
 
-/** `text` split at blanks. */
+/** `text` split into words as the shell splits it. */
 inline std::vector<std::string> words(const std::string& text)
 {
-    std::vector<std::string> list;
-    for (size_t at = 0, end = 0; at < text.size(); at = end + 1)
-    {
-        end = std::min(text.find(' ', at), text.size());
-        list.push_back(text.substr(at, end - at));
-    }
-    return list;
+    gchar** list = nullptr;
+    g_shell_parse_argv(text.c_str(), nullptr, &list, nullptr);
+    std::vector<std::string> split(list, list + (list != nullptr ? g_strv_length(list) : 0));
+    g_strfreev(list);
+    return split;
 }
 
-/** Runs xdotool with `arguments`, split at blanks. @return its exit status */
+/** Runs xdotool with `arguments`, split as the shell splits them. @return its exit status */
 inline int xdotool(const std::string& arguments)
 {
     return run(words("xdotool " + arguments));
@@ -158,9 +156,6 @@ private:
         }
         const std::string number = xvfb_.output().substr(0, xvfb_.output().find('\n'));
         setenv("DISPLAY", (":" + number).c_str(), 1);
-        setenv("GDK_BACKEND", "x11", 1);
-        setenv("GSETTINGS_BACKEND", "memory", 1);
-        setenv("NO_AT_BRIDGE", "1", 1);
         g_log_set_writer_func(
             [](GLogLevelFlags level, const GLogField* fields, gsize count, gpointer data)
             {
@@ -181,28 +176,6 @@ private:
     bool ready_ = false;
     std::string failure_;
 };
-
-/** The screen's pixel at (x, y) as 0xRRGGBB, read back from the X server. */
-inline uint32_t screenPixel(int x, int y)
-{
-    GdkPixbuf* shot = gdk_pixbuf_get_from_window(gdk_get_default_root_window(), x, y, 1, 1);
-    const guchar* p = gdk_pixbuf_read_pixels(shot);
-    const uint32_t rgb = (uint32_t(p[0]) << 16) | (uint32_t(p[1]) << 8) | p[2];
-    g_object_unref(shot);
-    return rgb;
-}
-
-/** The screen position of a widget's top-left corner. */
-inline void screenOrigin(GtkWidget* widget, int& x, int& y)
-{
-    GtkWidget* top = gtk_widget_get_toplevel(widget);
-    int inTopX = 0;
-    int inTopY = 0;
-    gtk_widget_translate_coordinates(widget, top, 0, 0, &inTopX, &inTopY);
-    gdk_window_get_origin(gtk_widget_get_window(top), &x, &y);
-    x += inTopX;
-    y += inTopY;
-}
 
 } // namespace xvfb
 
@@ -243,13 +216,33 @@ protected:
         return window;
     }
 
-    /** The screen position of a window's client area, plus (`dx`, `dy`), as xdotool takes it: "X Y". */
-    static std::string onScreen(epiWindow* window, int dx, int dy)
+    /** The screen position of `window`'s client area, plus (`dx`, `dy`). */
+    static std::pair<int, int> screenAt(epiWindow* window, int dx, int dy)
     {
         int x = 0;
         int y = 0;
-        xvfb::screenOrigin(window->clientWidget(), x, y);
-        return std::to_string(x + dx) + " " + std::to_string(y + dy);
+        GtkWidget* top = gtk_widget_get_toplevel(window->clientWidget());
+        gtk_widget_translate_coordinates(window->clientWidget(), top, dx, dy, &dx, &dy);
+        gdk_window_get_origin(gtk_widget_get_window(top), &x, &y);
+        return {x + dx, y + dy};
+    }
+
+    /** screenAt() as xdotool takes it: "X Y". */
+    static std::string onScreen(epiWindow* window, int dx, int dy)
+    {
+        const auto [x, y] = screenAt(window, dx, dy);
+        return std::to_string(x) + " " + std::to_string(y);
+    }
+
+    /** The screen's colour at screenAt(), as 0xRRGGBB. */
+    static uint32_t pixel(epiWindow* window, int dx, int dy)
+    {
+        const auto [x, y] = screenAt(window, dx, dy);
+        GdkPixbuf* shot = gdk_pixbuf_get_from_window(gdk_get_default_root_window(), x, y, 1, 1);
+        const guchar* p = gdk_pixbuf_read_pixels(shot);
+        const uint32_t rgb = (uint32_t(p[0]) << 16) | (uint32_t(p[1]) << 8) | p[2];
+        g_object_unref(shot);
+        return rgb;
     }
 
     App app;
