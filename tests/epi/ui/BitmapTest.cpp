@@ -185,23 +185,12 @@ TEST(FontStrip, TooFewMarksEndTheScanAtTheImageWidth)
     EXPECT_LE(font.glyphWidth(200), 0);
 }
 
-TEST(FontStrip, NegativeFixedAdvanceKeepsThePointNarrow)
-{
-    std::vector<int32_t> widths(256, 5);
-    widths['.'] = 2;
-    epiBitmap image = makeStrip(widths, 0);
-    epiFont_FontStrip font;
-    ASSERT_TRUE(font.loadImage(image));
-    font.setFixedAdvance(-7);
-    EXPECT_EQ(font.width("1.5"), 7 + 2 + 7);
-    EXPECT_EQ(font.width("11"), font.width("88"));
-}
-
-TEST(FontStrip, DrawsEachGlyphFromItsOwnColumns)
+TEST(FontStrip, DrawsEachGlyphFromItsOwnColumnsAndANegativeFixedAdvanceKeepsThePointNarrow)
 {
     std::vector<int32_t> widths(256, 1);
     widths['A'] = 2;
     widths['B'] = 3;
+    widths['.'] = 2;
     epiBitmap image = makeStrip(widths, 0);
     epiFont_FontStrip font;
     ASSERT_TRUE(font.loadImage(image));
@@ -212,6 +201,8 @@ TEST(FontStrip, DrawsEachGlyphFromItsOwnColumns)
     EXPECT_EQ(target.getPixel(2, 1, nullptr) & 0xFF, share('A' + 1));
     EXPECT_EQ(target.getPixel(3, 1, nullptr) & 0xFF, share('B' + 1));
     EXPECT_EQ(target.getPixel(6, 1, nullptr), 0xFF000000u);
+    font.setFixedAdvance(-7);
+    EXPECT_EQ(font.width("1.5"), 7 + 2 + 7);
 }
 
 // A matrix font of 'A' (no ink) and 'B', four offsets of which 'B' has two: each is one pixel of its
