@@ -105,11 +105,10 @@ TEST(Menu, AMissingMenuGivesAnEmptyBar)
     ASSERT_TRUE(resources.openPathChars(root.c_str()));
 
     epiMenu menu;
-    ASSERT_TRUE(menu.load(&resources, epiText("bar.xml")));
-    ASSERT_FALSE(menu.items().empty());
     for (epiResources* from : {&resources, static_cast<epiResources*>(nullptr)})
     {
-        menu.load(&resources, epiText("bar.xml"));
+        ASSERT_TRUE(menu.load(&resources, epiText("bar.xml")));
+        ASSERT_FALSE(menu.items().empty());
         EXPECT_FALSE(menu.load(from, epiText("none.xml")));
         EXPECT_TRUE(menu.barRef()->menus.empty());
         EXPECT_TRUE(menu.items().empty());

@@ -45,8 +45,8 @@ TEST_P(EpiviewDialogs, TakeATypedPathOrEscape)
     // mapped may fail, so that step is tried again.
     const std::vector<std::string> focus = xvfb::words("xdotool search --sync --onlyvisible --name '^" +
                                                        std::string(c.title) + "$' windowfocus --sync %1");
-    int focused = xvfb::run(focus, 20.0);
-    for (int again = 0; again < 3 && focused != 0; ++again)
+    int focused = -1;
+    for (int attempt = 0; attempt < 4 && focused != 0; ++attempt)
         focused = xvfb::run(focus, 20.0);
     ASSERT_EQ(focused, 0);
     // Ctrl+L's keys are let go only once the location entry it opens is realised: released at
