@@ -51,6 +51,28 @@ inline void settle(double seconds = 0.1)
     pumpUntil([] { return false; }, seconds);
 }
 
+/** `argv` as the C strings that spawning takes, null-terminated; valid while `argv` is. */
+inline std::vector<char*> cArguments(const std::vector<std::string>& argv)
+{
+    std::vector<char*> args;
+    for (const std::string& word : argv)
+        args.push_back(const_cast<char*>(word.c_str()));
+    args.push_back(nullptr);
+    return args;
+}
+
+/** Starts a process with `argv` (searched on PATH), writing where the test does. @return its pid, -1 when it
+ * can't start */
+inline pid_t spawn(const std::vector<std::string>& argv)
+{
+    GPid pid = -1;
+    if (!g_spawn_async(nullptr, cArguments(argv).data(), nullptr,
+                       GSpawnFlags(G_SPAWN_SEARCH_PATH | G_SPAWN_DO_NOT_REAP_CHILD), nullptr, nullptr, &pid,
+                       nullptr))
+        return -1;
+    return pid;
+}
+
 /** Another program (searched on PATH), its output read while the GTK loop goes on; stopped at the end. */
 class Program
 {
@@ -58,25 +80,26 @@ public:
     /** With `withErrors` its stderr joins the output; otherwise it keeps the test's. */
     explicit Program(const std::vector<std::string>& argv, bool withErrors = true)
     {
-        std::vector<char*> args;
-        for (const std::string& word : argv)
-            args.push_back(const_cast<char*>(word.c_str()));
-        args.push_back(nullptr);
         const GSpawnChildSetupFunc joinErrors = [](gpointer) { dup2(STDOUT_FILENO, STDERR_FILENO); };
-        if (g_spawn_async_with_pipes(
-                nullptr, args.data(), nullptr, GSpawnFlags(G_SPAWN_SEARCH_PATH | G_SPAWN_DO_NOT_REAP_CHILD),
-                withErrors ? joinErrors : nullptr, nullptr, &pid_, nullptr, &fd_, nullptr, nullptr))
+        if (g_spawn_async_with_pipes(nullptr, cArguments(argv).data(), nullptr,
+                                     GSpawnFlags(G_SPAWN_SEARCH_PATH | G_SPAWN_DO_NOT_REAP_CHILD),
+                                     withErrors ? joinErrors : nullptr, nullptr, &pid_, nullptr, &fd_,
+                                     nullptr, nullptr))
             fcntl(fd_, F_SETFL, O_NONBLOCK);
     }
     ~Program()
     {
-        if (pid_ > 0)
-        {
-            kill(pid_, SIGTERM);
-            waitpid(pid_, nullptr, 0);
-        }
+        stop();
         if (fd_ >= 0)
             close(fd_);
+    }
+    void stop()
+    {
+        if (pid_ <= 0)
+            return;
+        kill(pid_, SIGTERM);
+        waitpid(pid_, nullptr, 0);
+        pid_ = -1;
     }
     bool started() const { return pid_ > 0; }
     /** Everything it wrote so far. */
@@ -156,6 +179,9 @@ private:
         }
         const std::string number = xvfb_.output().substr(0, xvfb_.output().find('\n'));
         setenv("DISPLAY", (":" + number).c_str(), 1);
+        setenv("GDK_BACKEND", "x11", 1);
+        setenv("GSETTINGS_BACKEND", "memory", 1);
+        setenv("NO_AT_BRIDGE", "1", 1);
         g_log_set_writer_func(
             [](GLogLevelFlags level, const GLogField* fields, gsize count, gpointer data)
             {
