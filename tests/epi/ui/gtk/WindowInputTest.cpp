@@ -164,11 +164,10 @@ TEST_F(BitmapScreen, WindowScreenshotEqualsItsBackBuffer)
                     [](uint32_t) -> epiObject* { return new TilePainter(); });
     epiBitmap tile;
     tile.create(8, 8);
-    // Red rises along x, green along y; alpha covers 0..255 across the tile.
-    for (int y = 0; y < 8; ++y)
-        for (int x = 0; x < 8; ++x)
-            tile.pixels()[y * 8 + x] = (uint32_t(std::min(255, (y * 8 + x) * 4)) << 24) |
-                                       (uint32_t(x * 36) << 16) | (uint32_t(y * 36) << 8) | 0x80u;
+    // Red rises along x, green along y, alpha across the tile.
+    for (int i = 0; i < 64; ++i)
+        tile.pixels()[i] =
+            (uint32_t(i * 4) << 24) | (uint32_t(i % 8 * 36) << 16) | (uint32_t(i / 8 * 36) << 8) | 0x80u;
     epiWindow* window = open(
         layoutFile("<kind>iWin</kind><name>pixw</name><text>Pixels</text>" + place(60, 60, 120, 80), ""));
     ASSERT_NE(window, nullptr);
