@@ -60,7 +60,7 @@ TEST_P(EpiviewDialogs, TakeATypedPathOrEscape)
         ASSERT_EQ(xvfb::xdotool("sleep 0.2 type --delay 5 '" + folder.path() + c.typed + "'"), 0);
         ASSERT_EQ(xvfb::xdotool("sleep 0.3 key Return"), 0);
     }
-    ASSERT_EQ(view.wait(), 0) << view.output();
+    ASSERT_EQ(view.wait(30.0), 0) << view.output();
     EXPECT_EQ(view.output(), c.typed != nullptr ? folder.path() + c.typed + "\n" : std::string());
 }
 
