@@ -37,13 +37,6 @@ uint32_t expectedOver(uint32_t d, uint32_t s)
     return out;
 }
 
-void expectNear(uint32_t got, uint32_t want, int tolerance)
-{
-    for (int shift : {0, 8, 16, 24})
-        EXPECT_NEAR(channel(got, shift), channel(want, shift), tolerance)
-            << std::hex << "got " << got << " want " << want << " at bit " << std::dec << shift;
-}
-
 } // namespace
 
 TEST(Bitmap, SameSizeBlitBlendsOrCopiesAsOpaque)
@@ -68,7 +61,9 @@ TEST(Bitmap, SameSizeBlitBlendsOrCopiesAsOpaque)
         const epiRect to(1, 1, 3, 3);
         dest.blit(source, nullptr, &to);
         const uint32_t want = row.usesAlpha ? expectedOver(row.dest, row.source) : (row.source | 0xFF000000u);
-        expectNear(dest.getPixel(2, 2, nullptr), want, 1);
+        for (int shift : {0, 8, 16, 24})
+            EXPECT_NEAR(channel(dest.getPixel(2, 2, nullptr), shift), channel(want, shift), 1)
+                << std::hex << row.dest << " " << row.source << " bit " << std::dec << shift;
         EXPECT_EQ(dest.getPixel(0, 0, nullptr), row.dest) << "outside the destination rectangle";
     }
 }
