@@ -12,6 +12,7 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 namespace
@@ -51,77 +52,46 @@ std::vector<const epiMenuItem*> flatten(const std::vector<epiMenuItem>& items)
     return out;
 }
 
-TEST(Menu, CommandsTakeIdsInFileOrderAndSeparatorsTakeNone)
+TEST(Menu, CommandsTakeIdsInFileOrderAndShortcutsAlwaysHoldCtrl)
 {
     epiMenu menu;
     menu.loadText(kBar);
-    ASSERT_EQ(menu.barRef()->menus.size(), 2u);
-    EXPECT_EQ(menu.barRef()->menus[0].id, 0);
-
-    struct Row
-    {
-        const char* text;
-        int32_t id;
-        uint32_t code;
-        bool separator;
-    };
-    const std::vector<Row> expected = {
+    // Top menus and separators take no id; <ascii> wins over <char>; a lower-case <char> shows as a
+    // capital; no shortcut, no tab.
+    const std::vector<std::tuple<std::string, uint32_t, int32_t, bool>> expected = {
         {"File", 0, 0, false},
-        {"New", 10000, epiCode("New "), false},
-        {"Open...", 10001, epiCode("Open"), false},
+        {"New\tCtrl+N", epiCode("New "), 10000, false},
+        {"Open...\tCtrl+Shift+O", epiCode("Open"), 10001, false},
         {"-", 0, 0, true},
-        {"Recent", 10002, epiCode("Rcnt"), false},
-        {"Last", 10003, epiCode("Last"), false},
-        {"Quit", 10004, epiCode("Quit"), false},
+        {"Recent", epiCode("Rcnt"), 10002, false},
+        {"Last", epiCode("Last"), 10003, false},
+        {"Quit\tCtrl+Shift+Alt+Q", epiCode("Quit"), 10004, false},
         {"Edit", 0, 0, false},
-        {"Undo", 10005, epiCode("Undo"), false},
+        {"Undo", epiCode("Undo"), 10005, false},
         {"", 0, 0, true},
-        {" Cut\n", 10006, epiCode("Cut "), false},
+        {" Cut\n\tCtrl+X", epiCode("Cut "), 10006, false},
     };
-    const std::vector<const epiMenuItem*> items = flatten(menu.barRef()->menus);
-    ASSERT_EQ(items.size(), expected.size());
-    for (size_t i = 0; i < items.size(); ++i)
+    std::vector<std::tuple<std::string, uint32_t, int32_t, bool>> items;
+    for (const epiMenuItem* item : flatten(menu.barRef()->menus))
     {
-        EXPECT_EQ(items[i]->text, expected[i].text) << i;
-        EXPECT_EQ(items[i]->id, expected[i].id) << i;
-        EXPECT_EQ(items[i]->code, expected[i].code) << i;
-        EXPECT_EQ(items[i]->separator, expected[i].separator) << i;
+        items.emplace_back(item->shown.cstr(), item->code, item->id, item->separator);
         uint32_t code = 0;
-        if (expected[i].id != 0)
-        {
-            ASSERT_TRUE(menu.codeOfId(expected[i].id, &code));
-            EXPECT_EQ(code, expected[i].code);
-        }
+        EXPECT_EQ(menu.codeOfId(item->id, &code), item->id != 0);
+        EXPECT_EQ(code, item->code);
     }
+    EXPECT_EQ(items, expected);
     EXPECT_FALSE(menu.codeOfId(10007, nullptr));
-    EXPECT_FALSE(menu.codeOfId(9999, nullptr));
-}
 
-TEST(Menu, ShortcutsAlwaysHoldCtrlAndShowTheCapital)
-{
-    epiMenu menu;
-    menu.loadText(kBar);
-    const std::vector<const epiMenuItem*> items = flatten(menu.barRef()->menus);
-    struct Row
-    {
-        size_t index;
-        const char* shown;
-    };
-    // <ascii> wins over <char>; a lower-case <char> shows as a capital; no shortcut, no tab.
-    for (const Row& row :
-         {Row{1, "New\tCtrl+N"}, Row{2, "Open...\tCtrl+Shift+O"}, Row{6, "Quit\tCtrl+Shift+Alt+Q"},
-          Row{8, "Undo"}, Row{10, " Cut\n\tCtrl+X"}, Row{5, "Last"}})
-        EXPECT_EQ(items[row.index]->shown, row.shown) << row.index;
-
-    const std::vector<epiAccelerator>& keys = *menu.acceleratorsRef();
-    ASSERT_EQ(keys.size(), 4u);
-    const epiAccelerator expected[] = {{9, 'N', 10000}, {13, 'O', 10001}, {29, 'Q', 10004}, {9, 'X', 10006}};
-    for (size_t i = 0; i < keys.size(); ++i)
-    {
-        EXPECT_EQ(keys[i].flags, expected[i].flags) << i;
-        EXPECT_EQ(keys[i].key, expected[i].key) << i;
-        EXPECT_EQ(keys[i].id, expected[i].id) << i;
-    }
+    using M = epiMenu;
+    const uint8_t ctrl = M::kAccelVirtualKey | M::kAccelControl;
+    std::vector<std::tuple<int, int, int32_t>> keys;
+    for (const epiAccelerator& key : *menu.acceleratorsRef())
+        keys.emplace_back(key.flags, key.key, key.id);
+    EXPECT_EQ(keys,
+              (std::vector<std::tuple<int, int, int32_t>>{{ctrl, 'N', 10000},
+                                                          {ctrl | M::kAccelShift, 'O', 10001},
+                                                          {ctrl | M::kAccelShift | M::kAccelAlt, 'Q', 10004},
+                                                          {ctrl, 'X', 10006}}));
 }
 
 TEST(Menu, AMissingMenuGivesAnEmptyBar)
@@ -135,11 +105,10 @@ TEST(Menu, AMissingMenuGivesAnEmptyBar)
     ASSERT_TRUE(resources.openPathChars(root.c_str()));
 
     epiMenu menu;
-    ASSERT_TRUE(menu.load(&resources, epiText("bar.xml")));
-    ASSERT_FALSE(menu.items().empty());
     for (epiResources* from : {&resources, static_cast<epiResources*>(nullptr)})
     {
-        menu.load(&resources, epiText("bar.xml"));
+        ASSERT_TRUE(menu.load(&resources, epiText("bar.xml")));
+        ASSERT_FALSE(menu.items().empty());
         EXPECT_FALSE(menu.load(from, epiText("none.xml")));
         EXPECT_TRUE(menu.barRef()->menus.empty());
         EXPECT_TRUE(menu.items().empty());
@@ -154,44 +123,48 @@ TEST(Menu, AMissingMenuGivesAnEmptyBar)
     }
 }
 
-// A window that answers commands with a number of its own, 0 for "not mine".
-class Window : public epiUbo
-{
-public:
-    Window(intptr_t answer, uint32_t name) : answer_(answer) { setName(name); }
-    intptr_t query(intptr_t a, intptr_t, intptr_t) override
-    {
-        asked.push_back(uint32_t(a));
-        return answer_;
-    }
-    std::vector<uint32_t> asked;
-
-private:
-    intptr_t answer_;
-};
-
+/** Writes who was asked for a command, in order: a window its mark, the application 'a'. */
 class RoadApp : public epiWindowApplication
 {
 public:
     intptr_t handleCommandCode(uint32_t code) override
     {
-        asked.push_back(code);
+        EXPECT_EQ(code, epiCode("Quit"));
+        asked += 'a';
         return 7;
     }
-    std::vector<uint32_t> asked;
+    std::string asked;
+};
+
+/** A window that answers commands with a number of its own, 0 for "not mine". */
+class Window : public epiUbo
+{
+public:
+    Window(intptr_t answer, char mark, RoadApp& app) : answer_(answer), mark_(mark), app_(app) {}
+    intptr_t query(intptr_t a, intptr_t, intptr_t) override
+    {
+        EXPECT_EQ(uint32_t(a), epiCode("Quit"));
+        app_.asked += mark_;
+        return answer_;
+    }
+
+private:
+    intptr_t answer_;
+    char mark_;
+    RoadApp& app_;
 };
 
 TEST(Menu, ACommandGoesToTheTopWindowThenTheMainWindowThenTheApplication)
 {
     struct Row
     {
-        std::vector<intptr_t> windows; // oldest first; the last is on top, the first is the main one
+        std::vector<intptr_t>
+            windows; // oldest first, marked '0', '1'...: the last is on top, the first the main one
         intptr_t result;
-        std::vector<size_t> windowAsked;
-        size_t appAsked;
+        std::string asked;
     };
-    for (const Row& row : {Row{{4, 3}, 3, {0, 1}, 0}, Row{{4, 0}, 4, {1, 1}, 0}, Row{{0, 0}, 7, {1, 1}, 1},
-                           Row{{0, 5, 0}, 7, {1, 0, 1}, 1}, Row{{0}, 7, {1}, 1}, Row{{}, 7, {}, 1}})
+    for (const Row& row : {Row{{4, 3}, 3, "1"}, Row{{4, 0}, 4, "10"}, Row{{0, 0}, 7, "10a"},
+                           Row{{0, 5, 0}, 7, "20a"}, Row{{0}, 7, "0a"}, Row{{}, 7, "a"}})
     {
         RoadApp app;
         ASSERT_TRUE(app.start());
@@ -201,22 +174,15 @@ TEST(Menu, ACommandGoesToTheTopWindowThenTheMainWindowThenTheApplication)
         std::vector<Window*> windows;
         for (intptr_t answer : row.windows)
         {
-            windows.push_back(new Window(answer, epiCode("wind")));
+            windows.push_back(new Window(answer, char('0' + windows.size()), app));
             windows.back()->startRefCount();
             windows.back()->setOwner(&app);
             app.windowManager()->addWindow(windows.back());
         }
         EXPECT_EQ(menu->handleCommand(10004), row.result);
-        for (size_t i = 0; i < windows.size(); ++i)
-        {
-            EXPECT_EQ(windows[i]->asked.size(), row.windowAsked[i]) << i;
-            for (uint32_t code : windows[i]->asked)
-                EXPECT_EQ(code, epiCode("Quit"));
-        }
-        EXPECT_EQ(app.asked, std::vector<uint32_t>(row.appAsked, epiCode("Quit")));
-        // An id that no command has goes nowhere.
-        EXPECT_EQ(menu->handleCommand(10007), 0);
-        EXPECT_EQ(app.asked.size(), row.appAsked);
+        EXPECT_EQ(app.asked, row.asked);
+        EXPECT_EQ(menu->handleCommand(10007), 0); // an id that no command has goes nowhere
+        EXPECT_EQ(app.asked, row.asked);
         for (Window* window : windows)
         {
             app.windowManager()->removeWindow(window);
@@ -238,14 +204,10 @@ TEST(Keyboard, ReleasesReportThePressedKey)
         int32_t code;
     };
     // The arrow pad's keys under scan codes 75 and 77; 300 is past the memory and not remembered.
-    for (const Row& row :
-         {Row{75, 0x25, Phase::Down, 0x1C}, Row{75, 0x25, Phase::Repeat, 0x1C},
-          Row{77, 0x27, Phase::Down, 0x1D}, Row{75, 0x64, Phase::Up, 0x1C}, Row{75, 0x64, Phase::Up, 0},
-          Row{77, 0x22, Phase::Up, 0x1D}, Row{80, 0x41, Phase::Down, 0}, Row{80, 0x2E, Phase::Up, 0},
-          Row{300, 0x21, Phase::Down, 0x10000}, Row{300, 0x22, Phase::Up, 0x10001},
-          Row{10, 0x24, Phase::Down, 0x10002}, Row{11, 0x23, Phase::Down, 0x10003},
-          Row{12, 0x26, Phase::Down, 0x1E}, Row{13, 0x28, Phase::Down, 0x1F}, Row{14, 0x2E, Phase::Down, 8},
-          Row{15, 0x1000, Phase::Down, 0}})
+    for (const Row& row : {Row{75, 0x25, Phase::Down, 0x1C}, Row{75, 0x25, Phase::Repeat, 0x1C},
+                           Row{77, 0x27, Phase::Down, 0x1D}, Row{75, 0x64, Phase::Up, 0x1C},
+                           Row{75, 0x64, Phase::Up, 0}, Row{77, 0x22, Phase::Up, 0x1D},
+                           Row{300, 0x21, Phase::Down, 0x10000}, Row{300, 0x22, Phase::Up, 0x10001}})
         EXPECT_EQ(keyboard.keyMessage(row.scan, row.virtualKey, row.phase), row.code)
             << row.scan << " " << row.virtualKey;
 }

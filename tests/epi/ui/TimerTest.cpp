@@ -1,9 +1,11 @@
-// Timers, deferred deletion, posted commands and the message loop, over a clock moved by hand.
+// Timers, deferred deletion, posted commands, the window list and the message loop, over a clock
+// moved by hand. The road of a command is the menu tests'.
 
 #include "tests/epi/ui/UiTestSupport.h"
 
 #include <chrono>
 #include <ctime>
+#include <functional>
 
 namespace
 {
@@ -81,17 +83,6 @@ TEST_F(Timers, TwoEntriesForOneObjectAndRemoveMarksOnlyTheFirst)
     EXPECT_FALSE(app.hasTimer(&twice));
 }
 
-TEST_F(Timers, DisposingTwiceListsOnce)
-{
-    auto* object = new epiApplicationObject();
-    app.disposeChild(object);
-    app.disposeChild(object);
-    app.disposeChild(nullptr);
-    EXPECT_EQ(app.disposedCount(), 1);
-    app.purgeDisposed();
-    EXPECT_EQ(app.disposedCount(), 0);
-}
-
 TEST_F(Timers, PostedCommandsRunATenthApartInOrder)
 {
     Ticker target(app);
@@ -107,7 +98,7 @@ TEST_F(Timers, PostedCommandsRunATenthApartInOrder)
     EXPECT_EQ(app.timerEntryCount(), 0); // the empty queue ended its timer
 }
 
-TEST_F(Timers, ACommandForAClosedWindowDoesNoHarm)
+TEST_F(Timers, ACommandForAClosedWindowDoesNoHarmAndWhatIsDisposedTwiceIsListedOnce)
 {
     layout("w.xml", "<name>wind</name><size>100,100</size>", item("ubob", "aaaa"));
     epiUbo* window = app.openWindow(epiText("w.xml"));
@@ -120,44 +111,84 @@ TEST_F(Timers, ACommandForAClosedWindowDoesNoHarm)
     const int32_t disposed = app.disposedCount();
     advance(0.2);
     EXPECT_EQ(app.disposedCount(), disposed + 1);
+    auto* object = new epiApplicationObject(); // disposed twice, listed once
+    app.disposeChild(object);
+    app.disposeChild(object);
+    app.disposeChild(nullptr);
+    EXPECT_EQ(app.disposedCount(), disposed + 2);
     app.purgeDisposed();
+    EXPECT_EQ(app.disposedCount(), 0);
 }
 
-/** An event source with nothing to dispatch that quits the loop after a while of real time. */
-class IdleSource : public epiEventSource
+/** Runs the window manager's loop until it quits, `dispatch` giving each event it asks for. */
+void runLoop(epiWindowManager* manager, std::function<bool()> dispatch)
 {
-public:
-    explicit IdleSource(epiWindowManager& manager) : manager_(manager) {}
-    bool dispatchOne() override
+    struct Events : epiEventSource
     {
-        ++calls;
-        if (std::chrono::steady_clock::now() - start_ > std::chrono::milliseconds(300))
-            manager_.quit();
-        return false;
-    }
-    int calls = 0;
-
-private:
-    epiWindowManager& manager_;
-    std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
-};
+        bool dispatchOne() override { return dispatch(); }
+        std::function<bool()> dispatch;
+    } events;
+    events.dispatch = std::move(dispatch);
+    manager->setEventSource(&events);
+    manager->messageLoop();
+    manager->setEventSource(nullptr);
+}
 
 TEST_F(Timers, AnIdleLoopSleepsAndStillRunsTheTimers)
 {
     epiWindowManager* manager = app.windowManager();
-    IdleSource source(*manager);
-    manager->setEventSource(&source);
     Ticker ticker(app);
     app.addTimer(&ticker, 0.1, true, false);
     app.clock += 1.0;
+    // Nothing to dispatch, for 300 ms of real time.
+    int calls = 0;
+    const auto start = std::chrono::steady_clock::now();
     const std::clock_t cpuBefore = std::clock();
-    manager->messageLoop();
+    runLoop(manager,
+            [&]
+            {
+                if (++calls, std::chrono::steady_clock::now() - start > std::chrono::milliseconds(300))
+                    manager->quit();
+                return false;
+            });
     const double cpu = double(std::clock() - cpuBefore) / CLOCKS_PER_SEC;
-    manager->setEventSource(nullptr);
     EXPECT_EQ(ticker.ticks.size(), 1u);
-    EXPECT_GT(source.calls, 20);  // about one per 2 ms
-    EXPECT_LT(source.calls, 200); // and not a busy loop
+    EXPECT_GT(calls, 20);  // about one per 2 ms
+    EXPECT_LT(calls, 200); // and not a busy loop
     EXPECT_LT(cpu, 0.1);
+}
+
+TEST_F(Timers, WindowsOpenByInternalNameAndClosingTheLastQuitsTheLoopWhenAsked)
+{
+    layout("first.xml", "<name>one_</name><size>100,50</size>" + attrs({{"aupo", "1"}}),
+           item("ubob", "aaaa"));
+    layout("second.xml", "<name>two_</name><size>100,50</size>" + attrs({{"aupo", "1"}}), "");
+    epiWindowManager* manager = app.windowManager();
+    epiUbo* one = manager->openWindowByInternalName(epiCode("laya"), epiCode("one_"));
+    epiUbo* two = manager->bringUp(epiCode("two_"));
+    ASSERT_NE(one, nullptr);
+    ASSERT_NE(two, nullptr);
+    EXPECT_EQ(one->frame(), epiRect(64, 64, 164, 114));
+    EXPECT_EQ(two->frame(), epiRect(96, 80, 196, 130));
+    EXPECT_EQ(manager->topWindow(false), two);
+    EXPECT_EQ(manager->bringUp(epiCode("one_")), one);
+    EXPECT_EQ(manager->topWindow(false), one);
+    EXPECT_EQ(manager->openWindowByInternalName(epiCode("laya"), epiCode("none")), nullptr);
+
+    manager->setQuitWhenEmpty(true);
+    // Each event closes one window; the loop must end after the last.
+    int step = 0;
+    runLoop(manager,
+            [&]
+            {
+                if (step < 2)
+                    manager->closeWindowNamed(step == 0 ? epiCode("one_") : epiCode("two_"));
+                if (++step > 1000)
+                    manager->quit(); // would mean quitWhenEmpty did nothing
+                return true;
+            });
+    EXPECT_EQ(step, 2);
+    EXPECT_TRUE(manager->windows().empty());
 }
 
 /** Captures the words that run() gets. */

@@ -1,4 +1,5 @@
-// The UI object: lookups, the tree, hits climbing to the panel, mouse routing, anchors.
+// The UI object: lookups, the tree, hits climbing to the panel, mouse routing, anchors, and the
+// behaviours driven by mouse events through the tree, with the draggers' values and animation.
 
 #include "epi/ui/epiBitmap.h"
 #include "epi/ui/epiUiResources.h"
@@ -12,18 +13,16 @@ namespace
 
 using Ubo = UiFixture;
 
-TEST_F(Ubo, UnknownNamesGiveOneInertObjectWithOneMoreReferenceEachTime)
+TEST_F(Ubo, UnknownNamesAndIndicesGiveOneInertObject)
 {
     epiUbo* root = loadText("<size>100,100</size>", item("ubob", "aaaa"));
     epiUbo* first = root->childNamed(epiCode("none"));
     ASSERT_NE(first, nullptr);
-    const int32_t count = first->refCount();
     first->setVisible(true, true);
     first->setTextChars("x");
     first->click();
     EXPECT_EQ(root->childAt(7), first);
     EXPECT_EQ(root->childAt(-1), first);
-    EXPECT_EQ(first->refCount(), count + 2);
     EXPECT_EQ(root->childCount(), 1);
 }
 
@@ -42,20 +41,6 @@ TEST_F(Ubo, TreeEdits)
     EXPECT_TRUE(root->addChild(b));
     EXPECT_EQ(b->childIndex(), 2);
     b->release();
-}
-
-TEST_F(Ubo, SetVisibleWithThePresentValueDoesNotInvalidate)
-{
-    epiUbo* window =
-        load((layout("w.xml", "<size>100,100</size>", item("ubob", "aaaa", "<size>10,10</size>")), "w.xml"),
-             epiCode("iWin"));
-    auto* base = dynamic_cast<epiUiWindowBase*>(window);
-    ASSERT_NE(base, nullptr);
-    base->takeDirty();
-    window->childAt(0)->setVisible(true, true);
-    EXPECT_TRUE(base->takeDirty().isEmpty());
-    window->childAt(0)->setVisible(false, true);
-    EXPECT_EQ(base->takeDirty(), epiRect(0, 0, 10, 10));
 }
 
 TEST_F(Ubo, HitsClimbToEveryPanelWithTheNameTheyCameThrough)
@@ -86,38 +71,17 @@ TEST_F(Ubo, HitsClimbToEveryPanelWithTheNameTheyCameThrough)
 
 TEST_F(Ubo, PressGoesToTheTopmostVisibleHittableChildEdgesIncluded)
 {
-    epiUbo* root = loadText(
-        "<size>100,100</size>",
-        item("tBtn", "undr", "<position>0,0</position><size>50,50</size>") +
-            item("tBtn", "over", "<position>20,20</position><size>30,30</size>") +
-            item("tBtn", "hide", "<position>0,0</position><size>100,100</size>" + attrs({{"visi", "0"}})));
+    epiUbo* root =
+        loadText("<size>100,100</size>",
+                 item("tBtn", "undr", place(0, 0, 50, 50)) + item("tBtn", "over", place(20, 20, 30, 30)) +
+                     item("tBtn", "hide", place(0, 0, 100, 100) + attrs({{"visi", "0"}})));
     auto* under = dynamic_cast<TestWidget*>(root->childAt(0));
     auto* over = dynamic_cast<TestWidget*>(root->childAt(1));
-    root->mouseDown(epiPoint(50, 50)); // the bottom right edge of "over"
-    root->mouseUp(epiPoint(50, 50));
+    click(root, 50, 50); // the bottom right edge of "over"
     EXPECT_EQ(over->hits, 1);
     EXPECT_EQ(under->hits, 0);
-    root->mouseDown(epiPoint(19, 19));
-    root->mouseUp(epiPoint(19, 19));
+    click(root, 19, 19);
     EXPECT_EQ(under->hits, 1);
-}
-
-TEST_F(Ubo, ACapturedChildGetsTheReleaseOutsideItsFrame)
-{
-    epiUbo* root = loadText("<size>100,100</size>",
-                            item("tBtP", "butn", "<position>10,10</position><size>20,20</size>") +
-                                item("tBtn", "othr", "<position>60,60</position><size>20,20</size>"));
-    auto* button = dynamic_cast<TestWidget*>(root->childAt(0));
-    auto* other = dynamic_cast<TestWidget*>(root->childAt(1));
-    root->mouseDown(epiPoint(15, 15));
-    EXPECT_EQ(root->capture(), button);
-    EXPECT_TRUE(button->pressed());
-    root->mouseDragged(epiPoint(70, 70));
-    EXPECT_FALSE(button->pressed());
-    root->mouseUp(epiPoint(70, 70));
-    EXPECT_EQ(root->capture(), nullptr); // the button's behaviour had the release
-    EXPECT_EQ(other->hits, 0);
-    EXPECT_EQ(button->hits, 0); // released outside: no click
 }
 
 TEST_F(Ubo, ExclusiveHitModeOffersThePressDownTheStackUntilOneCaptures)
@@ -134,11 +98,10 @@ TEST_F(Ubo, ExclusiveHitModeOffersThePressDownTheStackUntilOneCaptures)
 
 TEST_F(Ubo, TwoAnchorsStretchAgainstTheDesignSize)
 {
-    epiUbo* root = loadText(
-        "<size>100,80</size>",
-        item("ubob", "strt",
-             "<position>10,10</position><size>80,60</size>" + attrs({{"mgTL", "1"}, {"mgBR", "3"}})) +
-            item("ubob", "corn", "<position>90,70</position><size>5,5</size>" + attrs({{"mgTL", "3"}})));
+    epiUbo* root =
+        loadText("<size>100,80</size>",
+                 item("ubob", "strt", place(10, 10, 80, 60) + attrs({{"mgTL", "1"}, {"mgBR", "3"}})) +
+                     item("ubob", "corn", place(90, 70, 5, 5) + attrs({{"mgTL", "3"}})));
     root->setSize(200, 100);
     root->relayout();
     EXPECT_EQ(root->childAt(0)->frame(), epiRect(10, 10, 190, 90));
@@ -220,11 +183,9 @@ public:
 
 TEST_F(Ubo, EveryDrawingCallOfALeafReachesTheWindowsSurfaceInTheWindowsCoordinates)
 {
-    layout("inner.xml", "<size>50,50</size>",
-           item("ubob", "leaf", "<position>5,5</position><size>10,10</size>"));
+    layout("inner.xml", "<size>50,50</size>", item("ubob", "leaf", place(5, 5, 10, 10)));
     layout("w.xml", "<size>200,100</size>",
-           item("iCon", "box1",
-                "<position>10,20</position><size>50,50</size>" + attrs({{"chil", "inner.xml"}})));
+           item("iCon", "box1", place(10, 20, 50, 50) + attrs({{"chil", "inner.xml"}})));
     auto* window = dynamic_cast<epiUiWindowBase*>(load("w.xml", epiCode("iWin")));
     ASSERT_NE(window, nullptr);
     RecordingSurface surface;
@@ -297,8 +258,7 @@ TEST_F(Ubo, TheKeyboardFocusChainsUpTheTreeAndKeysGoToTheDeepestFocus)
 
 TEST_F(Ubo, SizesChangeAroundTheCentreForFitChildAndSetSizeFromFrame)
 {
-    epiUbo* root =
-        loadText("<size>400,400</size>", item("ubob", "wide", "<position>0,0</position><size>100,50</size>"));
+    epiUbo* root = loadText("<size>400,400</size>", item("ubob", "wide", place(0, 0, 100, 50)));
     epiUbo* wide = root->childNamed(epiCode("wide"));
     root->fitChild(epiCode("wide"), 1.0f); // wider than 1: the width stays
     EXPECT_EQ(wide->frame(), epiRect(0, -25, 100, 75));
@@ -333,15 +293,8 @@ public:
     }
 };
 
-TEST_F(Ubo, TheTreesResourcesOwnOneBitmapTableThatThePlatformMayReplace)
+TEST_F(Ubo, ThePlatformsBitmapTableSharesAndPurgesItsEntries)
 {
-    epiUbo* root = loadText("<size>10,10</size>", item("ubob", "aaaa"));
-    epiResources* shared = root->childAt(0)->resources();
-    ASSERT_NE(shared->castsRef(), nullptr);
-    EXPECT_EQ(shared->castsRef()->resources(), shared);
-    EXPECT_EQ(shared->fontsRef()->resources(), shared);
-    EXPECT_EQ(shared->castsRef()->acquireImage("missing.png"), nullptr);
-
     epiFactory::add(epiCode("Appl"), epiCode("Cast"),
                     [](uint32_t) -> epiObject* { return new GeneratingCasts(); });
     epiUiResources resources;
@@ -351,7 +304,7 @@ TEST_F(Ubo, TheTreesResourcesOwnOneBitmapTableThatThePlatformMayReplace)
     ASSERT_NE(dynamic_cast<GeneratingCasts*>(casts), nullptr);
     epiBitmap* first = casts->acquireImage("gen/a");
     ASSERT_NE(first, nullptr);
-    EXPECT_EQ(casts->acquireImage("gen/a"), first);
+    EXPECT_EQ(casts->acquireImage("gen/a"), first); // one entry, used twice
     EXPECT_EQ(casts->useCount("gen/a"), 2);
     const epiText name("gen/a");
     resources.purgeCast(&name); // the next acquire makes a new entry
@@ -379,24 +332,164 @@ TEST_F(Ubo, FormattedTextsStayWithinTheirBuffers)
 TEST_F(Ubo, AScrolledContainerHitsAndRepaintsItsContentWhereItShows)
 {
     layout("list.xml", "<size>50,200</size>",
-           item("tBtn", "row0", "<position>0,0</position><size>50,20</size>") +
-               item("tBtn", "row5", "<position>0,100</position><size>50,20</size>"));
-    layout(
-        "w.xml", "<size>200,100</size>",
-        item("iCos", "list", "<position>10,10</position><size>50,40</size>" + attrs({{"chil", "list.xml"}})));
+           item("tBtn", "row0", place(0, 0, 50, 20)) + item("tBtn", "row5", place(0, 100, 50, 20)));
+    layout("w.xml", "<size>200,100</size>",
+           item("iCos", "list", place(10, 10, 50, 40) + attrs({{"chil", "list.xml"}})));
     auto* window = dynamic_cast<epiUiWindowBase*>(load("w.xml", epiCode("iWin")));
     auto* list = dynamic_cast<epiUiScrollableContainer*>(window->childAt(0));
     ASSERT_NE(list, nullptr);
     list->scrollTo(0, 95);
     window->takeDirty();
-    window->mouseDown(epiPoint(20, 20)); // content (10, 105): the sixth row
-    window->mouseUp(epiPoint(20, 20));
+    click(window, 20, 20); // content (10, 105): the sixth row
     EXPECT_EQ(dynamic_cast<TestWidget*>(list->childAt(1))->hits, 1);
     EXPECT_EQ(dynamic_cast<TestWidget*>(list->childAt(0))->hits, 0);
     list->childAt(1)->invalidateAll(); // content y 100 to 120 shows at y 15 to 35 of the window
     EXPECT_EQ(window->takeDirty(), epiRect(10, 15, 60, 35));
     list->childAt(0)->invalidateAll(); // scrolled away: nothing to repaint
     EXPECT_TRUE(window->takeDirty().isEmpty());
+}
+
+TEST_F(Ubo, PressDragOffDragOnReleaseGivesOneClickAndWithoutAPressedImageThePressDoes)
+{
+    epiUbo* root = loadText("<size>100,100</size>", item("tBtP", "butn", place(10, 10, 20, 20)) +
+                                                        item("tBtn", "othr", place(60, 60, 20, 20)));
+    auto* button = dynamic_cast<TestWidget*>(root->childAt(0));
+    auto* other = dynamic_cast<TestWidget*>(root->childAt(1));
+    std::vector<bool> pressed;
+    root->mouseDown(epiPoint(15, 15));
+    EXPECT_EQ(root->capture(), button);
+    pressed.push_back(button->pressed());
+    root->mouseDragged(epiPoint(60, 60));
+    pressed.push_back(button->pressed());
+    root->mouseDragged(epiPoint(20, 20));
+    pressed.push_back(button->pressed());
+    root->mouseUp(epiPoint(20, 20));
+    pressed.push_back(button->pressed());
+    EXPECT_EQ(pressed, (std::vector<bool>{true, false, true, false}));
+    EXPECT_EQ(button->hits, 1);
+
+    // Released off the button, over another: the captured button has the release, and no one a click.
+    root->mouseDown(epiPoint(15, 15));
+    root->mouseDragged(epiPoint(70, 70));
+    root->mouseUp(epiPoint(70, 70));
+    EXPECT_EQ(root->capture(), nullptr);
+    EXPECT_EQ(button->hits, 1);
+    EXPECT_EQ(other->hits, 0);
+
+    // Without a pressed image the press is the click, and nothing after it counts.
+    root->mouseDown(epiPoint(65, 65));
+    EXPECT_EQ(other->hits, 1);
+    EXPECT_FALSE(other->pressed());
+    root->mouseDragged(epiPoint(15, 15));
+    root->mouseUp(epiPoint(65, 65));
+    EXPECT_EQ(other->hits, 1);
+}
+
+TEST_F(Ubo, SimulatedClickFlashesThePressedState)
+{
+    epiUbo* root = loadText("<size>100,100</size>", item("tBtP", "butn", "<size>20,20</size>"));
+    auto* button = dynamic_cast<TestWidget*>(root->childAt(0));
+    button->behaviourClick();
+    EXPECT_TRUE(button->pressed());
+    EXPECT_EQ(button->hits, 1);
+    advance(0.15);
+    EXPECT_TRUE(button->pressed());
+    advance(0.1);
+    EXPECT_FALSE(button->pressed());
+}
+
+TEST_F(Ubo, CheckBoxFlipsAndRadioSelectsWithinItsGroup)
+{
+    epiUbo* root =
+        loadText("<size>100,100</size>",
+                 item("tChk", "chek", place(0, 0, 10, 10)) +
+                     item("tRad", "radA", place(20, 0, 10, 10) + attrs({{"fagr", "5"}, {"fain", "0"}})) +
+                     item("tRad", "radB", place(40, 0, 10, 10) + attrs({{"fagr", "5"}, {"fain", "1"}})));
+    click(root, 5, 5);
+    EXPECT_EQ(root->childAt(0)->getValue(), 1.0f);
+    click(root, 5, 5);
+    EXPECT_EQ(root->childAt(0)->getValue(), 0.0f);
+
+    click(root, 45, 5);
+    EXPECT_EQ(root->selectedInGroupOf(epiCode("radA")), 1);
+    EXPECT_EQ(root->childAt(1)->getValue(), 0.0f);
+    click(root, 25, 5);
+    EXPECT_EQ(root->selectedInGroupOf(epiCode("radB")), 0);
+    EXPECT_EQ(root->childAt(2)->getValue(), 0.0f);
+}
+
+TEST_F(Ubo, DraggerValueLimitsAndUnchangedValues)
+{
+    epiUbo* root =
+        loadText("<size>100,100</size>",
+                 item("tDrg", "drag",
+                      "<size>10,10</size>" +
+                          attrs({{"uMin", "0"}, {"uMax", "1000"}, {"lMax", "800"}, {"dMax", "50"}})));
+    auto* widget = dynamic_cast<TestWidget*>(root->childAt(0));
+    epiUiBehaviour* dragger = widget->behaviourObject();
+    EXPECT_TRUE(dragger->setUserValue(9.5f));
+    EXPECT_FLOAT_EQ(dragger->userValue(), 8.0f); // the high limit wins over the range
+    EXPECT_EQ(dragger->displayFloat(), 40.0f);
+    const int redraws = widget->redraws;
+    EXPECT_FALSE(dragger->setUserValue(8.0f));
+    EXPECT_EQ(widget->redraws, redraws);
+    // A change too small to move the display still counts, without a redraw.
+    EXPECT_TRUE(dragger->setUserValue(7.0f));
+    const int moved = widget->redraws;
+    EXPECT_GT(moved, redraws);
+    EXPECT_TRUE(dragger->setUserValue(7.01f));
+    EXPECT_EQ(widget->redraws, moved);
+}
+
+TEST_F(Ubo, SmoothDraggerRunsTheRangeInATenthAndRestartsWhenReversedOrMovesAtOnceWithoutSmoothing)
+{
+    epiUbo* root = loadText("<size>100,100</size>", item("tSmo", "knob", attrs({{"Smoo", "1000"}})) +
+                                                        item("tSmo", "inst", attrs({{"Smoo", "0"}})));
+    auto* dragger = dynamic_cast<epiUiBehaviourSmoothDragger*>(root->childAt(0)->behaviourObject());
+    ASSERT_NE(dragger, nullptr);
+    root->childAt(1)->behaviourObject()->setUserValue(60.0f); // without smoothing: at once
+    EXPECT_EQ(root->childAt(1)->behaviourObject()->displayFloat(), 60.0f);
+    EXPECT_EQ(app.windowManager()->animationCount(), 0);
+    dragger->setUserValue(100.0f);
+    EXPECT_TRUE(app.windowManager()->animationTimerOn());
+    advance(0.09);
+    EXPECT_GT(dragger->shown(), 0);
+    EXPECT_LT(dragger->shown(), 100);
+    advance(0.05); // the first tick of the animation timer after 0.1 seconds
+    EXPECT_EQ(dragger->shown(), 100);
+    EXPECT_FALSE(dragger->animating());
+    EXPECT_FALSE(app.windowManager()->animationTimerOn());
+
+    dragger->setUserValue(0.0f);
+    advance(0.05);
+    const int32_t midway = dragger->shown();
+    ASSERT_GT(midway, 0);
+    ASSERT_LT(midway, 100);
+    dragger->setUserValue(100.0f); // reversed mid-flight
+    advance(0.045);
+    EXPECT_GT(dragger->shown(), midway);
+    EXPECT_LT(dragger->shown(), 100);
+    advance(0.1);
+    EXPECT_EQ(dragger->shown(), 100);
+}
+
+TEST_F(Ubo, TriggeredDraggerSnapsToItsSteps)
+{
+    epiUbo* root =
+        loadText("<size>100,100</size>",
+                 item("tTrg", "trig", attrs({{"Smoo", "0"}, {"FrP0", "5"}, {"FrP1", "20"}, {"FrP2", "70"}})));
+    auto* dragger = dynamic_cast<epiUiBehaviourTriggeredDragger*>(root->childAt(0)->behaviourObject());
+    ASSERT_NE(dragger, nullptr);
+    EXPECT_TRUE(dragger->setUserValue(1.7f));
+    EXPECT_EQ(dragger->displayFloat(), 20.0f);
+    EXPECT_TRUE(dragger->setUserValue(9.0f));
+    EXPECT_EQ(dragger->userValue(), 2.0f);
+    EXPECT_FALSE(dragger->setUserValue(2.0f));
+    dragger->setStep(0, 9); // a new list
+    EXPECT_EQ(dragger->steps(), std::vector<int32_t>{9});
+    dragger->setStep(3, 1);
+    dragger->setStep(1, 0); // cut at index 1
+    EXPECT_EQ(dragger->steps(), std::vector<int32_t>{9});
 }
 
 } // namespace

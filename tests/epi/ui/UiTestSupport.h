@@ -9,14 +9,12 @@
 #include "epi/ui/epiUiBehaviour.h"
 #include "epi/ui/epiWindowManager.h"
 #include "tests/epi/TempFolder.h"
+#include "tests/epi/ui/LayoutText.h"
 
 #include <gtest/gtest.h>
 
 #include <filesystem>
 #include <fstream>
-#include <string>
-#include <utility>
-#include <vector>
 
 /** A widget with a behaviour chosen by its kind: 'tBtn' button, 'tChk' check box, 'tRad' radio, 'tDrg'
  * dragger, 'tSmo' smooth dragger, 'tTrg' triggered dragger; 'tBtP' a button with a pressed image (the check
@@ -85,22 +83,18 @@ public:
     std::vector<uint32_t> commands;
 };
 
-template <uint32_t Kind> epiObject* makeTestWidget(uint32_t)
+template <uint32_t... Kinds> void registerTestKinds()
 {
-    return new TestWidget(Kind);
+    (epiFactory::add(epiCode("GrUi"), Kinds, [](uint32_t) -> epiObject* { return new TestWidget(Kinds); }),
+     ...);
 }
 
 inline void registerTestKinds()
 {
-    const uint32_t ui = epiCode("GrUi");
-    epiFactory::add(ui, epiCode("tBtn"), makeTestWidget<epiCode("tBtn")>);
-    epiFactory::add(ui, epiCode("tBtP"), makeTestWidget<epiCode("tBtP")>);
-    epiFactory::add(ui, epiCode("tChk"), makeTestWidget<epiCode("tChk")>);
-    epiFactory::add(ui, epiCode("tRad"), makeTestWidget<epiCode("tRad")>);
-    epiFactory::add(ui, epiCode("tDrg"), makeTestWidget<epiCode("tDrg")>);
-    epiFactory::add(ui, epiCode("tSmo"), makeTestWidget<epiCode("tSmo")>);
-    epiFactory::add(ui, epiCode("tTrg"), makeTestWidget<epiCode("tTrg")>);
-    epiFactory::add(ui, epiCode("tPan"), [](uint32_t) -> epiObject* { return new CommandPanel(); });
+    registerTestKinds<epiCode("tBtn"), epiCode("tBtP"), epiCode("tChk"), epiCode("tRad"), epiCode("tDrg"),
+                      epiCode("tSmo"), epiCode("tTrg")>();
+    epiFactory::add(epiCode("GrUi"), epiCode("tPan"),
+                    [](uint32_t) -> epiObject* { return new CommandPanel(); });
 }
 
 /** The application with a hand-moved clock. */
@@ -137,12 +131,7 @@ protected:
     /** Writes layouts/`name`: a root of `rootBody` (name, size, attributes...) with the given items. */
     void layout(const std::string& name, const std::string& rootBody, const std::string& items)
     {
-        std::ofstream(folder_ + "layouts/" + name) << file(rootBody, items);
-    }
-    static std::string file(const std::string& rootBody, const std::string& items)
-    {
-        return "<?xml version=\"1.0\"?>\n<epi><version>4</version><signature>layout</signature>\n<content>" +
-               rootBody + "<itemslist>" + items + "</itemslist></content></epi>\n";
+        std::ofstream(folder_ + "layouts/" + name) << layoutFile(rootBody, items);
     }
 
     /** A root container (made by the factory as kind `kind`) with the layout `name` loaded into it. */
@@ -160,6 +149,13 @@ protected:
     {
         layout("t.xml", rootBody, items);
         return load("t.xml");
+    }
+
+    /** A press and a release at (`x`, `y`) of `root`. */
+    static void click(epiUbo* root, int x, int y)
+    {
+        root->mouseDown(epiPoint(x, y));
+        root->mouseUp(epiPoint(x, y));
     }
 
     /** Moves the clock on by `seconds` in steps of `step`, pumping the timers after each. */
@@ -180,18 +176,3 @@ private:
     std::string folder_;
     std::vector<epiUbo*> roots_;
 };
-
-/** An <item> of a layout. */
-inline std::string item(const std::string& kind, const std::string& name, const std::string& body = "")
-{
-    return "<item><kind>" + kind + "</kind><name>" + name + "</name>" + body + "</item>";
-}
-
-/** An <attributes> list from (code, value) pairs. */
-inline std::string attrs(const std::vector<std::pair<std::string, std::string>>& list)
-{
-    std::string text = "<attributes>";
-    for (const auto& [code, value] : list)
-        text += "<attribute><name>" + code + "</name><value>" + value + "</value></attribute>";
-    return text + "</attributes>";
-}

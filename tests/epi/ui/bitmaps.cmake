@@ -8,13 +8,3 @@ if(TARGET epiuigtk AND TARGET packbuilder)
             ENVIRONMENT "LSAN_OPTIONS=suppressions=${CMAKE_CURRENT_LIST_DIR}/bitmaps_lsan.supp")
     endif()
 endif()
-
-# The back buffer as a window's draw handler copies it, compared with a screenshot under Xvfb.
-if(TARGET epiuigtk AND EXISTS ${CMAKE_CURRENT_LIST_DIR}/gtk/XvfbSupport.h)
-    kv3_add_test(epi_ui_bitmap_screen_test SOURCES ${CMAKE_CURRENT_LIST_DIR}/BitmapScreenTest.cpp LIBS epiuigtk
-                 LABELS display TIMEOUT 60)
-    if(TARGET epi_ui_bitmap_screen_test)
-        set_tests_properties(epi_ui_bitmap_screen_test
-                             PROPERTIES ENVIRONMENT "GDK_BACKEND=x11;GSETTINGS_BACKEND=memory;NO_AT_BRIDGE=1;G_DEBUG=fatal-criticals;LSAN_OPTIONS=suppressions=${CMAKE_CURRENT_LIST_DIR}/bitmaps_lsan.supp")
-    endif()
-endif()
