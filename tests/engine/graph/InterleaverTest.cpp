@@ -1,4 +1,5 @@
 #include "engine/graph/Interleaver.h"
+#include "tests/support/StereoBlock.h"
 
 #include <gtest/gtest.h>
 
@@ -7,62 +8,44 @@
 namespace
 {
 
-TEST(Interleaver, InterleaveAndDeinterleaveRoundTrip)
+using Block = testsupport::StereoBlock;
+
+std::vector<float> stored(const Interleaver& il, size_t count)
 {
-    std::vector<float> left{0, 1, 2, 3}, right{10, 11, 12, 13};
-    AudioData src;
-    src.channel[0] = left.data();
-    src.channel[1] = right.data();
-    src.channels = 2;
-    src.frames = 4;
-    src.spare = true;
-
-    Interleaver il;
-    ASSERT_TRUE(il.reserve(4, 2));
-    il.interleave(src);
-    EXPECT_TRUE(il.spare());
-    const std::vector<float> stored(il.data(), il.data() + 8);
-    EXPECT_EQ(stored, (std::vector<float>{0, 10, 1, 11, 2, 12, 3, 13}));
-
-    std::vector<float> l2(4, -1.0f), r2(4, -1.0f);
-    AudioData dst;
-    dst.channel[0] = l2.data();
-    dst.channel[1] = r2.data();
-    dst.channels = 2;
-    dst.frames = 4;
-    il.deinterleave(dst);
-    EXPECT_EQ(l2, left);
-    EXPECT_EQ(r2, right);
+    return std::vector<float>(il.data(), il.data() + count);
 }
 
-TEST(Interleaver, NothingRunsForZeroOrNegativeFramesAndNothingPastCapacity)
+TEST(Interleaver, RoundTripsAndWritesNothingForNoFramesNorPastCapacity)
 {
+    Block src(4);
+    src.left = {0, 1, 2, 3};
+    src.right = {10, 11, 12, 13};
+    src.data.spare = true;
     Interleaver il;
-    ASSERT_TRUE(il.reserve(2, 2));
-    std::vector<float> a{1, 2, 3, 4}, b{5, 6, 7, 8};
-    AudioData src;
-    src.channel[0] = a.data();
-    src.channel[1] = b.data();
-    src.channels = 2;
-    src.frames = 0;
-    il.interleave(src);
-    EXPECT_EQ(std::vector<float>(il.data(), il.data() + 4), (std::vector<float>{0, 0, 0, 0}));
-    src.frames = -3;
-    il.interleave(src);
-    EXPECT_EQ(std::vector<float>(il.data(), il.data() + 4), (std::vector<float>{0, 0, 0, 0}));
+    ASSERT_TRUE(il.reserve(4, 2));
+    il.interleave(src.data);
+    EXPECT_TRUE(il.spare());
+    EXPECT_EQ(stored(il, 8), (std::vector<float>{0, 10, 1, 11, 2, 12, 3, 13}));
+    Block dst(4, 0, -1.0f);
+    il.deinterleave(dst.data);
+    EXPECT_EQ(dst.left, src.left);
+    EXPECT_EQ(dst.right, src.right);
 
     // Four frames into a store of two: only two are written (the sanitizer run catches an overrun).
-    src.frames = 4;
-    il.interleave(src);
-    EXPECT_EQ(std::vector<float>(il.data(), il.data() + 4), (std::vector<float>{1, 5, 2, 6}));
-    std::vector<float> l(4, -1.0f), r(4, -1.0f);
-    AudioData dst;
-    dst.channel[0] = l.data();
-    dst.channel[1] = r.data();
-    dst.channels = 2;
-    dst.frames = 4;
-    il.deinterleave(dst);
-    EXPECT_EQ(l, (std::vector<float>{1, 2, -1, -1}));
+    Interleaver small;
+    ASSERT_TRUE(small.reserve(2, 2));
+    for (int64_t frames : {0, -3})
+    {
+        src.data.frames = frames;
+        small.interleave(src.data);
+        EXPECT_EQ(stored(small, 4), (std::vector<float>{0, 0, 0, 0})) << frames;
+    }
+    src.data.frames = 4;
+    small.interleave(src.data);
+    EXPECT_EQ(stored(small, 4), (std::vector<float>{0, 10, 1, 11}));
+    Block back(4, 0, -1.0f);
+    small.deinterleave(back.data);
+    EXPECT_EQ(back.left, (std::vector<float>{0, 1, -1, -1}));
 }
 
 } // namespace
