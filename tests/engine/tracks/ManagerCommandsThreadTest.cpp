@@ -1,7 +1,7 @@
 // The whole Manager, with its own four tracks, their effect units on the test library, the metronome
-// and the offline jobs, while a device thread runs blocks with MIDI: the interface thread drives the
-// commands the main panel gives, in a shuffled order. Run under the thread sanitizer, where any value
-// that crosses without an atomic, or any lock the audio side takes, shows up.
+// and the offline jobs, while a device thread runs blocks with MIDI: the interface thread drives every
+// command the main panel gives, in a shuffled order. Run under the thread sanitizer, where any value
+// that crosses without an atomic, or any lock or wait the audio side takes, shows up.
 
 #include "engine/ClickChoice.h"
 #include "epi/epiResourcePack.h"
@@ -21,6 +21,22 @@ namespace
 
 constexpr uint32_t kRate = 48000;
 constexpr uint32_t kBlock = 256;
+
+// A job that touches nothing of the graph: the offline path is exercised for its own threading only.
+class CountingJob : public Exporter
+{
+public:
+    bool render(float& progress, bool& finished) override
+    {
+        progress = static_cast<float>(++slices_) / 3.0f;
+        finished = slices_ >= 3;
+        return true;
+    }
+    void cancel() override {}
+
+private:
+    int slices_ = 0;
+};
 
 TEST(ManagerCommandsThreads, EveryTrackCommandWhileTheDeviceRuns)
 {
@@ -56,11 +72,11 @@ TEST(ManagerCommandsThreads, EveryTrackCommandWhileTheDeviceRuns)
                                 midiSent.fetch_add(1, std::memory_order_relaxed);
                             });
         std::mt19937 rng(17);
-        for (int round = 0; round < 80; ++round)
+        for (int round = 0; round < 200; ++round)
         {
             const int32_t t = static_cast<int32_t>(rng() % Manager::kTracks);
             TrackControls& track = manager.track(t);
-            switch (rng() % 9)
+            switch (rng() % 12)
             {
             case 0:
                 checksum += manager.loadTrack(t, epiPath(round % 2 == 0 ? same : other));
@@ -80,10 +96,14 @@ TEST(ManagerCommandsThreads, EveryTrackCommandWhileTheDeviceRuns)
                 track.setInput(static_cast<int32_t>(rng() % 3));
                 manager.setSolo(t, rng() % 4 == 0);
                 manager.mixerInput(t).setMute(rng() % 5 == 0);
+                manager.mixerInput(t).setVolume(-static_cast<float>(rng() % 40));
+                manager.mixerInput(t).setPan(static_cast<float>(rng() % 21) / 10.0f - 1.0f);
+                checksum += static_cast<int64_t>(manager.mixerInput(t).volumeText().size());
                 break;
             case 5:
                 manager.metronome().setEnabled(rng() % 2 == 0);
                 manager.setTempo(60.0f + static_cast<float>(rng() % 120));
+                manager.metronome().setTimeSignature(2 + static_cast<int32_t>(rng() % 7), 4);
                 checksum += ClickChoice::choose(
                     manager, pack, static_cast<int32_t>(rng() % ClickChoice::kSets), rng() % 2 == 0, true);
                 break;
@@ -112,7 +132,28 @@ TEST(ManagerCommandsThreads, EveryTrackCommandWhileTheDeviceRuns)
                 track.setArmed(false);
                 break;
             }
+            case 8:
+                manager.setLoopStart(static_cast<int64_t>(rng() % 20000));
+                manager.setLoopEnd(static_cast<int64_t>(rng() % 80000));
+                manager.setLoopEnabled(rng() % 2 == 0);
+                manager.setSpeedRatio(rng() % 2 == 0 ? 2.0f : 0.5f);
+                checksum += manager.loopStart() + manager.loopEnd() + manager.sessionLength();
+                break;
+            case 9:
+                manager.setInputGain(static_cast<float>(rng() % 25));
+                manager.setMasterVolume(-static_cast<float>(rng() % 12));
+                manager.setAutoRecord(rng() % 4 == 0);
+                checksum += static_cast<int64_t>(manager.inputGainText().size()) + manager.isAutoRecord();
+                break;
+            case 10:
+                manager.startTask([] { return std::make_unique<CountingJob>(); },
+                                  epiText("Rendering session"), epiText("Rendering session..."));
+                manager.poll();
+                manager.cancelTask();
+                manager.waitForBlocks();
+                break;
             default:
+                manager.setSpeedRatio(1.0f);
                 if (manager.isPlaying())
                     manager.stop();
                 else
