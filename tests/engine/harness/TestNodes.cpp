@@ -28,7 +28,7 @@ void StaircaseSource::fill(AudioData& d) const
 
 bool StaircaseSource::provide(AudioData& request)
 {
-    requests.push_back({request.position, request.frames, true});
+    requests.push_back({request.position, request.frames});
     if (failing || request.frames > own_.capacity())
     {
         return false;
@@ -41,7 +41,7 @@ bool StaircaseSource::provide(AudioData& request)
 
 bool StaircaseSource::read(AudioData& into)
 {
-    requests.push_back({into.position, into.frames, false});
+    requests.push_back({into.position, into.frames});
     if (failing)
     {
         return false;

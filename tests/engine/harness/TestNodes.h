@@ -17,7 +17,6 @@ struct Request
 {
     int64_t position = 0;
     int64_t frames = 0;
-    bool byReference = false; // provide rather than read
 };
 
 /**

@@ -18,8 +18,6 @@ namespace enginetest
 class TestTrack : public TrackSource
 {
 public:
-    static constexpr int64_t kModulus = 32768;
-
     explicit TestTrack(int64_t maxFrames = 8192);
 
     bool provide(AudioData& request) override;
@@ -47,7 +45,6 @@ public:
     std::atomic<int32_t> liveCalls{0};
     std::atomic<int64_t> lastPosition{-1};
     uint32_t preparedRate = 0;
-    uint32_t preparedBlock = 0;
 
 private:
     AudioBuffer own_;
