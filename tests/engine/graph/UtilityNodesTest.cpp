@@ -162,41 +162,33 @@ TEST(AudioCache, AnswersRepeatsFromItsBuffers)
     cache.setFirst(&source);
     cache.prepare(44100, 64);
 
-    Target first(64, 128, 0.0f);
-    ASSERT_TRUE(cache.read(first.data));
-    EXPECT_EQ(first.left[0], 128.0f);
-    EXPECT_EQ(source.requests.size(), 1u);
-
-    Target again(64, 128, 0.0f);
-    ASSERT_TRUE(cache.read(again.data));
-    EXPECT_EQ(again.left[63], 191.0f);
-    EXPECT_EQ(source.requests.size(), 1u) << "served from the cache";
-
-    Target shorter(32, 128, 0.0f);
-    EXPECT_FALSE(cache.read(shorter.data)) << "a held block at that position is longer";
-
-    Target inside(16, 140, 0.0f);
-    EXPECT_FALSE(cache.read(inside.data)) << "an earlier block covers the request";
-
-    // Three new positions push the first out.
-    for (int64_t p : {1000, 2000, 3000})
+    struct Step
     {
-        Target t(64, p, 0.0f);
-        ASSERT_TRUE(cache.read(t.data));
-        EXPECT_EQ(t.left[0], static_cast<float>(p));
+        int64_t frames, position;
+        bool failing, ok;
+        size_t fetches;
+    };
+    const Step steps[] = {
+        {64, 128, false, true, 1},
+        {64, 128, false, true, 1},  // the repeat is served from the cache
+        {32, 128, false, false, 1}, // a held block at that position is longer
+        {16, 140, false, false, 1}, // an earlier block covers the request
+        {64, 1000, false, true, 2},
+        {64, 2000, false, true, 3},
+        {64, 3000, false, true, 4},
+        {64, 128, false, true, 5}, // three new positions pushed the first out
+        // A failed read once answered true and left the caller's old audio in place of silence.
+        {64, 4000, true, false, 6},
+        {64, 4000, false, true, 7}, // the failed read is not remembered
+    };
+    for (const Step& step : steps)
+    {
+        source.failing = step.failing;
+        Target t(step.frames, step.position, 0.0f);
+        EXPECT_EQ(cache.read(t.data), step.ok) << step.position;
+        EXPECT_EQ(source.requests.size(), step.fetches) << step.position;
+        EXPECT_EQ(t.left.back(), step.ok ? static_cast<float>(step.position + step.frames - 1) : 0.0f);
     }
-    Target back(64, 128, 0.0f);
-    ASSERT_TRUE(cache.read(back.data));
-    EXPECT_EQ(source.requests.size(), 5u);
-
-    // A failed read once answered true and left the caller's old audio in place of silence.
-    source.failing = true;
-    Target failed(64, 4000, 0.0f);
-    EXPECT_FALSE(cache.read(failed.data));
-    source.failing = false;
-    Target retried(64, 4000, 0.0f);
-    ASSERT_TRUE(cache.read(retried.data));
-    EXPECT_EQ(retried.left[0], 4000.0f) << "the failed read is not remembered";
 }
 
 TEST(NodeChain, MonoFileWayThroughStereoAndSelectorKeepsTheTimelineAtAnyBlocks)
