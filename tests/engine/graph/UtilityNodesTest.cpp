@@ -84,7 +84,7 @@ TEST(AudioSwitch, SelectsAndForwards)
     Target t(32, 0, 99.0f);
     ASSERT_TRUE(sw.read(t.data));
     EXPECT_EQ(t.left[31], -0.5f);
-    EXPECT_EQ(a.reads, 0) << "the input not selected is not pulled";
+    EXPECT_EQ(a.pulls(), 1) << "the input not selected is not pulled";
     sw.setSecond(&mono);
     EXPECT_EQ(sw.channels(), 1) << "channels of the selected input";
 }
@@ -117,13 +117,13 @@ TEST(AudioSwitchFeed, UnitDrainsUntilHalfASecondOfQuiet)
         AudioData first = request(c.block, 0);
         feed.provide(first); // effect selected: arms the hold
         feed.selectSecond(true);
-        const int before = unit.reads;
+        const int before = unit.pulls();
         for (int i = 1; i < 2 * c.reads + 20; ++i)
         {
             AudioData r = request(c.block, c.block * i);
             ASSERT_TRUE(feed.provide(r));
         }
-        EXPECT_EQ(unit.reads - before, c.reads) << c.rate << " Hz, block " << c.block;
+        EXPECT_EQ(unit.pulls() - before, c.reads) << c.rate << " Hz, block " << c.block;
         EXPECT_FALSE(feed.isDraining());
     }
 }
@@ -149,10 +149,10 @@ TEST(AudioSwitchFeed, LoudTailRestartsTheHold)
     pull(1000);
     EXPECT_TRUE(feed.isDraining());
     unit.level = 0.05f;
-    const int before = unit.reads;
+    const int before = unit.pulls();
     pull(200);
     // The last loud block set the hold and took its own frames off it.
-    EXPECT_EQ(unit.reads - before, (24000 - 256) / 256 + 1);
+    EXPECT_EQ(unit.pulls() - before, (24000 - 256) / 256 + 1);
 }
 
 TEST(AudioCache, AnswersRepeatsFromItsBuffers)
