@@ -164,21 +164,13 @@ TEST_F(TakeTest, OldFileAtAnotherRateIsJoinedAtTheSessionRate)
     }
 }
 
-TEST_F(TakeTest, ArmedWithTheTransportStoppedMonitorsAndRecordsNothing)
+TEST_F(TakeTest, ArmedWithTheTransportStoppedRecordsNothing)
 {
-    rig_.harness().recordOutput = true;
     const std::string path = folder_.file("stopped.aif");
     rig_.track().setArmed(true);
     rig_.track().beginTake(epiPath(path), 0, 0);
     ASSERT_TRUE(rig_.track().setRecording(true));
-    const int64_t first = rig_.harness().deviceFrames();
     rig_.run(4 * kBlock);
-    // The input is heard (no effect loaded: straight through) ...
-    for (int64_t i = 0; i < 4 * kBlock; ++i)
-    {
-        ASSERT_FLOAT_EQ(rig_.harness().left.at(static_cast<size_t>(i)), stepValue(first + i));
-    }
-    // ... and nothing is recorded: there is no take to keep.
     EXPECT_FALSE(rig_.track().setRecording(false));
     EXPECT_EQ(rig_.track().takeError(), Track::TakeError::takeEmpty);
     EXPECT_FALSE(exists(path));
