@@ -72,21 +72,4 @@ TEST(AudioData, MixFromLinearPanLaw)
     }
 }
 
-TEST(AudioBuffer, FillFromInt16ConvertsInterleavedStereo)
-{
-    const int16_t samples[] = {32767, -32768, 0, 16384};
-    AudioBuffer b;
-    b.fillFromInt16(samples, 2);
-    EXPECT_EQ(b.channel[0][0], 1.0f);
-    EXPECT_LT(b.channel[1][0], -1.0f) << "-32768 is not clipped";
-    EXPECT_EQ(b.channel[0][1], 0.0f);
-    EXPECT_NEAR(b.channel[1][1], 0.5f, 1e-4f);
-
-    // A shorter fill reuses the arrays.
-    float* const left = b.channel[0];
-    b.fillFromInt16(samples, 1);
-    EXPECT_EQ(b.frames, 1);
-    EXPECT_EQ(b.channel[0], left);
-}
-
 } // namespace
