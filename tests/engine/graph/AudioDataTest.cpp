@@ -34,24 +34,6 @@ TEST(AudioData, AdoptOfMonoWithDuplicateMonoAliasesBothChannels)
     EXPECT_EQ(withFlag.channel[1], stereo.right.data());
 }
 
-TEST(AudioData, AvailableAnswersFromTheHeldStretch)
-{
-    AudioData held;
-    held.position = 1000;
-    held.frames = 100;
-    struct Case
-    {
-        int64_t at, frames, count; // count -1: not available, and count left untouched
-    };
-    for (const Case& c :
-         {Case{999, 10, -1}, Case{1000, 10, 10}, Case{1050, 80, 50}, Case{1099, 80, 1}, Case{1100, 1, -1}})
-    {
-        int64_t count = -1;
-        EXPECT_EQ(held.available(c.at, c.frames, count), c.count >= 0) << c.at;
-        EXPECT_EQ(count, c.count) << c.at;
-    }
-}
-
 TEST(AudioData, MixFromLinearPanLaw)
 {
     Block src(4, 0, 0.25f);
