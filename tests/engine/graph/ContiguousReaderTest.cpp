@@ -110,7 +110,6 @@ TEST(ContiguousReader, FailingInputGivesSilenceAndIsAskedAgain)
     Rig rig;
     rig.source.failing = true;
     ASSERT_TRUE(rig.readAndCheck(0, 256, true));
-    EXPECT_EQ(rig.reader.filledTo(), 0);
     rig.source.failing = false;
     ASSERT_TRUE(rig.readAndCheck(256, 256));
     EXPECT_EQ(rig.source.requests.back().position, 0);

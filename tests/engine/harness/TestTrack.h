@@ -40,7 +40,6 @@ public:
     bool isPlaying() const { return playing_.load(std::memory_order_relaxed); }
     float speedRatio() const { return speedRatio_.load(std::memory_order_relaxed); }
 
-    // Counters read by tests after the audio thread has stopped (or through the atomics).
     std::atomic<int32_t> provides{0};
     std::atomic<int32_t> liveCalls{0};
     std::atomic<int64_t> lastPosition{-1};

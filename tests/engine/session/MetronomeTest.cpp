@@ -130,22 +130,14 @@ TEST_F(MetronomeRig, AccentsFallEveryNumeratorBeatsFromPositionZero)
 TEST_F(MetronomeRig, SeveralBeatsInOneBlockEachLandAndEachCallBeat)
 {
     setUpClicks(44100, 512, 30);
-    // 44100 * 60 / 26460 = 100 frames a beat.
-    metronome.setTempo(26460.0f);
-    ASSERT_EQ(metronome.framesPerBeat(), 100);
+    metronome.setTempo(26460.0f); // 44100 * 60 / 26460 = 100 frames a beat
     metronome.setPlaying(true);
-    const std::vector<float> block = pull(0, 512);
+    EXPECT_EQ(atBeats(0, 1, 512), (std::vector<long>{1, -1, -1, -1, 1, -1}));
     EXPECT_EQ(counter.beats, 6);
-    for (int beat = 0; beat < 6; ++beat)
-    {
-        const size_t at = static_cast<size_t>(beat * 100);
-        EXPECT_EQ(where(block[at]), beat % 4 == 0 ? 1 : -1) << beat;
-        if (at + 30 < block.size())
-        {
-            EXPECT_EQ(where(block[at + 29]), beat % 4 == 0 ? 30 : -30) << beat;
-            EXPECT_EQ(block[at + 30], 0.0f) << beat;
-        }
-    }
+    // Each click plays out its 30 frames, then silence until the next beat.
+    const std::vector<float> beat = pull(200, 100);
+    EXPECT_EQ(where(beat.at(29)), -30);
+    EXPECT_EQ(beat.at(30), 0.0f);
 }
 
 TEST_F(MetronomeRig, StoppedTransportRunsOnAtTheSameGrid)

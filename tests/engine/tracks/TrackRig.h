@@ -42,7 +42,6 @@ public:
     Track& track() { return manager_.trackNode(0); }
     enginetest::EngineHarness& harness() { return *harness_; }
 
-    /** Runs blocks until frames have passed. */
     void run(int64_t frames) { harness_->run(frames, block_); }
 
     /**
@@ -112,8 +111,6 @@ public:
         stop_.store(true, std::memory_order_release);
         thread_.join();
     }
-    DeviceThread(const DeviceThread&) = delete;
-    DeviceThread& operator=(const DeviceThread&) = delete;
     int64_t blocks() const { return blocks_.load(std::memory_order_relaxed); }
 
 private:
