@@ -21,16 +21,9 @@ BlockRecord EngineHarness::runBlock(int64_t frames)
 {
     frames = std::clamp<int64_t>(frames, 0, maxBlock_);
     // The device's buffers, wrapped for this block only, as the callback does.
-    AudioData input;
-    input.channel[0] = in_.channel[0];
-    input.channel[1] = in_.channel[1];
-    input.channels = 2;
-    input.frames = frames;
-    AudioData output;
-    output.channel[0] = out_.channel[0];
-    output.channel[1] = out_.channel[1];
-    output.channels = 2;
-    output.frames = frames;
+    AudioData input = in_, output = out_;
+    input.frames = output.frames = frames;
+    input.position = output.position = 0;
     // A real device hands over whatever its buffers last held.
     for (int64_t i = 0; i < frames; ++i)
     {

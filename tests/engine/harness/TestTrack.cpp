@@ -64,9 +64,4 @@ bool TestTrack::processInput(AudioData& input, AudioData& output)
     return true;
 }
 
-void TestTrack::setPlaying(bool on)
-{
-    playing_.store(on, std::memory_order_relaxed);
-}
-
 } // namespace enginetest

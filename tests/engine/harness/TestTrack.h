@@ -25,7 +25,7 @@ public:
     int32_t channels() override { return 2; }
     void prepare(uint32_t sampleRate, uint32_t blockSize) override;
     bool processInput(AudioData& input, AudioData& output) override;
-    void setPlaying(bool on) override;
+    void setPlaying(bool on) override { playing_.store(on, std::memory_order_relaxed); }
     int64_t length() override { return length_.load(std::memory_order_relaxed); }
     int64_t offset() override { return offset_.load(std::memory_order_relaxed); }
     void setOffset(int64_t frames) override { offset_.store(frames, std::memory_order_relaxed); }
