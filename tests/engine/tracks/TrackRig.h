@@ -7,7 +7,6 @@
 
 #include <atomic>
 #include <chrono>
-#include <functional>
 #include <memory>
 #include <string>
 #include <thread>
@@ -81,30 +80,26 @@ private:
 };
 
 /**
- * A device thread: runs the rig's blocks one after another, about five times faster than a real
- * device (the disk threads still have to keep up), until it is destroyed. `beforeBlock`, set before
- * the thread starts, runs on the device thread ahead of each block (to hand it MIDI, say).
+ * A device thread: runs the rig's blocks, each with one MIDI note-on, about five times faster than a real
+ * device (the disk threads still have to keep up), until it is destroyed.
  */
 class DeviceThread
 {
 public:
-    explicit DeviceThread(TrackRig& rig, std::function<void()> beforeBlock = {})
-        : rig_(rig), beforeBlock_(std::move(beforeBlock))
+    explicit DeviceThread(TrackRig& rig)
+        : thread_(
+              [this, &rig]
+              {
+                  while (!stop_.load(std::memory_order_acquire))
+                  {
+                      rig.harness().midi().events[0] = MidiEvent{0, 0x00643C90u};
+                      rig.harness().midi().count = 1;
+                      rig.harness().runBlock(rig.block());
+                      blocks_.fetch_add(1, std::memory_order_relaxed);
+                      std::this_thread::sleep_for(std::chrono::microseconds(1000));
+                  }
+              })
     {
-        thread_ = std::thread(
-            [this]
-            {
-                while (!stop_.load(std::memory_order_acquire))
-                {
-                    if (beforeBlock_)
-                    {
-                        beforeBlock_();
-                    }
-                    rig_.harness().runBlock(rig_.block());
-                    blocks_.fetch_add(1, std::memory_order_relaxed);
-                    std::this_thread::sleep_for(std::chrono::microseconds(1000));
-                }
-            });
     }
     ~DeviceThread()
     {
@@ -112,13 +107,18 @@ public:
         thread_.join();
     }
     int64_t blocks() const { return blocks_.load(std::memory_order_relaxed); }
+    void waitBlocks(int64_t count) const
+    {
+        for (const int64_t until = blocks() + count; blocks() < until;)
+        {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+    }
 
 private:
-    TrackRig& rig_;
-    std::function<void()> beforeBlock_;
     std::atomic<bool> stop_{false};
     std::atomic<int64_t> blocks_{0};
-    std::thread thread_;
+    std::thread thread_; // last: it starts once the counters are made
 };
 
 } // namespace tracktest
