@@ -379,8 +379,6 @@ TEST(ManagerTask, JobRunsSliceBySliceThroughPoll)
     EXPECT_EQ(std::vector<std::string>(delegate.order.begin(), delegate.order.end()),
               (std::vector<std::string>{"suspend", "title", "message", "progress", "progress", "progress",
                                         "progress", "finished", "resume"}));
-    m.poll();
-    EXPECT_EQ(log.renders, 4) << "nothing to pump once finished";
 }
 
 TEST(ManagerTask, CancelAndReplaceAndDestroy)

@@ -63,7 +63,7 @@ TEST_F(ManagerTrackTest, LoadTrackLocatesToTheStartAndTrackLengthIsInSessionFram
     EXPECT_EQ(manager.trackLength(2), 0);
 }
 
-TEST_F(ManagerTrackTest, MidiReachesEveryRunningEffectOnce)
+TEST_F(ManagerTrackTest, EffectsGetEachBlocksMidiOnceWithItsTimeAndTick)
 {
     Manager& manager = rig_.manager();
     kv3test::TestPluginLog* log = env_.log();
@@ -76,22 +76,14 @@ TEST_F(ManagerTrackTest, MidiReachesEveryRunningEffectOnce)
     midi.events[1] = {1, 0x003C80};
     midi.events[2] = {2, 0x7F07B0};
     midi.count = 3;
-    rig_.run(kBlock);
-    // Two units with an instance, three events each; the two units without one drop them.
-    EXPECT_EQ(log->midiEvents.load() - before, 6);
-    EXPECT_EQ(log->lastMessage, 0x7F07B0u);
-    rig_.run(kBlock);
-    EXPECT_EQ(log->midiEvents.load() - before, 6) << "a block's MIDI is delivered once";
-}
-
-TEST_F(ManagerTrackTest, HostTimeAndTicksFollowEveryBlock)
-{
-    Manager& manager = rig_.manager();
     manager.setTempo(90.0f);
     manager.metronome().setTimeSignature(6, 8);
     manager.locate(48000);
     const uint32_t ticks = manager.trackNode(3).effect().tick();
     rig_.run(kBlock);
+    // Two units with an instance, three events each; the two units without one drop them.
+    EXPECT_EQ(log->midiEvents.load() - before, 6);
+    EXPECT_EQ(log->lastMessage, 0x7F07B0u);
     float tempo = 0.0f;
     double samples = -1.0;
     double beats = -1.0;
@@ -106,4 +98,5 @@ TEST_F(ManagerTrackTest, HostTimeAndTicksFollowEveryBlock)
     ASSERT_TRUE(manager.effects().plugin().getTimeInfo(&tempo, &samples, &beats));
     EXPECT_FLOAT_EQ(tempo, 180.0f) << "the plug-in hears the tempo at the present speed";
     EXPECT_EQ(manager.trackNode(3).effect().tick() - ticks, 2u);
+    EXPECT_EQ(log->midiEvents.load() - before, 6) << "a block's MIDI is delivered once";
 }

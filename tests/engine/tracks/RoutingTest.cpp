@@ -58,10 +58,7 @@ protected:
     {
         rig_->harness().left.clear();
         rig_->harness().right.clear();
-        for (int b = 0; b < blocks; ++b)
-        {
-            rig_->harness().runBlock(kBlock);
-        }
+        rig_->run(blocks * kBlock);
         EXPECT_FLOAT_EQ(rig_->harness().right.back(), rig_->harness().left.back());
         return rig_->harness().left.back();
     }

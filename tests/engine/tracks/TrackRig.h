@@ -52,7 +52,7 @@ public:
     {
         track().setArmed(true);
         track().beginTake(epiPath(path), punchIn, punchOut);
-        takeStarted_ = track().setRecording(true);
+        track().setRecording(true);
         manager_.locate(start);
         manager_.start();
         const int64_t first = harness_->deviceFrames();
@@ -69,14 +69,12 @@ public:
         return merged;
     }
 
-    bool takeStarted() const { return takeStarted_; }
     uint32_t block() const { return block_; }
 
 private:
     uint32_t block_;
     Manager manager_;
     std::unique_ptr<enginetest::EngineHarness> harness_;
-    bool takeStarted_ = false;
 };
 
 /**
