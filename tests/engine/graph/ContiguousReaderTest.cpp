@@ -24,24 +24,18 @@ struct Rig
     // Reads frames at position; checks every sample against the staircase, or against silence.
     bool readAndCheck(int64_t position, int64_t frames, bool expectSilence = false)
     {
-        std::vector<float> l(static_cast<size_t>(frames), 7.0f), r(static_cast<size_t>(frames), 7.0f);
-        AudioData d;
-        d.channel[0] = l.data();
-        d.channel[1] = r.data();
-        d.channels = 2;
-        d.frames = frames;
-        d.position = position;
-        if (!reader.read(d))
+        testsupport::StereoBlock d(frames, position, 7.0f);
+        if (!reader.read(d.data))
         {
             return false;
         }
         for (int64_t i = 0; i < frames; ++i)
         {
             const float want = expectSilence ? 0.0f : static_cast<float>(position + i);
-            if (l[static_cast<size_t>(i)] != want || r[static_cast<size_t>(i)] != -want)
+            if (d.left[static_cast<size_t>(i)] != want || d.right[static_cast<size_t>(i)] != -want)
             {
                 ADD_FAILURE() << "frame " << i << " of a read at " << position << ": "
-                              << l[static_cast<size_t>(i)] << " instead of " << want;
+                              << d.left[static_cast<size_t>(i)] << " instead of " << want;
                 return false;
             }
         }
