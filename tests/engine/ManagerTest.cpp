@@ -257,14 +257,14 @@ TEST(ManagerSession, LengthIsTheLongestTrackInSessionFrames)
     EXPECT_EQ(rig.manager.trackLength(4), 0) << "not a track";
 }
 
-// The device input at a constant pair of levels; one frame of the left side may stand out.
-auto steadyInput(float left, float right, const float* spike = nullptr)
+// The device input: frame 7 of each block at *left on the left side, the right side at right throughout.
+auto spikeInput(const float* left, float right)
 {
     return [=](AudioData& in, int64_t)
     {
         for (int64_t i = 0; i < in.frames; ++i)
         {
-            in.channel[0][i] = spike != nullptr ? (i == 7 ? *spike : 0.0f) : left;
+            in.channel[0][i] = i == 7 ? *left : 0.0f;
             in.channel[1][i] = right;
         }
     };
@@ -274,19 +274,19 @@ TEST(ManagerInput, GainIsAppliedInPlaceAndClamped)
 {
     Rig rig;
     rig.tracks[0].setArmed(true);
-    rig.harness.fillInput = steadyInput(0.25f, -0.9f);
+    const float level = 0.25f, g = std::pow(10.0f, 0.3f);
+    rig.harness.fillInput = spikeInput(&level, -0.9f);
     rig.harness.runBlock(64);
-    const float g = std::pow(10.0f, 0.3f);
-    EXPECT_FLOAT_EQ(rig.harness.input().channel[0][10], 0.25f * g) << "in the device's own buffer";
-    EXPECT_EQ(rig.harness.input().channel[1][10], -1.0f) << "clamped";
-    EXPECT_FLOAT_EQ(rig.harness.left[10], 0.25f * g) << "what the armed track passes on";
+    EXPECT_FLOAT_EQ(rig.harness.input().channel[0][7], 0.25f * g) << "in the device's own buffer";
+    EXPECT_EQ(rig.harness.input().channel[1][7], -1.0f) << "clamped";
+    EXPECT_FLOAT_EQ(rig.harness.left[7], 0.25f * g) << "what the armed track passes on";
 }
 
 TEST(ManagerInput, AutoRecordFiresOncePerArming)
 {
     Rig rig;
     float level = 0.0f;
-    rig.harness.fillInput = steadyInput(0.0f, 0.0f, &level);
+    rig.harness.fillInput = spikeInput(&level, 0.0f);
     rig.manager.setAutoRecord(true);
     rig.harness.runBlock(256);
     rig.manager.poll();

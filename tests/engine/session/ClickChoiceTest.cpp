@@ -67,9 +67,7 @@ std::vector<float> rawLeft(const std::string& name, size_t frames)
 
 std::vector<float> heldLeft(const AudioFileLoaded& sample, size_t frames)
 {
-    const AudioBuffer& b = sample.buffer();
-    return std::vector<float>(b.channel[0],
-                              b.channel[0] + std::min<int64_t>(b.frames, static_cast<int64_t>(frames)));
+    return std::vector<float>(sample.buffer().channel[0], sample.buffer().channel[0] + frames);
 }
 
 } // namespace

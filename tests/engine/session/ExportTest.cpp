@@ -146,9 +146,8 @@ TEST_F(ExportRig, CancelLeavesNoFileAndGivesTheTracksBack)
     EXPECT_TRUE(std::filesystem::exists(out));
     manager.cancelTask();
     expectTracksGivenBack(out);
-    // The tracks stream again and play in the live path.
     manager.start();
-    EXPECT_TRUE(manager.trackNode(0).isPlaying());
+    EXPECT_TRUE(manager.trackNode(0).isPlaying()) << "the tracks play in the live path again";
 }
 
 TEST_F(ExportRig, UnwritableOutputRunsWithoutAFile)

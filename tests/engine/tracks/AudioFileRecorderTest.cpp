@@ -53,14 +53,12 @@ TEST_F(RecorderTest, LatencyCutsOnlyTheStartOfTheTimeline)
     const std::string path = folder_.file("latency.aif");
     recorder_.setLatency(100);
     ASSERT_TRUE(recorder_.open(path));
-    Block first(0, 64);
-    Block second(64, 64);
-    recorder_.write(first.data);
-    EXPECT_EQ(recorder_.framesAccepted(), 0) << "a block wholly before the latency records nothing";
-    recorder_.write(second.data);
-    // A block later on the timeline keeps all of its frames.
-    Block later(10000, 64);
-    recorder_.write(later.data);
+    // A block wholly before the latency records nothing; one later on the timeline keeps all its frames.
+    for (int64_t position : {0, 64, 10000})
+    {
+        Block block(position, 64);
+        recorder_.write(block.data);
+    }
     recorder_.close();
     const FileAudio audio = readFile(path);
     ASSERT_EQ(audio.frames(), 28 + 64);
