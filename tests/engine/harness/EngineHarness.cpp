@@ -21,16 +21,9 @@ BlockRecord EngineHarness::runBlock(int64_t frames)
 {
     frames = std::clamp<int64_t>(frames, 0, maxBlock_);
     // The device's buffers, wrapped for this block only, as the callback does.
-    AudioData input;
-    input.channel[0] = in_.channel[0];
-    input.channel[1] = in_.channel[1];
-    input.channels = 2;
-    input.frames = frames;
-    AudioData output;
-    output.channel[0] = out_.channel[0];
-    output.channel[1] = out_.channel[1];
-    output.channels = 2;
-    output.frames = frames;
+    AudioData input = in_, output = out_;
+    input.frames = output.frames = frames;
+    input.position = output.position = 0;
     // A real device hands over whatever its buffers last held.
     for (int64_t i = 0; i < frames; ++i)
     {
@@ -45,7 +38,7 @@ BlockRecord EngineHarness::runBlock(int64_t frames)
     manager_.processBlock(input, output, midi_);
     midi_.count = 0;
 
-    BlockRecord record{output.position, frames, deviceFrames_};
+    BlockRecord record{output.position, frames};
     if (recordBlocks)
     {
         blocks.push_back(record);
@@ -99,51 +92,6 @@ void EngineHarness::staircaseInput(AudioData& input, int64_t deviceFrame)
         input.channel[0][i] = v;
         input.channel[1][i] = -v;
     }
-}
-
-Pulled pullNode(AudioSource& node, int64_t position, const std::vector<int64_t>& sizes, bool byReference)
-{
-    Pulled result;
-    int64_t largest = 0;
-    for (int64_t n : sizes)
-    {
-        largest = std::max(largest, n);
-    }
-    AudioBuffer target;
-    target.alloc(largest, 2);
-    for (int64_t n : sizes)
-    {
-        const size_t at = result.left.size();
-        result.left.resize(at + static_cast<size_t>(n), 0.0f);
-        result.right.resize(at + static_cast<size_t>(n), 0.0f);
-        AudioData request;
-        request.frames = n;
-        request.position = position;
-        request.channels = 2;
-        if (!byReference)
-        {
-            request.channel[0] = target.channel[0];
-            request.channel[1] = target.channel[1];
-        }
-        const bool delivered = byReference ? node.provide(request) : node.read(request);
-        if (!delivered)
-        {
-            ++result.refusals;
-        }
-        else
-        {
-            const int64_t got = std::min(n, request.frames);
-            const float* l = request.channel[0];
-            const float* r = request.channels > 1 && request.channel[1] != nullptr ? request.channel[1] : l;
-            for (int64_t i = 0; i < got && l != nullptr; ++i)
-            {
-                result.left[at + static_cast<size_t>(i)] = l[i];
-                result.right[at + static_cast<size_t>(i)] = r[i];
-            }
-        }
-        position += n;
-    }
-    return result;
 }
 
 } // namespace enginetest

@@ -14,14 +14,11 @@
 namespace enginetest
 {
 
-/** What one block looked like from the device's side. */
+/** One block as the device saw it: the position the Manager stamped on the output, and its size. */
 struct BlockRecord
 {
-    /** Position the Manager stamped on the output. */
     int64_t position = 0;
     int64_t frames = 0;
-    /** Index of the block's first frame in the device's own count. */
-    int64_t deviceFrame = 0;
 };
 
 /**
@@ -32,17 +29,10 @@ struct BlockRecord
 class EngineHarness
 {
 public:
-    /**
-     * @param manager the engine under test
-     * @param sampleRate, maxBlock the device format; the Manager is told it with setFormat unless
-     *        tellFormat is false
-     */
+    /** The Manager is told the device format with setFormat unless tellFormat is false. */
     EngineHarness(Manager& manager, uint32_t sampleRate, uint32_t maxBlock, bool tellFormat = true);
 
-    /**
-     * Fills the device input of one block; deviceFrame counts frames since the harness began. The
-     * default leaves silence.
-     */
+    /** Fills the device input of one block; deviceFrame counts frames since the harness began. */
     std::function<void(AudioData& input, int64_t deviceFrame)> fillInput;
 
     /** One block of frames (at most maxBlock). */
@@ -61,9 +51,8 @@ public:
     /** The MIDI the next block carries; emptied after each block, as the device does. */
     MidiEventBlock& midi() { return midi_; }
 
-    /** Keeps every output frame in left and right while set. */
+    /** Keep every output frame in left and right, and a record of every block in blocks, while set. */
     bool recordOutput = true;
-    /** Keeps a BlockRecord of every block in blocks while set. */
     bool recordBlocks = true;
     std::vector<float> left;
     std::vector<float> right;
@@ -81,22 +70,6 @@ private:
     MidiEventBlock midi_;
     int64_t deviceFrames_ = 0;
 };
-
-/** What a node delivered over a run of requests. */
-struct Pulled
-{
-    std::vector<float> left;
-    std::vector<float> right;
-    /** Requests the node answered false; their frames are left as silence. */
-    int32_t refusals = 0;
-};
-
-/**
- * Pulls a node alone as its owner would: consecutive requests of the given sizes from position on, by
- * provide (byReference) or by read into two-channel buffers, and gathers what it delivered. A node that
- * hands over fewer frames than asked leaves the rest of that request silent.
- */
-Pulled pullNode(AudioSource& node, int64_t position, const std::vector<int64_t>& sizes, bool byReference);
 
 using testsupport::RecordingDelegate;
 

@@ -5,10 +5,7 @@
 #include <cstdint>
 #include <vector>
 
-/**
- * Small real nodes for driving the graph in tests: a timeline staircase whose every sample tells the
- * position it was read at, and a record of the requests a node was asked.
- */
+/** Small real nodes for driving the graph in tests. */
 namespace enginetest
 {
 
@@ -17,28 +14,29 @@ struct Request
 {
     int64_t position = 0;
     int64_t frames = 0;
-    bool byReference = false; // provide rather than read
 };
 
 /**
  * A source whose sample at timeline position t is t on channel 0 and -t on channel 1: any offset, seek
- * or loop error shows as a wrong value.
+ * or loop error shows as a wrong value. It notes every request, and answers false while failing.
  */
 class StaircaseSource : public AudioSource
 {
 public:
     /** @param channels 1 or 2 */
     explicit StaircaseSource(int32_t channels = 2);
-    virtual ~StaircaseSource() = default;
 
     bool provide(AudioData& request) override;
     bool read(AudioData& into) override;
     int32_t channels() override { return channels_; }
     void prepare(uint32_t sampleRate, uint32_t blockSize) override;
 
-    /** Answers false from both transfers while set. */
     bool failing = false;
     std::vector<Request> requests;
+
+protected:
+    virtual float value(int64_t t) const { return static_cast<float>(t); }
+    float rightSign_ = -1.0f;
 
 private:
     void fill(AudioData& d) const;
@@ -47,24 +45,17 @@ private:
     AudioBuffer own_;
 };
 
-/** A source of a constant level on both channels, by reference or by copy. */
-class ConstantSource : public AudioSource
+/** A source of a constant level on both channels. */
+class ConstantSource : public StaircaseSource
 {
 public:
-    explicit ConstantSource(float level = 0.0f, int64_t maxFrames = 8192);
-    virtual ~ConstantSource() = default;
-
-    bool provide(AudioData& request) override;
-    bool read(AudioData& into) override;
-    void prepare(uint32_t sampleRate, uint32_t blockSize) override;
+    explicit ConstantSource(float value) : level(value) { rightSign_ = 1.0f; }
+    int32_t pulls() const { return static_cast<int32_t>(requests.size()); }
 
     float level;
-    bool failing = false;
-    int32_t reads = 0;
-    int32_t provides = 0;
 
-private:
-    AudioBuffer own_;
+protected:
+    float value(int64_t) const override { return level; }
 };
 
 } // namespace enginetest

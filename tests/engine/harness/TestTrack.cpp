@@ -12,18 +12,12 @@ TestTrack::TestTrack(int64_t maxFrames)
 
 float TestTrack::valueAt(int64_t t)
 {
-    int64_t r = t % kModulus;
-    if (r < 0)
-    {
-        r += kModulus;
-    }
-    return static_cast<float>(r) / static_cast<float>(kModulus);
+    return static_cast<float>(((t % 32768) + 32768) % 32768) / 32768.0f;
 }
 
 void TestTrack::prepare(uint32_t sampleRate, uint32_t blockSize)
 {
     preparedRate = sampleRate;
-    preparedBlock = blockSize;
     if (blockSize > own_.capacity())
     {
         own_.alloc(blockSize, 2);
@@ -68,11 +62,6 @@ bool TestTrack::processInput(AudioData& input, AudioData& output)
     own_.copyFrom(input);
     output.adopt(own_);
     return true;
-}
-
-void TestTrack::setPlaying(bool on)
-{
-    playing_.store(on, std::memory_order_relaxed);
 }
 
 } // namespace enginetest

@@ -18,8 +18,6 @@ namespace enginetest
 class TestTrack : public TrackSource
 {
 public:
-    static constexpr int64_t kModulus = 32768;
-
     explicit TestTrack(int64_t maxFrames = 8192);
 
     bool provide(AudioData& request) override;
@@ -27,7 +25,7 @@ public:
     int32_t channels() override { return 2; }
     void prepare(uint32_t sampleRate, uint32_t blockSize) override;
     bool processInput(AudioData& input, AudioData& output) override;
-    void setPlaying(bool on) override;
+    void setPlaying(bool on) override { playing_.store(on, std::memory_order_relaxed); }
     int64_t length() override { return length_.load(std::memory_order_relaxed); }
     int64_t offset() override { return offset_.load(std::memory_order_relaxed); }
     void setOffset(int64_t frames) override { offset_.store(frames, std::memory_order_relaxed); }
@@ -42,12 +40,10 @@ public:
     bool isPlaying() const { return playing_.load(std::memory_order_relaxed); }
     float speedRatio() const { return speedRatio_.load(std::memory_order_relaxed); }
 
-    // Counters read by tests after the audio thread has stopped (or through the atomics).
     std::atomic<int32_t> provides{0};
     std::atomic<int32_t> liveCalls{0};
     std::atomic<int64_t> lastPosition{-1};
     uint32_t preparedRate = 0;
-    uint32_t preparedBlock = 0;
 
 private:
     AudioBuffer own_;

@@ -4,8 +4,9 @@
 #include "engine/ClickChoice.h"
 #include "engine/Manager.h"
 #include "engine/Metronome.h"
-#include "epi/epiAtomsFile.h"
 #include "epi/epiResourcePack.h"
+#include "tests/support/TempFolder.h"
+#include "tools/packer/PackBuilder.h"
 
 #include <gtest/gtest.h>
 
@@ -15,7 +16,6 @@
 #include <fstream>
 #include <iterator>
 #include <string>
-#include <unistd.h>
 #include <vector>
 
 namespace fs = std::filesystem;
@@ -35,34 +35,20 @@ fs::path clicksFolder()
     return fs::path(source != nullptr ? source : ".") / "resources" / "clicks";
 }
 
-// A pack as the pack tool makes it: every click under "/aux/", except the names in `leaveOut`.
-std::string makePack(const std::vector<std::string>& leaveOut)
+// A pack as the pack tool makes it: every click under "/aux/", except the one left out.
+std::string makePack(const testsupport::TempFolder& folder, const std::string& leaveOut)
 {
-    const std::string path =
-        (fs::temp_directory_path() / ("kv3-clicks-" + std::to_string(::getpid()) + ".pack")).string();
-    std::vector<std::pair<std::string, std::vector<char>>> entries;
+    fs::create_directories(folder.file("clicks/aux"));
     for (const auto& entry : fs::directory_iterator(clicksFolder()))
     {
-        const std::string name = entry.path().filename().string();
-        if (std::find(leaveOut.begin(), leaveOut.end(), name) == leaveOut.end())
+        if (entry.path().filename() != leaveOut)
         {
-            entries.emplace_back("/aux/" + name, readFile(entry.path()));
+            fs::copy_file(entry.path(), folder.file("clicks/aux") / entry.path().filename());
         }
     }
-    epiAtomsFile atoms;
-    EXPECT_TRUE(atoms.open(epiPath(path), epiFile::kWrite | epiFile::kDeleteFirst));
-    atoms.writeU32(epiResourcePack::kTagVersion, epiResourcePack::kPackVersion);
-    atoms.writeU32(epiResourcePack::kTagCount, static_cast<uint32_t>(entries.size()));
-    for (const auto& [name, bytes] : entries)
-    {
-        const epiText text(name);
-        atoms.writeText(epiResourcePack::kTagName, &text);
-        atoms.writeU32(epiResourcePack::kTagSize, static_cast<uint32_t>(bytes.size()));
-        atoms.writeAtom(epiResourcePack::kTagData, bytes.data(), static_cast<uint32_t>(bytes.size()));
-    }
-    atoms.writeU32(epiResourcePack::kTagEnd, 0);
-    atoms.close();
-    return path;
+    std::string error;
+    EXPECT_TRUE(PackBuilder::build(folder.file("clicks"), folder.file("clicks.pack"), error)) << error;
+    return folder.file("clicks.pack");
 }
 
 // The first frames of a raw click, as the program converts them.
@@ -81,16 +67,15 @@ std::vector<float> rawLeft(const std::string& name, size_t frames)
 
 std::vector<float> heldLeft(const AudioFileLoaded& sample, size_t frames)
 {
-    const AudioBuffer& b = sample.buffer();
-    return std::vector<float>(b.channel[0],
-                              b.channel[0] + std::min<int64_t>(b.frames, static_cast<int64_t>(frames)));
+    return std::vector<float>(sample.buffer().channel[0], sample.buffer().channel[0] + frames);
 }
 
 } // namespace
 
 TEST(ClickChoice, AMissingResourceKeepsTheFormerClickAndTheClickComesBackOn)
 {
-    const std::string packPath = makePack({"Perc_1_accent_hi.raw"});
+    const testsupport::TempFolder folder;
+    const std::string packPath = makePack(folder, "Perc_1_accent_hi.raw");
     epiResourcePack pack;
     ASSERT_TRUE(pack.openFile(epiPath(packPath)));
     Manager manager;
@@ -109,5 +94,4 @@ TEST(ClickChoice, AMissingResourceKeepsTheFormerClickAndTheClickComesBackOn)
     EXPECT_TRUE(metronome.isEnabled());
     EXPECT_FALSE(manager.mixerInput(Manager::kMetronomeIndex).isMuted());
     pack.close();
-    fs::remove(packPath);
 }

@@ -34,6 +34,13 @@ public:
     int beats = 0;
 };
 
+// Which click a sample came from and at which frame of it: +n is the accent's frame n - 1, -n the
+// ordinary click's, 0 silence.
+long where(float sample)
+{
+    return std::lround(sample / kStep);
+}
+
 class MetronomeRig : public ::testing::Test
 {
 protected:
@@ -64,16 +71,31 @@ protected:
         return std::vector<float>(request.channel[channel], request.channel[channel] + request.frames);
     }
 
+    /**
+     * Pulls blocks of frames with the metronome's clock at clock (at the fixed position at when given,
+     * as the Manager asks while stopped) and notes the click heard at every beat's frame.
+     */
+    std::vector<long> atBeats(int64_t clock, int blocks, int64_t frames, int64_t at = -1)
+    {
+        std::vector<long> heard;
+        const int64_t perBeat = metronome.framesPerBeat();
+        for (int n = 0; n < blocks; ++n, clock += frames)
+        {
+            const std::vector<float> block = pull(at < 0 ? clock : at, frames);
+            for (int64_t i = 0; i < frames; ++i)
+            {
+                if ((clock + i) % perBeat == 0)
+                {
+                    heard.push_back(where(block.at(static_cast<size_t>(i))));
+                }
+            }
+        }
+        return heard;
+    }
+
     Metronome metronome;
     BeatCounter counter;
 };
-
-// Which click a sample came from and at which frame of it: +n is the accent's frame n - 1, -n the
-// ordinary click's, 0 silence.
-long where(float sample)
-{
-    return std::lround(sample / kStep);
-}
 
 } // namespace
 
@@ -83,16 +105,11 @@ TEST_F(MetronomeRig, BlockStraddlingABeatSplitsAtTheExactFrame)
     setUpClicks(44100, 512, 30000);
     metronome.setPlaying(true);
     const std::vector<float> block = pull(22000, 512, 1);
-    ASSERT_EQ(block.size(), 512u);
-    // The first 50 frames go on with beat 0 (an accent) at frames 22000..22049 of its click.
-    for (int i = 0; i < 50; ++i)
+    // The first 50 frames go on with beat 0 (an accent) at frames 22000..22049 of its click, then beat 1,
+    // ordinary, from its first frame.
+    for (int i = 0; i < 512; ++i)
     {
-        ASSERT_EQ(where(block[static_cast<size_t>(i)]), 22001 + i) << i;
-    }
-    // Then beat 1, ordinary, from its first frame.
-    for (int i = 50; i < 512; ++i)
-    {
-        ASSERT_EQ(where(block[static_cast<size_t>(i)]), -(i - 50 + 1)) << i;
+        ASSERT_EQ(where(block.at(static_cast<size_t>(i))), i < 50 ? 22001 + i : -(i - 50 + 1)) << i;
     }
     EXPECT_EQ(counter.beats, 1);
 }
@@ -102,48 +119,25 @@ TEST_F(MetronomeRig, AccentsFallEveryNumeratorBeatsFromPositionZero)
     setUpClicks(44100, 512, 200);
     metronome.setTimeSignature(3, 4);
     metronome.setPlaying(true);
-    // Play from 0 across eight beats in blocks of an odd size, noting the click at each beat's frame.
-    std::vector<long> atBeat;
-    const int64_t perBeat = metronome.framesPerBeat();
-    for (int64_t position = 0; position < perBeat * 8; position += 333)
-    {
-        const std::vector<float> block = pull(position, 333);
-        for (int64_t i = 0; i < 333; ++i)
-        {
-            if ((position + i) % perBeat == 0)
-            {
-                atBeat.push_back(where(block[static_cast<size_t>(i)]));
-            }
-        }
-    }
-    // The last block reaches into beat 8.
-    EXPECT_EQ(atBeat, (std::vector<long>{1, -1, -1, 1, -1, -1, 1, -1, -1}));
+    // Play from 0 across eight beats in blocks of an odd size; the last block reaches into beat 8.
+    EXPECT_EQ(atBeats(0, 530, 333), (std::vector<long>{1, -1, -1, 1, -1, -1, 1, -1, -1}));
     EXPECT_EQ(counter.beats, 9);
 
     // A locate keeps the grid: beat 9 is the start of a bar wherever the transport came from.
-    const std::vector<float> jumped = pull(perBeat * 9, 64);
-    EXPECT_EQ(where(jumped[0]), 1);
+    EXPECT_EQ(where(pull(metronome.framesPerBeat() * 9, 64).at(0)), 1);
 }
 
 TEST_F(MetronomeRig, SeveralBeatsInOneBlockEachLandAndEachCallBeat)
 {
     setUpClicks(44100, 512, 30);
-    // 44100 * 60 / 26460 = 100 frames a beat.
-    metronome.setTempo(26460.0f);
-    ASSERT_EQ(metronome.framesPerBeat(), 100);
+    metronome.setTempo(26460.0f); // 44100 * 60 / 26460 = 100 frames a beat
     metronome.setPlaying(true);
-    const std::vector<float> block = pull(0, 512);
+    EXPECT_EQ(atBeats(0, 1, 512), (std::vector<long>{1, -1, -1, -1, 1, -1}));
     EXPECT_EQ(counter.beats, 6);
-    for (int beat = 0; beat < 6; ++beat)
-    {
-        const size_t at = static_cast<size_t>(beat * 100);
-        EXPECT_EQ(where(block[at]), beat % 4 == 0 ? 1 : -1) << beat;
-        if (at + 30 < block.size())
-        {
-            EXPECT_EQ(where(block[at + 29]), beat % 4 == 0 ? 30 : -30) << beat;
-            EXPECT_EQ(block[at + 30], 0.0f) << beat;
-        }
-    }
+    // Each click plays out its 30 frames, then silence until the next beat.
+    const std::vector<float> beat = pull(200, 100);
+    EXPECT_EQ(where(beat.at(29)), -30);
+    EXPECT_EQ(beat.at(30), 0.0f);
 }
 
 TEST_F(MetronomeRig, StoppedTransportRunsOnAtTheSameGrid)
@@ -154,27 +148,9 @@ TEST_F(MetronomeRig, StoppedTransportRunsOnAtTheSameGrid)
     EXPECT_EQ(metronome.freePosition(), 22512);
     // Stopped, the Manager keeps asking at the position where it stood; the click goes on from 22512.
     metronome.setPlaying(false);
-    std::vector<float> block = pull(22000, 512);
-    EXPECT_EQ(where(block[0]), -463);
-    EXPECT_EQ(metronome.freePosition(), 23024);
-    // And beats keep coming at multiples of 22050, with the accent every fourth beat.
-    int64_t free = metronome.freePosition();
-    std::vector<long> atBeat;
-    for (int n = 0; n < 400; ++n)
-    {
-        block = pull(22000, 512);
-        for (int64_t i = 0; i < 512; ++i)
-        {
-            if ((free + i) % 22050 == 0)
-            {
-                atBeat.push_back(where(block[static_cast<size_t>(i)]));
-            }
-        }
-        free += 512;
-    }
-    EXPECT_EQ(metronome.freePosition(), free);
-    // 23024 + 400 * 512 = 227824: beats 2 to 10 (beat 4 and 8 start bars).
-    EXPECT_EQ(atBeat, (std::vector<long>{-1, -1, 1, -1, -1, -1, 1, -1, -1}));
+    EXPECT_EQ(where(pull(22000, 512).at(0)), -463);
+    // And beats keep coming at multiples of 22050, with the accent every fourth beat: beats 2 to 10.
+    EXPECT_EQ(atBeats(23024, 400, 512, 22000), (std::vector<long>{-1, -1, 1, -1, -1, -1, 1, -1, -1}));
     EXPECT_EQ(counter.beats, 1 + 9);
 }
 
@@ -185,10 +161,8 @@ TEST_F(MetronomeRig, ClicksFollowTheDeviceRate)
     setUpClicks(48000, 256, 1000);
     metronome.setPlaying(true);
     const std::vector<float> block = pull(24000 - 100, 256);
-    ASSERT_EQ(block.size(), 256u);
-    EXPECT_EQ(block[99], 0.0f);
-    // Beat 1: the ordinary click.
-    EXPECT_LT(where(block[100]), 0);
+    EXPECT_EQ(block.at(99), 0.0f);
+    EXPECT_LT(where(block[100]), 0) << "beat 1: the ordinary click";
     EXPECT_GE(where(block[100]), -2);
     EXPECT_EQ(counter.beats, 1);
 }

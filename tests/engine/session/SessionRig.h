@@ -43,19 +43,15 @@ inline bool writeWave(const std::string& path, const Stereo& s)
     return testsound::writeStereo(path, SF_FORMAT_WAV | SF_FORMAT_FLOAT, s.rate, s.left, s.right);
 }
 
-inline Stereo readWave(const std::string& path)
-{
-    return testsound::readStereo(path);
-}
+constexpr auto readWave = testsound::readStereo;
 
 /** Polls until the job is gone; returns the number of polls that found one. */
-inline int pumpToEnd(Manager& manager, int limit = 1000)
+inline int pumpToEnd(Manager& manager)
 {
     int steps = 0;
-    while (manager.hasTask() && steps < limit)
+    for (; manager.hasTask() && steps < 1000; ++steps)
     {
         manager.poll();
-        ++steps;
     }
     return steps;
 }

@@ -1,7 +1,7 @@
 // The whole Manager, with its own four tracks, their effect units on the test library, the metronome
-// and the offline jobs, while a device thread runs blocks with MIDI: the interface thread drives the
-// commands the main panel gives, in a shuffled order. Run under the thread sanitizer, where any value
-// that crosses without an atomic, or any lock the audio side takes, shows up.
+// and the offline jobs, while a device thread runs blocks with MIDI: the interface thread drives every
+// command the main panel gives, in a shuffled order. Run under the thread sanitizer, where any value
+// that crosses without an atomic, or any lock or wait the audio side takes, shows up.
 
 #include "engine/ClickChoice.h"
 #include "epi/epiResourcePack.h"
@@ -21,6 +21,22 @@ namespace
 
 constexpr uint32_t kRate = 48000;
 constexpr uint32_t kBlock = 256;
+
+// A job that touches nothing of the graph: the offline path is exercised for its own threading only.
+class CountingJob : public Exporter
+{
+public:
+    bool render(float& progress, bool& finished) override
+    {
+        progress = static_cast<float>(++slices_) / 3.0f;
+        finished = slices_ >= 3;
+        return true;
+    }
+    void cancel() override {}
+
+private:
+    int slices_ = 0;
+};
 
 TEST(ManagerCommandsThreads, EveryTrackCommandWhileTheDeviceRuns)
 {
@@ -43,24 +59,17 @@ TEST(ManagerCommandsThreads, EveryTrackCommandWhileTheDeviceRuns)
     ASSERT_NE(log, nullptr) << "the test library did not load";
     const int midiBefore = log->midiEvents.load();
 
-    std::atomic<int64_t> midiSent{0};
     int takes = 0;
     int64_t checksum = 0;
+    int64_t blocks = 0;
     {
-        DeviceThread device(rig,
-                            [&]
-                            {
-                                MidiEventBlock& midi = rig.harness().midi();
-                                midi.events[0] = MidiEvent{0, 0x00643C90u};
-                                midi.count = 1;
-                                midiSent.fetch_add(1, std::memory_order_relaxed);
-                            });
+        DeviceThread device(rig);
         std::mt19937 rng(17);
-        for (int round = 0; round < 80; ++round)
+        for (int round = 0; round < 200; ++round)
         {
             const int32_t t = static_cast<int32_t>(rng() % Manager::kTracks);
             TrackControls& track = manager.track(t);
-            switch (rng() % 9)
+            switch (rng() % 12)
             {
             case 0:
                 checksum += manager.loadTrack(t, epiPath(round % 2 == 0 ? same : other));
@@ -80,10 +89,14 @@ TEST(ManagerCommandsThreads, EveryTrackCommandWhileTheDeviceRuns)
                 track.setInput(static_cast<int32_t>(rng() % 3));
                 manager.setSolo(t, rng() % 4 == 0);
                 manager.mixerInput(t).setMute(rng() % 5 == 0);
+                manager.mixerInput(t).setVolume(-static_cast<float>(rng() % 40));
+                manager.mixerInput(t).setPan(static_cast<float>(rng() % 21) / 10.0f - 1.0f);
+                checksum += static_cast<int64_t>(manager.mixerInput(t).volumeText().size());
                 break;
             case 5:
                 manager.metronome().setEnabled(rng() % 2 == 0);
                 manager.setTempo(60.0f + static_cast<float>(rng() % 120));
+                manager.metronome().setTimeSignature(2 + static_cast<int32_t>(rng() % 7), 4);
                 checksum += ClickChoice::choose(
                     manager, pack, static_cast<int32_t>(rng() % ClickChoice::kSets), rng() % 2 == 0, true);
                 break;
@@ -102,9 +115,7 @@ TEST(ManagerCommandsThreads, EveryTrackCommandWhileTheDeviceRuns)
                 {
                     manager.setRecording(true);
                     manager.start();
-                    const int64_t until = device.blocks() + 20;
-                    while (device.blocks() < until)
-                        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+                    device.waitBlocks(20);
                     manager.stop();
                     manager.setRecording(false);
                     takes += track.setRecording(false);
@@ -112,7 +123,28 @@ TEST(ManagerCommandsThreads, EveryTrackCommandWhileTheDeviceRuns)
                 track.setArmed(false);
                 break;
             }
+            case 8:
+                manager.setLoopStart(static_cast<int64_t>(rng() % 20000));
+                manager.setLoopEnd(static_cast<int64_t>(rng() % 80000));
+                manager.setLoopEnabled(rng() % 2 == 0);
+                manager.setSpeedRatio(rng() % 2 == 0 ? 2.0f : 0.5f);
+                checksum += manager.loopStart() + manager.loopEnd() + manager.sessionLength();
+                break;
+            case 9:
+                manager.setInputGain(static_cast<float>(rng() % 25));
+                manager.setMasterVolume(-static_cast<float>(rng() % 12));
+                manager.setAutoRecord(rng() % 4 == 0);
+                checksum += static_cast<int64_t>(manager.inputGainText().size()) + manager.isAutoRecord();
+                break;
+            case 10:
+                manager.startTask([] { return std::make_unique<CountingJob>(); },
+                                  epiText("Rendering session"), epiText("Rendering session..."));
+                manager.poll();
+                manager.cancelTask();
+                manager.waitForBlocks();
+                break;
             default:
+                manager.setSpeedRatio(1.0f);
                 if (manager.isPlaying())
                     manager.stop();
                 else
@@ -124,9 +156,8 @@ TEST(ManagerCommandsThreads, EveryTrackCommandWhileTheDeviceRuns)
             manager.poll();
         }
         manager.stop();
-        const int64_t until = device.blocks() + 10;
-        while (device.blocks() < until)
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        device.waitBlocks(10);
+        blocks = device.blocks();
     }
     for (int32_t t = 0; t < Manager::kTracks; ++t)
         manager.track(t).setEffectEnabled(false);
@@ -135,7 +166,7 @@ TEST(ManagerCommandsThreads, EveryTrackCommandWhileTheDeviceRuns)
     EXPECT_GT(checksum, 0);
     // Every event went to every running effect; at least some blocks had one running.
     EXPECT_GT(log->midiEvents.load(), midiBefore);
-    EXPECT_GT(midiSent.load(), 100);
+    EXPECT_GT(blocks, 100);
 }
 
 } // namespace

@@ -7,7 +7,6 @@
 
 #include <atomic>
 #include <chrono>
-#include <functional>
 #include <memory>
 #include <string>
 #include <thread>
@@ -42,7 +41,6 @@ public:
     Track& track() { return manager_.trackNode(0); }
     enginetest::EngineHarness& harness() { return *harness_; }
 
-    /** Runs blocks until frames have passed. */
     void run(int64_t frames) { harness_->run(frames, block_); }
 
     /**
@@ -54,7 +52,7 @@ public:
     {
         track().setArmed(true);
         track().beginTake(epiPath(path), punchIn, punchOut);
-        takeStarted_ = track().setRecording(true);
+        track().setRecording(true);
         manager_.locate(start);
         manager_.start();
         const int64_t first = harness_->deviceFrames();
@@ -71,57 +69,54 @@ public:
         return merged;
     }
 
-    bool takeStarted() const { return takeStarted_; }
     uint32_t block() const { return block_; }
 
 private:
     uint32_t block_;
     Manager manager_;
     std::unique_ptr<enginetest::EngineHarness> harness_;
-    bool takeStarted_ = false;
 };
 
 /**
- * A device thread: runs the rig's blocks one after another, about five times faster than a real
- * device (the disk threads still have to keep up), until it is destroyed. `beforeBlock`, set before
- * the thread starts, runs on the device thread ahead of each block (to hand it MIDI, say).
+ * A device thread: runs the rig's blocks, each with one MIDI note-on, about five times faster than a real
+ * device (the disk threads still have to keep up), until it is destroyed.
  */
 class DeviceThread
 {
 public:
-    explicit DeviceThread(TrackRig& rig, std::function<void()> beforeBlock = {})
-        : rig_(rig), beforeBlock_(std::move(beforeBlock))
+    explicit DeviceThread(TrackRig& rig)
+        : thread_(
+              [this, &rig]
+              {
+                  while (!stop_.load(std::memory_order_acquire))
+                  {
+                      rig.harness().midi().events[0] = MidiEvent{0, 0x00643C90u};
+                      rig.harness().midi().count = 1;
+                      rig.harness().runBlock(rig.block());
+                      blocks_.fetch_add(1, std::memory_order_relaxed);
+                      std::this_thread::sleep_for(std::chrono::microseconds(1000));
+                  }
+              })
     {
-        thread_ = std::thread(
-            [this]
-            {
-                while (!stop_.load(std::memory_order_acquire))
-                {
-                    if (beforeBlock_)
-                    {
-                        beforeBlock_();
-                    }
-                    rig_.harness().runBlock(rig_.block());
-                    blocks_.fetch_add(1, std::memory_order_relaxed);
-                    std::this_thread::sleep_for(std::chrono::microseconds(1000));
-                }
-            });
     }
     ~DeviceThread()
     {
         stop_.store(true, std::memory_order_release);
         thread_.join();
     }
-    DeviceThread(const DeviceThread&) = delete;
-    DeviceThread& operator=(const DeviceThread&) = delete;
     int64_t blocks() const { return blocks_.load(std::memory_order_relaxed); }
+    void waitBlocks(int64_t count) const
+    {
+        for (const int64_t until = blocks() + count; blocks() < until;)
+        {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+    }
 
 private:
-    TrackRig& rig_;
-    std::function<void()> beforeBlock_;
     std::atomic<bool> stop_{false};
     std::atomic<int64_t> blocks_{0};
-    std::thread thread_;
+    std::thread thread_; // last: it starts once the counters are made
 };
 
 } // namespace tracktest
