@@ -72,6 +72,23 @@ public:
         startsWithDevice.push_back(settingsForTest ? settingsForTest->inputDevice_.c_str() : "");
         return AudioHardware::startHardware();
     }
+    /** A rate the device's list leaves out in one direction (input if `lacksOnInput`), 0 for none. */
+    std::uint32_t lackedRate = 0;
+    bool lacksOnInput = false;
+    bool queryDevice(int device, bool isInput, std::vector<std::uint32_t>* bufferSizes,
+                     std::vector<MPAudioChannelName>* channelNames, std::vector<std::uint32_t>* sampleRates,
+                     bool* fixedBufferSize, std::uint32_t* preferredBufferSize, std::uint32_t* reserved,
+                     std::uint32_t* latency) override
+    {
+        const bool found =
+            AudioHardware::queryDevice(device, isInput, bufferSizes, channelNames, sampleRates,
+                                       fixedBufferSize, preferredBufferSize, reserved, latency);
+        if (sampleRates && isInput == lacksOnInput)
+        {
+            std::erase(*sampleRates, lackedRate);
+        }
+        return found;
+    }
     /** One second and a bit later, a poll: the next retry is due. */
     void nextSecond()
     {
@@ -277,6 +294,17 @@ TEST_F(Rig, ARateTheDeviceLacksOpensAt44100AndSaysSo)
     EXPECT_EQ(log.calls, "") << "a listed rate is no news";
     EXPECT_EQ(hardware.backend()->config().sampleRate, 48000u);
     hardware.stopHardware();
+    // A rate one direction lacks is no rate for the pair, whichever direction it is.
+    for (const bool onInput : {true, false})
+    {
+        hardware.lackedRate = 48000;
+        hardware.lacksOnInput = onInput;
+        log.calls.clear();
+        ASSERT_TRUE(hardware.startHardware());
+        EXPECT_EQ(log.calls, "N") << (onInput ? "input" : "output");
+        EXPECT_EQ(hardware.backend()->config().sampleRate, 44100u) << (onInput ? "input" : "output");
+        hardware.stopHardware();
+    }
 }
 
 TEST_F(Rig, AResetAskedForWhileWaitingRestartsOnceMore)
