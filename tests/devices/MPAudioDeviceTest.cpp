@@ -602,7 +602,7 @@ TEST_F(JackServer, ABlockStalledWhileTheServerDiesIsOutlivedAndARestartedServerC
     client.close();
 }
 
-TEST_F(JackServer, AServerFrozenAfterTheOpenGivesControlBackAndComesBackWhenRestarted)
+TEST_F(JackServer, AServerFrozenAfterTheOpenGivesControlBackAndComesBackWhenItAnswers)
 {
     ASSERT_TRUE(client.selectDriver("JACK"));
     ASSERT_TRUE(client.open(stereo(0, 0)));
@@ -611,8 +611,12 @@ TEST_F(JackServer, AServerFrozenAfterTheOpenGivesControlBackAndComesBackWhenRest
     EXPECT_FALSE(client.start());
     client.close();
     EXPECT_LT(Clock::now() - t0, 2s);
-    server.stop(1s);
+    // The call given up on ends once the server answers again. Killed while still frozen instead, the
+    // server can leave libjack's own close of that client waiting forever on a lock inside libjack
+    // (seen once in about 40 runs under ThreadSanitizer); no JACK client can open in this process then.
+    server.thaw();
     expectNoCallsLeft(20s);
+    server.stop(1s);
     ASSERT_TRUE(server.start());
     EXPECT_TRUE(client.open(stereo(0, 0)) && client.start() && client.runs());
     client.close();
