@@ -295,14 +295,15 @@ TEST_F(Rig, ARateTheDeviceLacksOpensAt44100AndSaysSo)
     EXPECT_EQ(hardware.backend()->config().sampleRate, 48000u);
     hardware.stopHardware();
     // A rate one direction lacks is no rate for the pair, whichever direction it is.
+    hardware.lackedRate = 48000;
     for (const bool onInput : {true, false})
     {
-        hardware.lackedRate = 48000;
+        SCOPED_TRACE(onInput ? "input" : "output");
         hardware.lacksOnInput = onInput;
         log.calls.clear();
         ASSERT_TRUE(hardware.startHardware());
-        EXPECT_EQ(log.calls, "N") << (onInput ? "input" : "output");
-        EXPECT_EQ(hardware.backend()->config().sampleRate, 44100u) << (onInput ? "input" : "output");
+        EXPECT_EQ(log.calls, "N");
+        EXPECT_EQ(hardware.backend()->config().sampleRate, 44100u);
         hardware.stopHardware();
     }
 }

@@ -613,7 +613,7 @@ TEST_F(JackServer, AServerFrozenAfterTheOpenGivesControlBackAndComesBackWhenItAn
     EXPECT_LT(Clock::now() - t0, 2s);
     // The call given up on ends once the server answers again. Killed while still frozen instead, the
     // server can leave libjack's own close of that client waiting forever on a lock inside libjack
-    // (seen once in about 40 runs under ThreadSanitizer); no JACK client can open in this process then.
+    // (seen 3 times in about 90 runs under ThreadSanitizer); no JACK client can open in this process then.
     server.thaw();
     expectNoCallsLeft(20s);
     server.stop(1s);
